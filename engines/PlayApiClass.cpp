@@ -1,0 +1,289 @@
+#include "engines/PlayApiClass.h"
+
+#include <exception>
+#include <utility>
+
+#include "engines/RunMath.h"
+#include "engines/TimerFrm.h"
+#include "platform/Checked.h"
+#include "stream/StreamBuffFill.h"
+
+namespace Tolvar {
+
+namespace {
+constexpr std::int32_t CountdownMs = 40;
+}
+
+PlayApiClass::PlayApiClass(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
+    : PlayEngine(OsOf, Shared, std::move(Event)),
+      Mm(OsOf.Wave),
+      StopPlayTimer(TimerFrm::Shared(Shared, OsOf.Home).Timer0),
+      CallBackTimer(TimerFrm::Shared(Shared, OsOf.Home).Timer2) {
+    PosTime.wType = TIME_SAMPLES;
+    PosTime.sample = 0;
+    StopPlayTimer.Bind([this] { StopPlayTimer_Timer(); });
+    CallBackTimer.Bind([this] { CallBackTimer_Timer(); });
+}
+
+PlayApiClass::~PlayApiClass() {
+    Close();
+}
+
+void PlayApiClass::Close() noexcept {
+    if (IsClosed) return;
+    IsClosed = true;
+    State.FillEnded = true;
+    CloseWaveDevice();
+    CallBackTimer.Enabled(false);
+    StopPlayTimer.Enabled(false);
+    StopPlayTimer.Bind({});
+    CallBackTimer.Bind({});
+}
+
+template <typename Operation>
+bool PlayApiClass::Trapped(std::string_view FailText, Operation Do) {
+    try {
+        return Do();
+    } catch (const std::exception& Cause) {
+        LogCause(FailText, Cause.what());
+        Report(FailText);
+        return false;
+    }
+}
+
+// The device.
+
+bool PlayApiClass::CreateSoundBuffer() {
+    return Trapped("Play Buffer - Failed", [this] {
+        if (State.PlayRunningState != 0) StopPlay();
+        SetGeometry(State);
+        CloseWaveDevice();
+        OpenWaveDevice();
+        State.PlayRunningState = 0;
+        return DeviceOpen;
+    });
+}
+
+void PlayApiClass::OpenWaveDevice() {
+    if (Mm.waveOutGetNumDevs() < 1) {
+        LogCause("Sound Buffer Failed", "there is no sound device");
+        return;
+    }
+    const std::int32_t BlockAlign = CheckedMul(2, State.FmtChannal);
+    WaveFmt.wFormatTag = WAVE_FORMAT_PCM;
+    WaveFmt.nChannels = static_cast<WORD>(State.FmtChannal);
+    WaveFmt.nSamplesPerSec = static_cast<DWORD>(State.FmtFriq);
+    WaveFmt.nBlockAlign = static_cast<WORD>(BlockAlign);
+    WaveFmt.nAvgBytesPerSec = static_cast<DWORD>(CheckedMul(BlockAlign, State.FmtFriq));
+    WaveFmt.wBitsPerSample = 16;
+    WaveFmt.cbSize = 0;
+    const MMRESULT Result = Mm.waveOutOpen(&hWaveOut, WAVE_MAPPER, &WaveFmt, 0, 0, 0);
+    DeviceOpen = Result == MMSYSERR_NOERROR;
+    if (!DeviceOpen) {
+        LogCause("Sound Buffer Failed", "waveOutOpen answered " + std::to_string(Result) + " for " +
+                                            std::to_string(State.FmtFriq) + " Hz, " +
+                                            std::to_string(State.FmtChannal) + " channels");
+    }
+}
+
+void PlayApiClass::CloseWaveDevice() {
+    if (!DeviceOpen) return;
+    CallBackTimer.Enabled(false);
+    State.FillEnded = true;
+    Stopping = true;
+    Mm.waveOutReset(hWaveOut);
+    for (const std::size_t Segment : {1U, 2U}) {
+        if (!HdrPrepared[Segment]) continue;
+        Mm.waveOutUnprepareHeader(hWaveOut, &WaveHdr[Segment], WaveHdrBytes);
+        HdrPrepared[Segment] = false;
+    }
+    Mm.waveOutClose(hWaveOut);
+    DeviceOpen = false;
+}
+
+// Filling and queueing.
+
+void PlayApiClass::PrepareHeader(std::int32_t Segment) {
+    const auto Index = static_cast<std::size_t>(Segment);
+    WAVEHDR& Header = WaveHdr[Index];
+    Header = WAVEHDR{};
+    Header.lpData =
+        reinterpret_cast<const char*>(State.StreamBuff.At(Segment == 1 ? 1 : State.SegSamples + 1));
+    Header.dwBufferLength = static_cast<DWORD>(State.SegFilledBytes);
+    HdrPrepared[Index] =
+        Mm.waveOutPrepareHeader(hWaveOut, &Header, WaveHdrBytes) == MMSYSERR_NOERROR;
+}
+
+void PlayApiClass::FillAndQueue() {
+    if (FillBusy) return;
+    FillBusy = true;
+    LastQueueOk = false;
+    FillFailure.clear();
+    try {
+        if (!State.FillEnded) {
+            QueueSegment(NextSeg);
+        } else if (!Stopping && !StopPlayTimer.Enabled()) {
+            // An armed countdown is left alone: the poll that keeps ticking must not put it off.
+            StopPlayTimer.Interval(CountdownMs);
+            StopPlayTimer.Enabled(true);
+        }
+    } catch (const std::exception& Cause) {
+        FillFailure = Cause.what();
+        State.FillEnded = true;
+        NextSeg = 0;
+    }
+    FillBusy = false;
+}
+
+void PlayApiClass::QueueSegment(std::int32_t Segment) {
+    if (!StreamBuffFill(State, Segment)) {
+        NextSeg = 0;
+        State.FillEnded = true;
+        return;
+    }
+    PrepareHeader(Segment);
+    WAVEHDR& Header = WaveHdr[static_cast<std::size_t>(Segment)];
+    const MMRESULT Result = Mm.waveOutWrite(hWaveOut, &Header, WaveHdrBytes);
+    if (Result == MMSYSERR_NOERROR) {
+        LastQueueOk = true;
+        LastQueuedStart = TotalQueued;
+        TotalQueued = CheckedAdd(TotalQueued, State.SegFilled);
+        if (State.SegFilled < State.SegFrames) State.FillEnded = true;
+    } else {
+        LogCause("Segment not queued", "waveOutWrite answered " + std::to_string(Result));
+    }
+    NextSeg = Segment == 1 ? 2 : 1;
+}
+
+// Commands.
+
+bool PlayApiClass::PlayMe() {
+    return Trapped("Play Failed", [this] {
+        if (State.PlayRunningState != 0) HaltPlayback();
+        StartAtEdge(State);
+        LoopCount = 0;
+        return StartRun(State.LoopPlayON ? "Playing Loop" : "Playing", "Play Failed");
+    });
+}
+
+bool PlayApiClass::UTurn() {
+    return Trapped("UTurn failed", [this] {
+        UpdatePlayPosition();
+        if (State.PlayRunningState != 0) HaltPlayback();
+        TurnRound(State);
+        StartAtCurPos(State);
+        return StartRun(TurnText(), "UTurn failed");
+    });
+}
+
+bool PlayApiClass::PlayAtCurrentPosition() {
+    return Trapped("Play at.. failed", [this] {
+        if (State.PlayRunningState != 0) HaltPlayback();
+        StartAtCurPos(State);
+        return StartRun(TurnText(), "Play at.. failed");
+    });
+}
+
+std::string PlayApiClass::TurnText() const {
+    return State.LoopPlayON ? "Playing Loop " + std::to_string(LoopCount) : "Playing";
+}
+
+bool PlayApiClass::StartRun(std::string_view StartText, std::string_view FailText) {
+    State.FillEnded = false;
+    Stopping = false;
+    NextSeg = 1;
+    TotalQueued = 0;
+    FillAndQueue();
+    if (!LastQueueOk) {
+        CallBackTimer.Enabled(false);
+        LogCause(FailText, FillFailure.empty() ? "no segment could be queued" : FillFailure);
+        Report(FailText);
+        return false;
+    }
+    CallBackTimer.Enabled(true);
+    State.PlayRunningState = PlayingState(State);
+    Report(StartText);
+    return true;
+}
+
+void PlayApiClass::HaltPlayback() noexcept {
+    try {
+        Stopping = true;
+        CallBackTimer.Enabled(false);
+        // A countdown armed shortly before the halt would end or restart a run that is no more.
+        StopPlayTimer.Enabled(false);
+        Mm.waveOutReset(hWaveOut);
+        State.PlayRunningState = 0;
+    } catch (const std::exception& Cause) {
+        CallBackTimer.Enabled(false);
+        LogCause("Halt failed", Cause.what());
+    }
+}
+
+bool PlayApiClass::StopPlay() {
+    HaltPlayback();
+    Report("Stopped");
+    return true;
+}
+
+void PlayApiClass::PlayPause() {
+    CallBackTimer.Enabled(false);
+    Mm.waveOutPause(hWaveOut);
+    State.PlayRunningState = 3;
+}
+
+void PlayApiClass::PlayContinue() {
+    Mm.waveOutRestart(hWaveOut);
+    CallBackTimer.Enabled(true);
+    State.PlayRunningState = PlayingState(State);
+}
+
+void PlayApiClass::UpdatePlayPosition() {
+    Mm.waveOutGetPosition(hWaveOut, &PosTime, MmTimeBytes);
+    PlayedFrames = static_cast<std::int32_t>(PosTime.sample);
+    SetCurPos(State, PlayedFrames);
+}
+
+// Ticks.
+
+void PlayApiClass::CallBackTimer_Timer() {
+    const auto Self = shared_from_this();  // a report below may make the player drop this engine
+    try {
+        UpdatePlayPosition();
+        if (PlayedFrames > LastQueuedStart && !State.FillEnded) FillAndQueue();
+        if (FillFailure.empty() && StallSeen && PlayedFrames == TotalQueued) FillAndQueue();
+        StallSeen = PlayedFrames == TotalQueued;
+        if (!FillFailure.empty()) EndFailedRun(std::exchange(FillFailure, {}));
+    } catch (const std::exception& Cause) {
+        EndFailedRun(Cause.what());
+    }
+}
+
+void PlayApiClass::StopPlayTimer_Timer() {
+    const auto Self = shared_from_this();
+    StopPlayTimer.Enabled(false);
+    if (State.LoopPlayON) {
+        LoopAgain();
+    } else {
+        LoopCount = 0;
+        HaltPlayback();
+        Report("Play Done");
+    }
+}
+
+void PlayApiClass::LoopAgain() {
+    const std::int32_t Before = LoopCount;
+    HaltPlayback();
+    PlayMe();
+    LoopCount = Before + 1;
+    Report("Playing Loop " + std::to_string(LoopCount));
+}
+
+void PlayApiClass::EndFailedRun(std::string_view Cause) {
+    LogCause("Play Failed", Cause);
+    LoopCount = 0;
+    HaltPlayback();
+    Report("Play Failed");
+}
+
+}  // namespace Tolvar

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "engines/PlayEngine.h"
+#include "platform/Apartment.h"
+#include "platform/WaveOut.h"
+
+namespace Tolvar {
+
+/// The waveOut engine: hands one segment at a time to the device as a header, keeps at most two
+/// queued and polls the device position every 40 ms. Plays at the wave's own rate: the tempo
+/// factors have no effect.
+class PlayApiClass final : public PlayEngine {
+  public:
+    PlayApiClass(System& Os, PlayerState& Shared, MsgBoxObEvent Event);
+    ~PlayApiClass() override;
+
+    bool StopPlay() override;
+    void UpdatePlayPosition() override;
+    bool CreateSoundBuffer() override;
+    bool PlayMe() override;
+    void PlayPause() override;
+    void PlayContinue() override;
+    bool UTurn() override;
+    bool PlayAtCurrentPosition() override;
+    void Close() noexcept override;
+
+  private:
+    void OpenWaveDevice();
+    void CloseWaveDevice();
+    void PrepareHeader(std::int32_t Segment);
+    void FillAndQueue();
+    void QueueSegment(std::int32_t Segment);
+    void HaltPlayback() noexcept;
+    bool StartRun(std::string_view StartText, std::string_view FailText);
+    std::string TurnText() const;
+    void CallBackTimer_Timer();
+    void StopPlayTimer_Timer();
+    void LoopAgain();
+    void EndFailedRun(std::string_view Cause);
+    template <typename Operation>
+    bool Trapped(std::string_view FailText, Operation Do);
+
+    WaveOut& Mm;
+    Timer& StopPlayTimer;
+    Timer& CallBackTimer;
+
+    WAVEFORMATEX WaveFmt;
+    HWAVEOUT hWaveOut = 0;
+    bool DeviceOpen = false;
+    std::array<WAVEHDR, 3> WaveHdr;     // indices 1 and 2
+    std::array<bool, 3> HdrPrepared{};  // likewise
+    MMTIME PosTime;
+    std::int32_t LoopCount = 0;        // loop restarts since the last PlayMe
+    std::int32_t NextSeg = 0;          // the segment filled next; 0: nothing was left
+    std::int32_t TotalQueued = 0;      // frames written since the run started
+    std::int32_t LastQueuedStart = 0;  // device position at which the newest segment begins
+    bool LastQueueOk = false;
+    bool Stopping = false;
+    std::int32_t PlayedFrames = 0;  // device position last read
+    bool StallSeen = false;         // the previous poll found everything queued played
+    bool FillBusy = false;
+    bool IsClosed = false;
+    std::string FillFailure;  // what cut the last FillAndQueue short; "" when nothing did
+};
+
+}  // namespace Tolvar

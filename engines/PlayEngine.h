@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string_view>
+
+#include "platform/System.h"
+#include "server/PlayDllMod.h"
+
+namespace Tolvar {
+
+/// An output engine: plays the loaded wave's double buffer on one kind of device. The player
+/// object holds at most one and routes its commands here. Apartment's thread only.
+///
+/// Commands report through the event given at creation, always as ("S2", text), before they
+/// return; a Boolean False follows a reported failure. Where no failure text is named, a
+/// RuntimeFailure goes to the caller.
+class PlayEngine : public std::enable_shared_from_this<PlayEngine> {
+  public:
+    using MsgBoxObEvent = std::function<void(std::string_view Msg, std::string_view Ttl)>;
+
+    PlayEngine(System& Os, PlayerState& Shared, MsgBoxObEvent Event);
+    virtual ~PlayEngine() = default;
+    PlayEngine(const PlayEngine&) = delete;
+    PlayEngine& operator=(const PlayEngine&) = delete;
+
+    /// Starts a run at frame 1 of PlayDirection; "Play Failed".
+    virtual bool PlayMe() = 0;
+    /// Sets the geometry and makes the device buffer for the loaded wave; "Play Buffer - Failed".
+    virtual bool CreateSoundBuffer() = 0;
+    virtual void PlayContinue() = 0;
+    /// PlayCurPos is current when it returns.
+    virtual void UpdatePlayPosition() = 0;
+    virtual void PlayPause() = 0;
+    virtual bool StopPlay() = 0;
+    /// Goes on in the other direction from the frame heard last.
+    virtual bool UTurn() = 0;
+    /// Starts a run in PlayDirection at frame PlayCurPos, clamped into the wave.
+    virtual bool PlayAtCurrentPosition() = 0;
+    /// End of life: stops, gives up the device and the timers. The player calls it when it drops
+    /// the engine, which may still be on the stack then (an editor that lets go inside an event).
+    virtual void Close() noexcept = 0;
+
+  protected:
+    /// Raises MsgBoxOb("S2", Ttl).
+    void Report(std::string_view Ttl);
+    /// A failure that the editor hears of as Ttl goes to the log with its cause.
+    void LogCause(std::string_view Ttl, std::string_view Cause) noexcept;
+
+    System& Os;
+    PlayerState& State;
+
+  private:
+    MsgBoxObEvent MsgBoxOb;
+};
+
+}  // namespace Tolvar

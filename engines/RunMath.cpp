@@ -1,0 +1,57 @@
+#include "engines/RunMath.h"
+
+#include <algorithm>
+
+#include "platform/Checked.h"
+
+namespace Tolvar {
+
+namespace {
+constexpr double SegmentSeconds = 4.0;
+}
+
+void SetGeometry(PlayerState& State) {
+    // Until the products are known to fit there is no buffer: a fill then has nothing to fill.
+    State.SegFrames = State.BuffFrames = State.SegSamples = State.BuffSamples = 0;
+    State.SegBytes = State.BuffBytes = 0;
+    const std::int32_t SegFrames = Round32(State.FmtFriq * SegmentSeconds);
+    const std::int32_t BuffFrames = CheckedMul(SegFrames, 2);
+    const std::int32_t SegSamples = CheckedMul(SegFrames, State.FmtChannal);
+    const std::int32_t BuffSamples = CheckedMul(SegSamples, 2);
+    const std::int32_t SegBytes = CheckedMul(SegSamples, 2);
+    const std::int32_t BuffBytes = CheckedMul(SegSamples, 4);
+    State.SegFrames = SegFrames;
+    State.BuffFrames = BuffFrames;
+    State.SegSamples = SegSamples;
+    State.BuffSamples = BuffSamples;
+    State.SegBytes = SegBytes;
+    State.BuffBytes = BuffBytes;
+}
+
+void StartAtCurPos(PlayerState& State) {
+    std::int64_t NextPos = State.FillNextPos;
+    if (State.PlayDirection == 1) NextPos = State.PlayCurPos;
+    if (State.PlayDirection == -1) NextPos = std::int64_t{State.WaveNos} - State.PlayCurPos + 1;
+    NextPos = std::max<std::int64_t>(std::min<std::int64_t>(NextPos, State.WaveNos), 1);
+    State.FillNextPos = static_cast<std::int32_t>(NextPos);
+    State.PlayStartOff = State.FillNextPos - 1;
+}
+
+void StartAtEdge(PlayerState& State) {
+    State.FillNextPos = 1;
+    State.PlayStartOff = 0;
+}
+
+void TurnRound(PlayerState& State) {
+    if (State.PlayDirection == 1 || State.PlayDirection == -1) {
+        State.PlayDirection = -State.PlayDirection;
+    }
+}
+
+void SetCurPos(PlayerState& State, std::int32_t Played) {
+    const std::int32_t Behind = CheckedAdd(State.PlayStartOff, Played);
+    if (State.PlayDirection == 1) State.PlayCurPos = Behind;
+    if (State.PlayDirection == -1) State.PlayCurPos = CheckedSub(State.WaveNos, Behind) + 1;
+}
+
+}  // namespace Tolvar

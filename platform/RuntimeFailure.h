@@ -1,0 +1,30 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace Tolvar {
+
+/// What went wrong, coarsely: the text says the rest.
+enum class FailureKind {
+    Overflow,  ///< a checked 32-bit result outside its range
+    File,      ///< open, read, write or delete refused by the file system
+    Device,    ///< a sound device or its driver refused
+    Input,     ///< a value from the editor that breaks its own rules
+    Memory,    ///< not enough memory for what was asked
+    Library,   ///< a run-time library is missing or incomplete
+};
+
+/// A run-time failure of an operation. The text names the file, the position and what the
+/// system said, so that it can be shown as it stands.
+class RuntimeFailure : public std::runtime_error {
+  public:
+    RuntimeFailure(FailureKind Kind, const std::string& Text)
+        : std::runtime_error(Text), KindOf(Kind) {}
+    FailureKind Kind() const noexcept { return KindOf; }
+
+  private:
+    FailureKind KindOf;
+};
+
+}  // namespace Tolvar

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/Apartment.h"
+#include "platform/OutputConverter.h"
+#include "platform/RuntimeFailure.h"
+#include "platform/Sink.h"
+#include "platform/StreamFormat.h"
+
+namespace Tolvar {
+
+/// What a device interface plays on a card. Voices have no thread and wake nobody up: each call
+/// first brings its voice to the clock's present.
+class Voice {
+  public:
+    virtual ~Voice() = default;
+
+    /// Hands every frame heard so far to the card.
+    virtual void CatchUp() = 0;
+};
+
+/// The software sound card: it gives the voices their clock and passes what they play to the sink.
+/// One voice plays at a time; frames reach the sink in the order in which they are handed over.
+/// A sink that fails is said once in the log; from then on the card keeps time in silence.
+/// Apartment's thread only.
+class SoundCard {
+  public:
+    /// Output null: a machine without a sound device. Home and Journal stay the caller's.
+    SoundCard(Apartment& Home, std::unique_ptr<Sink> Output, SinkRate Rate, Log& Journal);
+    ~SoundCard();
+    SoundCard(const SoundCard&) = delete;
+    SoundCard& operator=(const SoundCard&) = delete;
+
+    bool Present() const { return Output != nullptr; }
+
+    /// Everything heard until now is on the sink's medium when it returns; what voices play later
+    /// is not taken any more. RuntimeFailure says what was lost, also what an earlier failure of
+    /// the sink lost. A second call does nothing.
+    void Finish();
+
+    /// Why the sink takes nothing any more; empty while all is well.
+    std::string Failure() const { return Failed ? Failed->what() : ""; }
+
+    // For voices.
+    std::int64_t NowNs() const { return Home.Time().NowNs(); }
+    /// The voice stays the caller's, until Leave.
+    void Join(Voice& Playing) { Voices.push_back(&Playing); }
+    void Leave(Voice& Playing) { std::erase(Voices, &Playing); }
+    /// Takes whole frames, at the voice's rate, that were heard; Samples is read before it
+    /// returns. NominalHz is the rate that the voice's format names. Never throws.
+    void Render(StreamFormat Format, int NominalHz, std::span<const std::int16_t> Samples) noexcept;
+    /// What follows does not join seamlessly: the end of a run, or a change of its rate.
+    void EndRun() noexcept;
+
+  private:
+    bool Taking() const { return Output && Output->WantsFrames() && !Failed && !Finished; }
+    void OpenSink(StreamFormat Format, int NominalHz);
+    void FlushRun();
+    void Fail(const RuntimeFailure& Cause);
+    template <typename Work>
+    void Guarded(Work Step) noexcept;
+
+    Apartment& Home;
+    std::unique_ptr<Sink> Output;
+    SinkRate Rate;
+    Log& Journal;
+    std::vector<Voice*> Voices;
+    StreamFormat SinkFormat;               // no channels before the first frames
+    std::unique_ptr<OutputConverter> Run;  // null between runs
+    OutputConverter::Output ToSink;
+    std::optional<RuntimeFailure> Failed;
+    bool Finished = false;
+};
+
+}  // namespace Tolvar

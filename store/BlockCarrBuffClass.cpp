@@ -1,0 +1,142 @@
+#include "store/BlockCarrBuffClass.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "platform/Checked.h"
+
+namespace Tolvar {
+
+namespace {
+
+// For a budget too small to be shared out: 8 KB a block.
+constexpr std::int32_t SmallBudgetBlkLen = 4096;
+
+// A twentieth of the budget's bytes, in whole fours of samples.
+std::int32_t BlkLenFor(std::int32_t MemorySizeToUse) {
+    const std::int32_t Share = Round32(MemorySizeToUse / 20.0);
+    return Share < 4 ? SmallBudgetBlkLen : Share / 4 * 4;
+}
+
+}  // namespace
+
+BlockCarrBuffClass::BlockCarrBuffClass(WoroFileBlockMod& TheStore)
+    : Store(TheStore), Blks(TheStore), NewBlkLen(BlkLenFor(TheStore.MemorySizeToUse())) {}
+
+BlockCarrBuffClass::~BlockCarrBuffClass() {
+    FreeBlocks();
+    Store.FilesForget();
+}
+
+void BlockCarrBuffClass::FreeBlocks() {
+    for (const std::int32_t Blk : std::span(Blks.Entries()).subspan(1))
+        Store.BlockFree(Blk);
+}
+
+void BlockCarrBuffClass::BuffBlocksGetCopy(std::vector<std::int32_t>& BlkSet) {
+    MadeBlocks Copies(Store, Blks.Entries().size() - 1);
+    for (const std::int32_t Blk : std::span(Blks.Entries()).subspan(1)) {
+        Copies.Add(Store.BlockCopy(Blk));
+    }
+    BlkSet = Copies.Take();
+}
+
+void BlockCarrBuffClass::BuffBlocksPutFresh(const std::vector<std::int32_t>& NewBlkSet) {
+    BlockSet Fresh(Store, NewBlkSet);
+    const auto Length = Checked<std::int32_t>(Fresh.Length());
+    FreeBlocks();
+    Blks = std::move(Fresh);
+    Samples = Length;
+    CurBlk = Blks.First();
+}
+
+void BlockCarrBuffClass::QuickBuffGet(std::int32_t FromPos, std::span<std::int16_t> QBuff) {
+    if (QBuff.empty()) return;
+    const std::int64_t Last = std::int64_t{FromPos} + static_cast<std::int64_t>(QBuff.size()) - 1;
+    Blks.ForEachIn(FromPos, Last, [&](std::int32_t Blk) {
+        const BlockRec& Block = Store.Block(Blk);
+        const std::int64_t Start = Block.BlkStartPos;
+        const std::int64_t From = std::max<std::int64_t>(Start, FromPos);
+        const std::int64_t To = std::min(Start + Block.BlkLen - 1, Last);
+        Store.BlockReadAt(Blk, From - Start,
+                          QBuff.subspan(static_cast<std::size_t>(From - FromPos),
+                                        static_cast<std::size_t>(To - From + 1)));
+    });
+}
+
+bool BlockCarrBuffClass::CurBlkHolds(std::int32_t WavPos) const {
+    if (CurBlk == 0) return false;
+    const BlockRec& Block = Store.Block(CurBlk);
+    return Block.BlkStartPos <= WavPos && WavPos < std::int64_t{Block.BlkStartPos} + Block.BlkLen;
+}
+
+void BlockCarrBuffClass::FindBlock(std::int32_t WavPos) {
+    CurBlk = Blks.Entries()[static_cast<std::size_t>(Blks.Find(WavPos, WavPos))];
+    if (CurBlk != 0) Store.BlockStamp(CurBlk);
+}
+
+std::int16_t BlockCarrBuffClass::WaveLR(std::int32_t WavPos) {
+    if (!CurBlkHolds(WavPos)) FindBlock(WavPos);
+    if (CurBlk == 0) return 0;
+    const BlockRec& Block = Store.Block(CurBlk);
+    if (Block.BlkType == BlkFile || Block.BlkType == BlkOrgFile) Store.BlockLoad(CurBlk);
+    if (!InMemory(Block.BlkType)) return 0;
+    return Block.BlkData[static_cast<std::size_t>(std::int64_t{WavPos} - Block.BlkStartPos)];
+}
+
+void BlockCarrBuffClass::WaveLR(std::int32_t WavPos, std::int16_t NewVal) {
+    if (!CurBlkHolds(WavPos)) FindBlock(WavPos);
+    if (CurBlk == 0) return;
+    const BlockRec& Block = Store.Block(CurBlk);
+    if (Block.BlkType == BlkFree) return;
+    if (Block.BlkType != BlkBuff) Store.BlockToBuff(CurBlk);
+    if (Block.BlkType != BlkBuff) return;
+    Store.BlockSampleLet(CurBlk, std::int64_t{WavPos} - Block.BlkStartPos, NewVal);
+}
+
+void BlockCarrBuffClass::ReDimSize(std::int32_t NewSz, bool) {
+    if (NewSz == 0) {
+        Store.ShowError("Error:\r\nCan not create buffer with zero size");
+        return;
+    }
+    if (NewSz < 0) {
+        throw RuntimeFailure(FailureKind::Input,
+                             "A channel cannot be " + std::to_string(NewSz) + " samples long");
+    }
+    Samples < NewSz ? Grow(NewSz) : Shrink(NewSz);
+    Samples = NewSz;
+    CurBlk = Blks.First();
+}
+
+void BlockCarrBuffClass::Grow(std::int32_t NewSz) {
+    const auto More =
+        static_cast<std::size_t>((std::int64_t{NewSz} - Samples + NewBlkLen - 1) / NewBlkLen);
+    MadeBlocks Made(Store, More);
+    for (std::int64_t End = Samples; End < NewSz;) {
+        const auto Len = static_cast<std::int32_t>(std::min<std::int64_t>(NewBlkLen, NewSz - End));
+        const std::int32_t Blk = Made.Add(Store.BlockNew(Len, BlkSilent));
+        Store.BlockStartLet(Blk, static_cast<std::int32_t>(End + 1));
+        End += Len;
+    }
+    Blks.Reserve(More);
+    for (const std::int32_t Blk : Made.Take()) {
+        if (Blk != 0) Blks.Append(Blk);
+    }
+}
+
+void BlockCarrBuffClass::Shrink(std::int32_t NewSz) {
+    const std::int64_t Drop = std::int64_t{NewSz} + 1;
+    if (const std::int32_t Entry = Blks.Find(Drop, Drop - 1); Entry != 0) {
+        const std::int32_t Whole = Blks.Entries()[static_cast<std::size_t>(Entry)];
+        const auto [Head, Tail] = Store.BlockBreak(Whole, Checked<std::int32_t>(Drop));
+        if (Head != 0) {
+            Blks.Replace(Entry, Head);
+            Store.BlockFree(Whole);
+            Store.BlockFree(Tail);
+        }
+    }
+    Blks.FreeBehind(NewSz);
+}
+
+}  // namespace Tolvar

@@ -1,0 +1,91 @@
+#include "store/BlocksFromBlkInLst.h"
+
+#include <algorithm>
+
+namespace Tolvar {
+
+namespace {
+
+// The slot of the last entry of one type: the next one mostly names the same file, letter by
+// letter, and then its name need not be looked up.
+struct LastName {
+    BlockList NameRecord;
+    std::int32_t Slot = 0;
+
+    bool IsSame(BlockList Other) const {
+        return Slot != 0 && std::ranges::equal(NameRecord, Other);
+    }
+};
+
+template <class Find, class Add>
+std::int32_t SlotOf(LastName& Last, BlockList NameRecord, Find&& FindSlot, Add&& AddSlot) {
+    if (Last.IsSame(NameRecord)) return Last.Slot;
+    const std::string Name = BlkNameFromLongs(NameRecord);
+    std::int32_t Slot = FindSlot(Name);
+    if (Slot == 0) Slot = AddSlot(Name);
+    Last = {NameRecord, Slot};
+    return Slot;
+}
+
+class HandOver {
+  public:
+    explicit HandOver(WoroFileBlockMod& TheStore) : Store(TheStore) {}
+
+    std::int32_t Make(const BlkInEntry& Entry) {
+        const Extent Where{Entry.BlkLen, Entry.BlkStartPos, Entry.BlkFilePos};
+        switch (Entry.TypeCode) {
+            case BlkFile:
+                return Store.BlockHandOver(Where, BlkFile, WorkSlot(Entry));
+            case BlkOrgFile:
+                return Store.BlockHandOver(Where, BlkOrgFile, OrgSlot(Entry));
+            case BlkSilent:
+                break;
+            default:
+                Store.ShowError("Error - Block type can not be converted to Block");
+        }
+        return Store.BlockHandOver(Where, BlkSilent, 0);
+    }
+
+  private:
+    std::int32_t WorkSlot(const BlkInEntry& Entry) {
+        return SlotOf(
+            LastWork, Entry.NameRecord,
+            [this](const std::string& Name) { return Store.WorkFileFind(Name); },
+            [this](const std::string& Name) { return Store.WorkFileAdd(Name); });
+    }
+
+    std::int32_t OrgSlot(const BlkInEntry& Entry) {
+        return SlotOf(
+            LastOrg, Entry.NameRecord,
+            [this](const std::string& Name) { return Store.OrgFileFind(Name); },
+            [&](const std::string& Name) {
+                return Store.OrgFileAdd(Name, Entry.Channels, Entry.Bits);
+            });
+    }
+
+    WoroFileBlockMod& Store;
+    LastName LastWork;
+    LastName LastOrg;
+};
+
+}  // namespace
+
+void BlkInLstCheck(BlockList BlkInLst, std::string_view Channel) {
+    BlkInLstReader Reader(BlkInLst, Channel);
+    BlkInEntry Entry;
+    while (Reader.Next(Entry))
+        continue;
+}
+
+std::vector<std::int32_t> BlocksFromBlkInLst(WoroFileBlockMod& Store, BlockList BlkInLst) {
+    BlkInLstCheck(BlkInLst, "");
+    BlkInLstReader Reader(BlkInLst, "");
+    MadeBlocks Made(Store, static_cast<std::size_t>(Reader.Count()));
+    HandOver Editor(Store);
+    BlkInEntry Entry;
+    while (Reader.Next(Entry))
+        Made.Add(Editor.Make(Entry));
+    return Made.Take();
+}
+
+}  // namespace Tolvar

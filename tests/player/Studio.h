@@ -1,0 +1,162 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Apartment.h"
+#include "platform/Clocks.h"
+#include "platform/SoundCard.h"
+#include "platform/System.h"
+#include "platform/WaveOutDevice.h"
+#include "server/PlayDllClass.h"
+#include "store/BlockCarrBuffClass.h"
+#include "store/WoroFileBlockMod.h"
+#include "tests/support/BlockLists.h"
+#include "tests/support/Fakes.h"
+
+namespace Tolvar::Testing {
+
+/// A wave to load: frame f carries f in its left and -f in its right channel (8 bits: f modulo
+/// 256, as an unsigned byte), so that what is heard names its frames.
+struct TestWave {
+    std::int32_t Frames = 10000;
+    std::int32_t Channels = 1;
+    std::int32_t Rate = 1000;
+    std::int32_t Bits = 16;
+    std::int32_t BlockFrames = 700;  ///< the wave is handed over in blocks of this length
+};
+
+/// A whole server on the virtual clock with ears on its sound card.
+struct Studio {
+    explicit Studio(bool WithDevice = true)
+        : Ears(new ListeningSink),
+          Card(Home, std::unique_ptr<Sink>(WithDevice ? Ears : (delete Ears, nullptr)), SinkRate{},
+               Journal),
+          Device(Card),
+          Os{Home, Disk, Box, Journal, Device},
+          Store(Disk, Box, State),
+          Player(std::make_unique<PlayDllClass>(Os, State, Store)) {
+        Listen();
+    }
+
+    void Listen() {
+        Player->OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
+            Times.push_back(NowMs());
+            Reports.push_back(Msg == "S2" ? std::string(Ttl)
+                                          : std::string(Msg) + "|" + std::string(Ttl));
+            if (OnReport) OnReport(Reports.back());
+        });
+    }
+
+    std::int64_t NowMs() const { return Time.NowNs() / NsPerMs; }
+    void Advance(std::int64_t Ms) { Home.AdvanceBy(Ms); }
+
+    std::int32_t TakeEngine(std::int32_t Window = 1) {
+        Player->DxObj(Window);
+        return Window;
+    }
+
+    void PutWave(const TestWave& W) {
+        MemoryFiles::Bytes& Raw = Disk.Content["wave"];
+        Raw.clear();
+        for (std::int32_t F = 1; F <= W.Frames; ++F) {
+            for (std::int32_t C = 0; C < W.Channels; ++C) {
+                const auto Value = static_cast<std::uint32_t>(C == 0 ? F : -F);
+                for (int B = 0; B < W.Bits; B += 8) {
+                    Raw.push_back(static_cast<std::uint8_t>(Value >> B));
+                }
+            }
+        }
+    }
+
+    static std::vector<std::int32_t> WaveList(const TestWave& W, std::int32_t Channel) {
+        std::vector<ListEntry> Entries;
+        const std::int32_t Bytes = W.Bits / 8;
+        for (std::int32_t Start = 1; Start <= W.Frames; Start += W.BlockFrames) {
+            Entries.push_back({.Type = BlkOrgFile,
+                               .Len = std::min(W.BlockFrames, W.Frames - Start + 1),
+                               .Start = Start,
+                               .Name = "wave",
+                               .FilePos = 1 + ((Start - 1) * W.Channels + Channel) * Bytes,
+                               .Channels = W.Channels,
+                               .Bits = W.Bits});
+        }
+        return ListOf(Entries);
+    }
+
+    void HandOver(const TestWave& W) {
+        Player->WriteWaveMemo(W.Bits, W.Channels, W.Rate, W.Frames, WaveList(W, 0),
+                              W.Channels == 2 ? WaveList(W, 1) : std::vector<std::int32_t>{});
+    }
+
+    /// An engine, the wave, and no reports yet.
+    void Load(const TestWave& W) {
+        TakeEngine();
+        PutWave(W);
+        HandOver(W);
+        ASSERT_EQ(Reports.back(), "Done");
+        Reports.clear();
+        Times.clear();
+    }
+
+    /// The reports since the last call.
+    std::vector<std::string> Said() {
+        Times.clear();
+        return std::exchange(Reports, {});
+    }
+
+    /// The frames heard since the last call, stereo checked for its sides; the run must be over.
+    std::vector<int> Heard() {
+        std::vector<int> Frames;
+        const auto Step = static_cast<std::size_t>(std::max(Ears->Channels, 1));
+        for (std::size_t At = 0; At < Ears->Heard.size(); At += Step) {
+            Frames.push_back(Ears->Heard[At]);
+            if (Step == 2) {
+                EXPECT_EQ(Ears->Heard[At + 1], -Ears->Heard[At]) << "sample " << At;
+            }
+        }
+        Ears->Heard.clear();
+        return Frames;
+    }
+
+    std::int32_t Position() {
+        Player->UpdatePlayPosition();
+        return Player->PlayCurrentPosition();
+    }
+
+    /// Plays on until the run has ended; true when it did within Ms.
+    bool PlayOut(std::int64_t Ms = 3600'000) {
+        return Home.RunUntil(Time.NowNs() + Ms * NsPerMs,
+                             [this] { return State.PlayRunningState == 0; });
+    }
+
+    std::vector<std::string> Reports;
+    std::vector<std::int64_t> Times;  ///< of each of Reports, ms
+    std::function<void(const std::string&)> OnReport;
+    ListLog Journal;
+    ListBox Box;
+    MemoryFiles Disk;
+    VirtualClock Time;
+    Apartment Home{Time, Journal};
+    ListeningSink* Ears;  ///< the card's; gone when there is no device
+    SoundCard Card;
+    WaveOutDevice Device;
+    System Os;
+    PlayerState State;
+    WoroFileBlockMod Store;
+    std::unique_ptr<PlayDllClass> Player;
+};
+
+/// From, From + 1, ... To, or down when To is less.
+inline std::vector<int> Frames(int From, int To) {
+    std::vector<int> All;
+    for (int F = From; From <= To ? F <= To : F >= To; From <= To ? ++F : --F)
+        All.push_back(F);
+    return All;
+}
+
+}  // namespace Tolvar::Testing

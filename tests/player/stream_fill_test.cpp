@@ -1,0 +1,131 @@
+#include <limits>
+
+#include "stream/StreamBuffFill.h"
+#include "tests/player/Studio.h"
+
+namespace Tolvar::Testing {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr auto Max = std::numeric_limits<std::int32_t>::max();
+
+/// A loaded wave with a small double buffer and no engine.
+struct Fill : Studio {
+    Fill(const TestWave& W, std::int32_t SegFrames) {
+        PutWave(W);
+        HandOver(W);
+        State.SegFrames = SegFrames;
+        State.SegSamples = SegFrames * W.Channels;
+        State.BuffSamples = 2 * State.SegSamples;
+    }
+
+    std::vector<int> Segment(std::int32_t Number) {
+        const std::int32_t First = Number == 2 ? State.SegSamples + 1 : 1;
+        std::vector<int> Samples;
+        for (std::int32_t I = First; I < First + State.SegSamples; ++I) {
+            Samples.push_back(*State.StreamBuff.At(I));
+        }
+        return Samples;
+    }
+};
+
+TEST(StreamFill, WalksTheWaveInBothDirections) {
+    for (const int Direction : {1, -1}) {
+        Fill F({.Frames = 10, .BlockFrames = 3}, 4);
+        F.State.PlayDirection = Direction;
+        const auto Frame = [&](int K) { return Direction == 1 ? K : 11 - K; };
+        EXPECT_TRUE(StreamBuffFill(F.State, 1));
+        EXPECT_THAT(F.Segment(1), ElementsAre(Frame(1), Frame(2), Frame(3), Frame(4)));
+        EXPECT_TRUE(StreamBuffFill(F.State, 2));
+        EXPECT_THAT(F.Segment(2), ElementsAre(Frame(5), Frame(6), Frame(7), Frame(8)));
+        EXPECT_THAT(F.Segment(1), ElementsAre(Frame(1), Frame(2), Frame(3), Frame(4)));
+        EXPECT_EQ(F.State.LastSegMs, 0);
+        EXPECT_EQ(F.State.FillNextPos, 9);
+        EXPECT_TRUE(StreamBuffFill(F.State, 7));  // any other number is segment 1
+        EXPECT_THAT(F.Segment(1), ElementsAre(Frame(9), Frame(10), 0, 0));
+        EXPECT_EQ(F.State.LastSegMs, 3);  // 2 frames of 1000 Hz, and one more
+        EXPECT_EQ(F.State.SegFilled, 2);
+        EXPECT_EQ(F.State.SegFilledBytes, 4);
+        EXPECT_FALSE(StreamBuffFill(F.State, 2));
+        EXPECT_THAT(F.Segment(2), ElementsAre(0, 0, 0, 0));
+        EXPECT_EQ(F.State.LastSegMs, 1);
+        EXPECT_EQ(F.State.SegFilled, 0);
+        EXPECT_EQ(F.State.SegFilledBytes, 0);
+        EXPECT_EQ(F.State.FillNextPos, 11);
+    }
+}
+
+TEST(StreamFill, PutsLeftBeforeRightAndScalesEightBits) {
+    Fill Stereo({.Frames = 3, .Channels = 2}, 2);
+    EXPECT_TRUE(StreamBuffFill(Stereo.State, 1));
+    EXPECT_THAT(Stereo.Segment(1), ElementsAre(1, -1, 2, -2));
+    EXPECT_EQ(Stereo.State.SegFilledBytes, 8);
+    Stereo.State.PlayDirection = -1;
+    Stereo.State.FillNextPos = 1;
+    EXPECT_TRUE(StreamBuffFill(Stereo.State, 2));
+    EXPECT_THAT(Stereo.Segment(2), ElementsAre(3, -3, 2, -2));
+
+    for (const std::int32_t Channels : {1, 2}) {
+        Fill Eight({.Frames = 4, .Channels = Channels, .Bits = 8}, 4);
+        Eight.Disk.Content["wave"] = {0, 255, 128, 1, 0, 255, 128, 1};
+        EXPECT_TRUE(StreamBuffFill(Eight.State, 1));
+        std::vector<int> Expected{-32768, 32512, 0, -32512};
+        if (Channels == 2) Expected = {-32768, 32512, 0, -32512, -32768, 32512, 0, -32512};
+        EXPECT_EQ(Eight.Segment(1), Expected);
+    }
+}
+
+TEST(StreamFill, RefusesWhatDoesNotFitItsType) {
+    // 16-bit samples that an 8-bit wave cannot carry.
+    Fill Loud({.Frames = 400, .BlockFrames = 400}, 400);
+    Loud.State.FmtBits = 8;
+    EXPECT_THROW(StreamBuffFill(Loud.State, 1), RuntimeFailure);
+    EXPECT_EQ(Loud.State.FillNextPos, 1);
+
+    Fill Far({.Frames = 10}, 4);
+    Far.State.FillNextPos = Max - 2;
+    EXPECT_THROW(StreamBuffFill(Far.State, 1), RuntimeFailure);
+    Far.State.FillNextPos = 12;
+    EXPECT_FALSE(StreamBuffFill(Far.State, 1));
+
+    // The milliseconds of a partial segment are counted in 32 bits.
+    Fill Long({.Frames = 10}, 4'000'000);
+    Long.State.WaveNos = 3'000'000;
+    EXPECT_THROW(StreamBuffFill(Long.State, 1), RuntimeFailure);
+
+    // A buffer made for another wave: one channel less, or of absurd size.
+    Fill Other({.Frames = 10, .Channels = 2}, 4);
+    Other.State.BuffSamples = Other.State.SegSamples = 4;
+    EXPECT_THROW(StreamBuffFill(Other.State, 1), RuntimeFailure);
+    Fill Negative({.Frames = 10}, -4);
+    EXPECT_THROW(StreamBuffFill(Negative.State, 1), RuntimeFailure);
+}
+
+TEST(StreamFill, WithoutDirectionOnlySilencesTheSegment) {
+    Fill F({.Frames = 10}, 4);
+    StreamBuffFill(F.State, 1);
+    F.State.PlayDirection = 2;
+    EXPECT_FALSE(StreamBuffFill(F.State, 1));
+    EXPECT_THAT(F.Segment(1), ElementsAre(0, 0, 0, 0));
+    EXPECT_EQ(F.State.FillNextPos, 5);
+    EXPECT_EQ(F.State.SegFilled, 4);
+}
+
+TEST(StreamFill, KeepsTheStorageInPlaceUntilTheGeometryChanges) {
+    Fill F({.Frames = 10}, 4);
+    StreamBuffFill(F.State, 1);
+    const auto* const Before = F.State.StreamBuff.At(1);
+    StreamBuffFill(F.State, 2);
+    EXPECT_EQ(F.State.StreamBuff.At(1), Before);
+    F.State.SegFrames = F.State.SegSamples = 3;
+    F.State.BuffSamples = 6;
+    F.State.FillNextPos = 1;
+    EXPECT_TRUE(StreamBuffFill(F.State, 2));
+    EXPECT_EQ(F.State.StreamBuff.Count(), 6);
+    EXPECT_EQ(F.Segment(1), (std::vector<int>{0, 0, 0}));
+    EXPECT_EQ(F.Segment(2), (std::vector<int>{1, 2, 3}));
+}
+
+}  // namespace
+}  // namespace Tolvar::Testing

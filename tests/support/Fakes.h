@@ -1,0 +1,121 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Files.h"
+#include "platform/Log.h"
+#include "platform/MessageBox.h"
+#include "platform/RuntimeFailure.h"
+#include "platform/Sink.h"
+
+namespace Tolvar::Testing {
+
+struct ListLog : Log {
+    std::vector<std::string> Lines;
+    void Write(std::string_view Line) noexcept override { Lines.emplace_back(Line); }
+};
+
+struct ListBox : MessageBox {
+    std::vector<std::string> Texts;
+    void Show(std::string_view Text) override { Texts.emplace_back(Text); }
+};
+
+/// A file system in memory that counts what is open and can refuse the n-th call.
+class MemoryFiles : public Files {
+  public:
+    using Bytes = std::vector<std::uint8_t>;
+    std::map<std::string, Bytes> Content;
+    int OpenNow = 0;
+    int OpensSoFar = 0;
+    int FailAtCall = 0;  ///< the call (open, read, write, delete) that fails, counted from 1
+    int Calls = 0;
+
+    std::unique_ptr<File> Open(const std::string& Name, FileAccess Access) override {
+        Count("open", Name);
+        if (Access == FileAccess::Read && !Content.contains(Name)) Refuse("open", Name);
+        ++OpensSoFar;
+        return std::make_unique<Handle>(*this, Name);
+    }
+    std::unique_ptr<File> CreateNew(const std::string& Name) override {
+        Count("create", Name);
+        if (!Content.try_emplace(Name).second) return nullptr;
+        return std::make_unique<Handle>(*this, Name);
+    }
+    bool Exists(const std::string& Name) override { return Content.contains(Name); }
+    void Delete(const std::string& Name) override {
+        Count("delete", Name);
+        Content.erase(Name);
+    }
+
+    void Put16(const std::string& Name, std::span<const std::int16_t> Samples) {
+        Bytes Raw(Samples.size_bytes());
+        std::memcpy(Raw.data(), Samples.data(), Raw.size());
+        Content[Name] = Raw;
+    }
+
+  private:
+    class Handle : public File {
+      public:
+        Handle(MemoryFiles& From, std::string Name) : Owner(From), NameOf(std::move(Name)) {
+            ++Owner.OpenNow;
+        }
+        ~Handle() override { --Owner.OpenNow; }
+        void ReadAt(std::int64_t BytePos, std::span<std::byte> Into) override {
+            Owner.Count("read", NameOf);
+            const Bytes& Raw = Owner.Content[NameOf];
+            const auto End = BytePos - 1 + static_cast<std::int64_t>(Into.size());
+            if (BytePos < 1 || End > static_cast<std::int64_t>(Raw.size())) Refuse("read", NameOf);
+            std::memcpy(Into.data(), Raw.data() + (BytePos - 1), Into.size());
+        }
+        void WriteAt(std::int64_t BytePos, std::span<const std::byte> From) override {
+            Owner.Count("write", NameOf);
+            Bytes& Raw = Owner.Content[NameOf];
+            const auto Start = static_cast<std::size_t>(BytePos - 1);
+            Raw.resize(std::max(Raw.size(), Start + From.size()));
+            std::memcpy(Raw.data() + Start, From.data(), From.size());
+        }
+
+      private:
+        MemoryFiles& Owner;
+        std::string NameOf;
+    };
+
+    [[noreturn]] static void Refuse(const std::string& What, const std::string& Name) {
+        throw RuntimeFailure(FailureKind::File, "cannot " + What + " " + Name);
+    }
+    void Count(const std::string& What, const std::string& Name) {
+        if (++Calls == FailAtCall) Refuse(What, Name);
+    }
+};
+
+/// Keeps what is heard. Polices the protocol: a frame before Open, or after Finish, throws.
+struct ListeningSink : Sink {
+    std::vector<std::int16_t> Heard;
+    int Channels = 0;
+    int RateHz = 0;
+    bool Finished = false;
+
+    bool WantsFrames() const override { return true; }
+    void Open(int ChannelCount, int Rate) override {
+        if (Channels != 0) throw std::logic_error("sink opened twice");
+        Channels = ChannelCount;
+        RateHz = Rate;
+    }
+    void Write(std::span<const std::int16_t> Samples) override {
+        if (Channels == 0 || Finished || Samples.size() % static_cast<std::size_t>(Channels) != 0) {
+            throw std::logic_error("sink written out of turn");
+        }
+        Heard.insert(Heard.end(), Samples.begin(), Samples.end());
+    }
+    void Finish() override { Finished = true; }
+};
+
+}  // namespace Tolvar::Testing

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Tolvar::Testing {
+
+/// A folder of its own for one test, removed with everything in it.
+class TempFolder {
+  public:
+    TempFolder() : PathOf((std::filesystem::temp_directory_path() / "tolvar-test-XXXXXX")) {
+        std::string Name = PathOf.string();
+        if (mkdtemp(Name.data()) == nullptr) throw std::runtime_error("cannot make " + Name);
+        PathOf = Name;
+    }
+    ~TempFolder() {
+        std::error_code Ignored;
+        std::filesystem::remove_all(PathOf, Ignored);
+    }
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    std::string operator/(const std::string& Name) const { return (PathOf / Name).string(); }
+
+    /// The names in it, sorted.
+    std::vector<std::string> Names() const {
+        std::vector<std::string> Found;
+        for (const auto& Each : std::filesystem::directory_iterator(PathOf)) {
+            Found.push_back(Each.path().filename().string());
+        }
+        std::sort(Found.begin(), Found.end());
+        return Found;
+    }
+
+  private:
+    std::filesystem::path PathOf;
+};
+
+inline void Put(const std::string& Path, const std::string& Content) {
+    std::ofstream(Path, std::ios::binary) << Content;
+}
+
+inline std::string Get(const std::string& Path) {
+    std::ifstream In(Path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(In), {}};
+}
+
+}  // namespace Tolvar::Testing

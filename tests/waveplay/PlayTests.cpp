@@ -1,0 +1,97 @@
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <filesystem>
+
+#include "Program.h"
+
+namespace Tolvar::Testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+TEST(Play, TellsItsProgressAndEnds) {
+    const Program Waveplay;
+    Waveplay.PutWav("in.wav", 16, 1, 8000, Numbered(20000, 1));
+    const Outcome Ran = Waveplay.Run({"in.wav", "--clock", "virtual"});
+    EXPECT_EQ(Ran.Code, 0);
+    EXPECT_EQ(Ran.Out, "");
+    EXPECT_EQ(Ran.Err,
+              "no sound card: keeping time in silence\nWriting to Play Buffer\nStopped\nDone\n"
+              "Playing\nplaying forward 1.0 / 2.5 s\nplaying forward 2.0 / 2.5 s\nPlay Done\n");
+}
+
+TEST(Play, TurnsItsOwnPhraseRoundAndCleansUp) {
+    const Program Waveplay;
+    std::filesystem::create_directory(Waveplay.Path("tmp"));
+    setenv("TMPDIR", Waveplay.Path("tmp").c_str(), 1);
+    const Outcome Ran = Waveplay.Run({"play", "--clock", "virtual", "--device", "wav:out.wav"});
+    unsetenv("TMPDIR");
+    ASSERT_EQ(Ran.Code, 0) << Ran.Err;
+    EXPECT_THAT(Ran.Err, HasSubstr("reverse"));
+    EXPECT_TRUE(std::filesystem::is_empty(Waveplay.Path("tmp")));
+
+    const Program::Wav Heard = Waveplay.GetWav("out.wav");
+    ASSERT_EQ(Heard.Channels, 2);
+    const auto Turn = Heard.Samples.begin() + 2 * (4 * 44100 - 44100 / 2);
+    const std::vector Forward(Heard.Samples.begin(), Turn);
+    EXPECT_TRUE(std::vector(Turn, Heard.Samples.end()) == Mirrored(Forward, 2));
+    const auto [Least, Most] = std::minmax_element(Forward.begin(), Forward.end());
+    EXPECT_LT(*Least, -4000);
+    EXPECT_GT(*Most, 4000);
+    EXPECT_LT(*Most, 32767) << "does not clip";
+}
+
+TEST(Play, StopsCleanlyOnASignal) {
+    const Program Waveplay;
+    const auto Samples = Numbered(8000, 2);
+    Waveplay.PutWav("in.wav", 16, 2, 8000, Samples);
+    for (const int Signal : {SIGINT, SIGTERM}) {
+        const Outcome Ran =
+            Waveplay.RunAndSignal({"in.wav", "--loop", "--device", "wav:out.wav"}, Signal);
+        EXPECT_EQ(Ran.Code, 130);
+        EXPECT_THAT(Ran.Err, HasSubstr("interrupted"));
+        const auto Heard = Waveplay.GetWav("out.wav").Samples;
+        EXPECT_TRUE(std::equal(Heard.begin(), Heard.end(), Samples.begin()));
+    }
+}
+
+TEST(Play, SaysWhyItCannot) {
+    const Program Waveplay;
+    Waveplay.PutWav("in.wav", 16, 2, 8000, Numbered(8000, 2));
+    const Outcome Deaf = Waveplay.Run({"in.wav", "--device", "none", "--clock", "virtual"});
+    EXPECT_EQ(Deaf.Code, 1);
+    EXPECT_THAT(Deaf.Err, HasSubstr("Sound Buffer Failed"));
+    EXPECT_EQ(Waveplay.Run({"gone.wav"}).Code, 1);
+}
+
+TEST(CommandLine, MistakesAreUsageAndHelpIsNot) {
+    const Program Waveplay;
+    Waveplay.PutWav("in.wav", 16, 1, 8000, {1});
+    const std::vector<std::string> Mistakes[] = {
+        {"render", "in.wav"},           {"render", "-o", "out.wav"},
+        {"play", "in.wav", "--loud"},   {"in.wav", "--at", "-1"},
+        {"in.wav", "--at", "soon"},     {"in.wav", "--rate", "99"},
+        {"in.wav", "--rate", "cd"},     {"in.wav", "--device", "radio"},
+        {"in.wav", "--engine", "dx9"},  {"in.wav", "--clock", "sun"},
+        {"in.wav", "--memory", "-1"},   {"in.wav", "--tempo", "0"},
+        {"script", "--device", "auto"}, {"script", "a", "b"},
+    };
+    for (const auto& Line : Mistakes) {
+        const Outcome Ran = Waveplay.Run(Line);
+        EXPECT_EQ(Ran.Code, 2) << Line.back();
+        EXPECT_NE(Ran.Err, "") << Line.back();
+    }
+    for (const std::string Command : {"play", "render", "script"}) {
+        const Outcome Ran = Waveplay.Run({Command, "--help"});
+        EXPECT_EQ(Ran.Code, 0);
+        EXPECT_THAT(Ran.Out, HasSubstr("Example"));
+    }
+    EXPECT_THAT(Waveplay.Run({"--version"}).Out, HasSubstr("waveplay"));
+    EXPECT_EQ(Waveplay.Run({"script", "gone.txt"}).Code, 1);
+    EXPECT_THAT(Waveplay.FilesThere(), ElementsAre("in.wav"));
+}
+
+}  // namespace
+}  // namespace Tolvar::Testing

@@ -1,0 +1,231 @@
+#include "waveplay/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string>
+#include <string_view>
+
+namespace Tolvar {
+namespace {
+
+constexpr const char* Version = "waveplay 0.1.0";
+
+constexpr const char* Overview =
+    "Plays sound files through the playback server of a wave editor.\n"
+    "`waveplay PIECE...` is short for `waveplay play PIECE...`.";
+
+constexpr const char* OverviewFooter =
+    "Each command explains itself: waveplay play --help\n"
+    "Exit codes: 0 done, 1 playback or a file failed, 2 usage, 130 interrupted.";
+
+constexpr const char* PlayFooter =
+    "A PIECE is a PCM WAV file of 8 or 16 bits, mono or stereo, or silence:SECONDS. Pieces of one\n"
+    "format become one wave. Without a PIECE the program plays a phrase of its own.\n"
+    "Examples:\n"
+    "  waveplay song.wav\n"
+    "  waveplay play intro.wav silence:1.5 song.wav --reverse\n"
+    "  waveplay play song.wav --at 30 --loop --device wav:recorded.wav";
+
+constexpr const char* RenderFooter =
+    "Writes exactly the frames that would be heard, as 16-bit WAV, as fast as the machine can.\n"
+    "Examples:\n"
+    "  waveplay render a.wav silence:2 b.wav -o joined.wav\n"
+    "  waveplay render song.wav --reverse --at 12.5 -o - | sox -t wav - out.flac";
+
+constexpr const char* ScriptFooter =
+    "Reads one command a line and prints one line per happening; docs/console.md has the grammar.\n"
+    "Example:\n"
+    "  printf 'DxObj 1\\nload song.wav\\nPlayAgain\\nwait-stop\\n' | waveplay script";
+
+// Names that take the place of an option's value; the text explains a refusal.
+template <typename Value, std::size_t Count>
+std::string Choose(const std::array<std::pair<std::string_view, Value>, Count>& Choices,
+                   const std::string& Given, Value& Chosen, const char* Explanation) {
+    const auto Found = std::find_if(Choices.begin(), Choices.end(),
+                                    [&](const auto& Choice) { return Choice.first == Given; });
+    if (Found == Choices.end()) return Explanation;
+    Chosen = Found->second;
+    return {};
+}
+
+using Taker = std::function<std::string(const std::string&)>;
+
+// An option whose text Take turns into a setting; what it returns is the complaint.
+CLI::Option* AddTaken(CLI::App& Command, const std::string& Name, const std::string& About,
+                      Taker Take) {
+    return Command.add_option_function<std::string>(
+        Name,
+        [Name, Take](const std::string& Given) {
+            const std::string Complaint = Take(Given);
+            if (!Complaint.empty()) throw CLI::ValidationError(Name, Given + ": " + Complaint);
+        },
+        About);
+}
+
+std::string TakeRate(const std::string& Given, SinkRate& Rate) {
+    constexpr int LeastHz = 100;
+    constexpr int MostHz = 384000;
+    if (Given == "wave") {
+        Rate = {SinkRate::Rule::Wave, 0};
+        return {};
+    }
+    if (Given == "native") {
+        Rate = {SinkRate::Rule::Native, 0};
+        return {};
+    }
+    int Hz = 0;
+    const char* End = Given.data() + Given.size();
+    const auto [Rest, Error] = std::from_chars(Given.data(), End, Hz);
+    if (Error != std::errc() || Rest != End || Hz < LeastHz || Hz > MostHz) {
+        return "neither wave nor native nor a rate of 100 to 384000 Hz";
+    }
+    Rate = {SinkRate::Rule::Fixed, Hz};
+    return {};
+}
+
+std::string TakeEngine(const std::string& Given, EngineOrder& Engine) {
+    if (Given == "dx9" || Given == "dx7") return "this engine is not in this version";
+    constexpr std::array<std::pair<std::string_view, EngineOrder>, 2> Engines{
+        {{"auto", EngineOrder::Auto}, {"waveout", EngineOrder::WaveOut}}};
+    return Choose(Engines, Given, Engine, "neither auto nor waveout");
+}
+
+std::string TakeClock(const std::string& Given, bool& Virtual) {
+    constexpr std::array<std::pair<std::string_view, bool>, 2> Clocks{
+        {{"real", false}, {"virtual", true}}};
+    return Choose(Clocks, Given, Virtual, "neither real nor virtual");
+}
+
+// A script has standard output for itself, and only a listener wants the device of the moment.
+std::string TakeDevice(const std::string& Given, bool ForScript, std::string& Device) {
+    if (ForScript && Given == "wav:-") return "standard output is for the script's own lines";
+    const bool IsFile = Given.starts_with("wav:") && Given.size() > 4;
+    if (Given == "null" || Given == "none" || IsFile || (!ForScript && Given == "auto")) {
+        Device = Given;
+        return {};
+    }
+    return ForScript ? "not one of null, none, wav:PATH" : "not one of auto, null, none, wav:PATH";
+}
+
+void AddPieces(CLI::App& Command, std::vector<std::string>& Pieces, RunOptions& Run) {
+    Command.add_option("PIECE", Pieces, "sound file, or silence:SECONDS");
+    Command.add_flag("--reverse", Run.Reverse, "play towards the start");
+    AddTaken(Command, "--at", "where to begin, from the wave's start",
+             [&Run](const std::string& Given) -> std::string {
+                 double Seconds = 0;
+                 const char* End = Given.data() + Given.size();
+                 const auto [Rest, Error] = std::from_chars(Given.data(), End, Seconds);
+                 if (Error != std::errc() || Rest != End || !(Seconds >= 0 && Seconds < 1e12)) {
+                     return "not a time in seconds";
+                 }
+                 Run.At = Seconds;
+                 return {};
+             })
+        ->type_name("SECONDS");
+    Command.add_option("--tempo", Run.Tempo, "tempo factor (the waveOut engine has none)")
+        ->check(CLI::PositiveNumber);
+}
+
+void AddSetup(CLI::App& Command, SessionOptions& Setup) {
+    AddTaken(Command, "--rate", "the output's rate: wave (default), native or HZ",
+             [&Setup](const std::string& Given) { return TakeRate(Given, Setup.Rate); })
+        ->type_name("RATE");
+    AddTaken(Command, "--engine", "output engine: auto (default) or waveout",
+             [&Setup](const std::string& Given) { return TakeEngine(Given, Setup.Engine); })
+        ->type_name("ENGINE");
+    Command.add_option("--log", Setup.LogPath, "append causes of failures to FILE")
+        ->type_name("FILE");
+}
+
+void AddClock(CLI::App& Command, SessionOptions& Setup, const char* About) {
+    AddTaken(Command, "--clock", About,
+             [&Setup](const std::string& Given) { return TakeClock(Given, Setup.VirtualClock); });
+}
+
+void AddDevice(CLI::App& Command, SessionOptions& Setup, bool ForScript, const char* About) {
+    AddTaken(Command, "--device", About, [&Setup, ForScript](const std::string& Given) {
+        return TakeDevice(Given, ForScript, Setup.Device);
+    })->type_name("DEVICE");
+}
+
+CLI::App* AddPlay(CLI::App& Root, PlayOptions& Options) {
+    CLI::App* Command = Root.add_subcommand("play", "play sound files");
+    Options.Setup.Device = "auto";
+    AddPieces(*Command, Options.Pieces, Options.Run);
+    Command->add_flag("--loop", Options.Run.Loop, "play again from the edge at the end");
+    Command->add_option("--tempo-rev", Options.Run.TempoRev, "tempo factor in reverse")
+        ->check(CLI::PositiveNumber);
+    Command
+        ->add_option("--memory", Options.Run.MemorySizeToUse,
+                     "BYTES of samples that may be kept in memory")
+        ->check(CLI::NonNegativeNumber);
+    AddDevice(*Command, Options.Setup, false, "auto (default), null, none or wav:PATH");
+    AddClock(*Command, Options.Setup, "real (default) or virtual");
+    AddSetup(*Command, Options.Setup);
+    Command->footer(PlayFooter);
+    return Command;
+}
+
+CLI::App* AddRender(CLI::App& Root, RenderOptions& Options) {
+    CLI::App* Command = Root.add_subcommand("render", "write what would be heard to a WAV file");
+    AddPieces(*Command, Options.Pieces, Options.Run);
+    Command->get_option("PIECE")->required();
+    Command->add_option("-o,--output", Options.OutPath, "OUT.wav; - is standard output")
+        ->required();
+    AddSetup(*Command, Options.Setup);
+    Command->footer(RenderFooter);
+    return Command;
+}
+
+CLI::App* AddScript(CLI::App& Root, ScriptOptions& Options) {
+    CLI::App* Command = Root.add_subcommand("script", "run a session in text");
+    Options.Setup.VirtualClock = true;
+    Command->add_option("FILE", Options.Path, "the script; - or none is standard input");
+    Command->add_flag("--strict", Options.Strict, "end with exit code 1 at the first error");
+    AddDevice(*Command, Options.Setup, true, "null (default), none or wav:PATH");
+    AddClock(*Command, Options.Setup, "virtual (default) or real");
+    AddSetup(*Command, Options.Setup);
+    Command->footer(ScriptFooter);
+    return Command;
+}
+
+// The arguments behind the program's name, with the command that is meant when none is named.
+std::vector<std::string> Spelled(int Count, const char* const* Arguments) {
+    constexpr std::array<std::string_view, 6> Known{"play",   "render", "script",
+                                                    "--help", "-h",     "--version"};
+    std::vector<std::string> Words(Arguments + std::min(Count, 1), Arguments + Count);
+    if (Words.empty() || std::find(Known.begin(), Known.end(), Words.front()) == Known.end()) {
+        Words.insert(Words.begin(), "play");
+    }
+    return Words;
+}
+
+}  // namespace
+
+Request ParseCommandLine(int Count, const char* const* Arguments) {
+    CLI::App Root(Overview, "waveplay");
+    Root.footer(OverviewFooter);
+    Root.set_version_flag("--version", Version);
+    Root.require_subcommand(1);
+    PlayOptions ForPlay;
+    RenderOptions ForRender;
+    ScriptOptions ForScript;
+    const CLI::App* PlayCommand = AddPlay(Root, ForPlay);
+    const CLI::App* RenderCommand = AddRender(Root, ForRender);
+    AddScript(Root, ForScript);
+
+    std::vector<std::string> Words = Spelled(Count, Arguments);
+    std::reverse(Words.begin(), Words.end());  // the order in which the parser takes them
+    try {
+        Root.parse(Words);
+    } catch (const CLI::ParseError& Refused) {
+        return Root.exit(Refused) == 0 ? ExitDone : ExitUsage;
+    }
+    if (PlayCommand->parsed()) return ForPlay;
+    if (RenderCommand->parsed()) return ForRender;
+    return ForScript;
+}
+
+}  // namespace Tolvar

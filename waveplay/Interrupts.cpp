@@ -1,0 +1,49 @@
+#include "waveplay/Interrupts.h"
+
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/RuntimeFailure.h"
+
+namespace Tolvar {
+namespace {
+
+sigset_t Watched() {
+    sigset_t Set;
+    sigemptyset(&Set);
+    sigaddset(&Set, SIGINT);
+    sigaddset(&Set, SIGTERM);
+    return Set;
+}
+
+}  // namespace
+
+Interrupts::Interrupts(Apartment& Waking) : Home(Waking) {
+    const sigset_t Set = Watched();
+    Fd = signalfd(-1, &Set, SFD_NONBLOCK | SFD_CLOEXEC);
+    if (Fd < 0) {
+        throw RuntimeFailure(FailureKind::Device,
+                             std::string("cannot watch for signals: ") + std::strerror(errno));
+    }
+    sigprocmask(SIG_BLOCK, &Set, nullptr);
+    Home.Watch(Fd, [this] { Seen(); });
+}
+
+Interrupts::~Interrupts() {
+    Home.Unwatch(Fd);
+    close(Fd);
+    const sigset_t Set = Watched();
+    sigprocmask(SIG_UNBLOCK, &Set, nullptr);
+}
+
+bool Interrupts::Seen() {
+    signalfd_siginfo Signal{};
+    if (read(Fd, &Signal, sizeof Signal) > 0) HasSeen = true;
+    return HasSeen;
+}
+
+}  // namespace Tolvar

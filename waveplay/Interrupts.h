@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/Apartment.h"
+
+namespace Tolvar {
+
+/// While it lives, SIGINT and SIGTERM wake the apartment and are noted instead of ending the
+/// program. Apartment's thread.
+class Interrupts {
+  public:
+    explicit Interrupts(Apartment& Waking);
+    ~Interrupts();
+    Interrupts(const Interrupts&) = delete;
+    Interrupts& operator=(const Interrupts&) = delete;
+
+    /// Whether a signal has come. Looks itself, because the virtual clock watches no descriptor.
+    bool Seen();
+
+  private:
+    Apartment& Home;
+    int Fd = -1;
+    bool HasSeen = false;
+};
+
+}  // namespace Tolvar

@@ -1,0 +1,88 @@
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+#include "waveplay/Commands.h"
+#include "waveplay/DemoPhrase.h"
+
+namespace Tolvar {
+namespace {
+
+constexpr std::int32_t ProgressMs = 1000;
+constexpr double TurnBeforeEndSeconds = 0.5;
+
+void Say(const std::string& Line) {
+    std::fprintf(stderr, "%s\n", Line.c_str());
+}
+
+// Without hardware the time of the play passes all the same.
+std::string ChosenDevice(const std::string& Wanted) {
+    if (Wanted != "auto") return Wanted;
+    Say("no sound card: keeping time in silence");
+    return "null";
+}
+
+const char* StateName(std::int32_t RunningState) {
+    switch (RunningState) {
+        case 1:
+            return "playing";
+        case 2:
+            return "looping";
+        case 3:
+            return "paused";
+        default:
+            return "stopped";
+    }
+}
+
+void SayProgress(Session& Playing, double LengthSeconds) {
+    const PlayerState& State = Playing.State();
+    const double Position = static_cast<double>(State.PlayCurPos) / State.FmtFriq;
+    std::fprintf(stderr, "%s %s %.1f / %.1f s\n", StateName(State.PlayRunningState),
+                 State.PlayDirection < 0 ? "reverse" : "forward", Position, LengthSeconds);
+}
+
+void SayReport(std::string_view Msg, std::string_view Ttl) {
+    Say(Msg == "S2" ? std::string(Ttl) : std::string(Msg) + ": " + std::string(Ttl));
+}
+
+// The program's own phrase turns round shortly before its end, so that both directions are heard.
+Apartment::AlarmId TurnNearEnd(Session& Playing, PlayRun& Run, double SecondsToPlay) {
+    const double TurnSeconds = std::max(0.0, SecondsToPlay - TurnBeforeEndSeconds);
+    const auto Ahead = static_cast<std::int64_t>(TurnSeconds * NsPerSecond);
+    Apartment& Home = Playing.Home();
+    return Home.Arm(Home.Time().NowNs() + Ahead, [&Run] { Run.Turn(); });
+}
+
+bool PlayThrough(Session& Playing, const PlayOptions& Options) {
+    // The phrase's files are gone again before the session ends.
+    std::unique_ptr<DemoPhrase> Demo;
+    if (Options.Pieces.empty()) Demo = std::make_unique<DemoPhrase>();
+    const Wave Whole = Demo ? Demo->Phrase() : JoinPieces(Options.Pieces);
+    PlayRun Run(Playing, SayReport);
+    Timer Progress(Playing.Home(), ProgressMs);
+    Progress.Bind([&] { SayProgress(Playing, Whole.Seconds()); });
+
+    Run.Start(Whole, Options.Run);
+    Progress.Enabled(true);
+    Apartment::AlarmId Turn;
+    if (Demo) Turn = TurnNearEnd(Playing, Run, PlayRun::SecondsToPlay(Whole, Options.Run));
+    const bool ToTheEnd = Run.Finish();
+    Playing.Home().Disarm(Turn);
+    if (!ToTheEnd) Playing.Player().StopPlay();
+    return ToTheEnd;
+}
+
+}  // namespace
+
+ExitCode Play(PlayOptions Options) {
+    Options.Setup.Device = ChosenDevice(Options.Setup.Device);
+    Session Playing(Options.Setup);
+    const bool ToTheEnd = PlayThrough(Playing, Options);
+    Playing.Release();
+    Playing.Finish();
+    if (!ToTheEnd) Say("interrupted");
+    return ToTheEnd ? ExitDone : ExitInterrupted;
+}
+
+}  // namespace Tolvar

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "waveplay/Pieces.h"
+#include "waveplay/Session.h"
+
+namespace Tolvar {
+
+/// How one wave is to be played.
+struct RunOptions {
+    bool Reverse = false;
+    bool Loop = false;
+    /// Seconds from the wave's start: forward plays what lies behind that moment, reverse what
+    /// lies before it, towards the start. None: all of the wave.
+    std::optional<double> At;
+    float Tempo = 1.0F;
+    float TempoRev = 1.0F;
+    std::int32_t MemorySizeToUse = 8 * 1024 * 1024;  ///< bytes
+};
+
+/// One wave handed to a session's player and played through, watched by the player's reports.
+class PlayRun {
+  public:
+    using EventHandler = std::function<void(std::string_view Msg, std::string_view Ttl)>;
+
+    /// Also gets every report too.
+    explicit PlayRun(Session& Live, EventHandler Also = {});
+    ~PlayRun();
+    PlayRun(const PlayRun&) = delete;
+    PlayRun& operator=(const PlayRun&) = delete;
+
+    /// RuntimeFailure when the wave has no frame, the start lies outside it or the player refuses.
+    void Start(const Wave& Whole, const RunOptions& Options);
+
+    /// Plays to the end; false when the user interrupted. RuntimeFailure when the player reported
+    /// a failure.
+    bool Finish();
+
+    /// Turns round at the current position.
+    void Turn() { Playing.Player().PlayUTurn(); }
+
+    /// Seconds until the end of the wave in the direction that Options names.
+    static double SecondsToPlay(const Wave& Whole, const RunOptions& Options);
+
+  private:
+    void OnReport(std::string_view Msg, std::string_view Ttl);
+    void RequireNoFailure() const;
+
+    Session& Playing;
+    EventHandler OnEvent;
+    std::string Failure;  // the first failure that was reported
+};
+
+}  // namespace Tolvar

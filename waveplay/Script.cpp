@@ -1,0 +1,43 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "platform/RuntimeFailure.h"
+#include "waveplay/Commands.h"
+#include "waveplay/ScriptParser.h"
+
+namespace Tolvar {
+namespace {
+
+std::string ReadAll(const std::string& Path) {
+    std::ifstream Named;
+    if (Path != "-") Named.open(Path, std::ios::binary);
+    std::istream& In = Path == "-" ? std::cin : Named;
+    std::string Text;
+    if (In) Text.assign(std::istreambuf_iterator<char>(In), {});
+    if (In.bad() || (Path != "-" && !Named.is_open())) {
+        throw RuntimeFailure(FailureKind::File,
+                             "cannot read " + Path + ": " + std::strerror(errno));
+    }
+    return Text;
+}
+
+}  // namespace
+
+ExitCode Script(const ScriptOptions& Options) {
+    // The whole script is looked through first, so that one with a mistake does nothing.
+    std::vector<ScriptAction> Actions;
+    try {
+        Actions = ParseScript(ReadAll(Options.Path));
+    } catch (const ScriptMistake& Mistake) {
+        const char* Name = Options.Path == "-" ? "standard input" : Options.Path.c_str();
+        std::fprintf(stderr, "waveplay: %s, line %s\n", Name, Mistake.what());
+        return ExitUsage;
+    }
+    return ScriptRunner(Options.Setup).Run(Actions, Options.Strict);
+}
+
+}  // namespace Tolvar

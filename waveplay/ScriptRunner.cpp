@@ -1,0 +1,91 @@
+#include "waveplay/ScriptRunner.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "platform/RuntimeFailure.h"
+#include "waveplay/Json.h"
+#include "waveplay/Pieces.h"
+#include "waveplay/StateDump.h"
+
+namespace Tolvar {
+
+ScriptRunner::ScriptRunner(const SessionOptions& Setup)
+    : Live(Setup, [this](std::string_view Text) { Print("box", JsonString(Text)); }) {
+    Live.Player().OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
+        Print("event", JsonString(Msg).append(" ").append(JsonString(Ttl)));
+    });
+}
+
+ExitCode ScriptRunner::Run(const std::vector<ScriptAction>& Actions, bool Strict) {
+    bool Failed = false;
+    for (const ScriptAction& Action : Actions) {
+        if (!Try(Action)) Failed = true;
+        if (Live.Interrupted() || (Strict && Failed)) break;
+    }
+    const bool WasInterrupted = Live.Interrupted();
+    if (Live.HasPlayer()) Try([](ScriptRunner& Self) { Self.Release(); });
+    Live.Finish();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw RuntimeFailure(FailureKind::File,
+                             std::string("cannot write standard output: ") + std::strerror(errno));
+    }
+    if (WasInterrupted) return ExitInterrupted;
+    return Strict && Failed ? ExitFailed : ExitDone;
+}
+
+bool ScriptRunner::Try(const ScriptAction& Action) {
+    try {
+        Action(*this);
+        return true;
+    } catch (const std::exception& Cause) {
+        Print("error", JsonString(Cause.what()));
+        return false;
+    }
+}
+
+// Each line is out before the next thing happens, so that another program can follow.
+void ScriptRunner::Print(std::string_view Kind, std::string_view What) {
+    std::string Line = "@";
+    Line.append(std::to_string(Live.NowNs() / NsPerMs)).append(" ").append(Kind);
+    Line.append(" ").append(What).append("\n");
+    std::fwrite(Line.data(), 1, Line.size(), stdout);
+    std::fflush(stdout);
+}
+
+void ScriptRunner::Result(std::int32_t Value) {
+    Print("=", std::to_string(Value));
+}
+
+void ScriptRunner::HandOverPending(std::int32_t Bits, std::int32_t Channels, std::int32_t Friq,
+                                   std::int32_t Frames) {
+    const BlockListBuilder L = std::exchange(ListL, {});
+    const BlockListBuilder R = std::exchange(ListR, {});
+    Player().WriteWaveMemo(Bits, Channels, Friq, Frames, L.Values(), R.Values());
+}
+
+void ScriptRunner::Load(const std::string& Path) {
+    HandOver(Player(), WaveOf(OpenWav(Path)));
+}
+
+void ScriptRunner::Wait(std::int64_t Ms) {
+    Live.RunFor(Ms);
+}
+
+void ScriptRunner::WaitStop(std::int64_t MostMs) {
+    const PlayDllClass& Waiting = Player();
+    const bool Stopped = Live.RunFor(MostMs, [&] { return Waiting.PlayRunningDx7State() == 0; });
+    if (Stopped || Live.Interrupted()) return;
+    throw RuntimeFailure(FailureKind::Device,
+                         "still not stopped after " + std::to_string(MostMs) + " ms");
+}
+
+void ScriptRunner::Dump() {
+    const std::int32_t EngineCode = Live.HasPlayer() ? Player().EngineCode() : 0;
+    Print("=", StateDump(Live.State(), EngineCode, Live.Store()));
+}
+
+}  // namespace Tolvar

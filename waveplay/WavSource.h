@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Tolvar {
+
+/// A PCM WAV file whose samples can be played where they lie.
+struct WavSource {
+    std::string FullPath;
+    std::int32_t Bits = 0;      ///< 8 (unsigned) or 16 (signed, low byte first)
+    std::int32_t Channels = 0;  ///< 1 or 2, interleaved
+    std::int32_t Rate = 0;      ///< Hz
+    std::int32_t Frames = 0;    ///< that are really in the file; 0 or more
+    std::int32_t DataPos = 0;   ///< bytes, 1-based: the first sample of the first frame
+};
+
+/// Reads the header only. RuntimeFailure(File) when Path cannot be read, RuntimeFailure(Input)
+/// when it is anything else than such a file or does not fit 32-bit positions.
+WavSource OpenWav(const std::string& Path);
+
+}  // namespace Tolvar
