@@ -56,8 +56,10 @@ bool PlayApiClass::Trapped(std::string_view FailText, Operation Do) {
 bool PlayApiClass::CreateSoundBuffer() {
     return Trapped("Play Buffer - Failed", [this] {
         if (State.PlayRunningState != 0) StopPlay();
-        SetGeometry(State);
+        if (IsClosed) return false;  // the editor dropped this engine inside "Stopped"
+        // Closed first, so that no device reads a buffer whose geometry is about to change.
         CloseWaveDevice();
+        SetGeometry(State);
         OpenWaveDevice();
         State.PlayRunningState = 0;
         return DeviceOpen;
@@ -99,9 +101,17 @@ void PlayApiClass::CloseWaveDevice() {
     }
     Mm.waveOutClose(hWaveOut);
     DeviceOpen = false;
+    PosTime.sample = 0;
+    ForgetQueue();
 }
 
 // Filling and queueing.
+
+void PlayApiClass::ForgetQueue() {
+    NextSeg = 0;
+    TotalQueued = 0;
+    LastQueuedStart = 0;
+}
 
 void PlayApiClass::PrepareHeader(std::int32_t Segment) {
     const auto Index = static_cast<std::size_t>(Segment);
@@ -127,15 +137,18 @@ void PlayApiClass::FillAndQueue() {
             StopPlayTimer.Interval(CountdownMs);
             StopPlayTimer.Enabled(true);
         }
+        FillBusy = false;
     } catch (const std::exception& Cause) {
-        FillFailure = Cause.what();
+        FillBusy = false;
         State.FillEnded = true;
         NextSeg = 0;
+        FillFailure = Cause.what();
     }
-    FillBusy = false;
 }
 
 void PlayApiClass::QueueSegment(std::int32_t Segment) {
+    if (!DeviceOpen) throw RuntimeFailure(FailureKind::Device, "the device is not open");
+    if (Segment == 0) throw RuntimeFailure(FailureKind::Device, "no run has been started");
     if (!StreamBuffFill(State, Segment)) {
         NextSeg = 0;
         State.FillEnded = true;
@@ -196,7 +209,8 @@ bool PlayApiClass::StartRun(std::string_view StartText, std::string_view FailTex
     FillAndQueue();
     if (!LastQueueOk) {
         CallBackTimer.Enabled(false);
-        LogCause(FailText, FillFailure.empty() ? "no segment could be queued" : FillFailure);
+        const std::string Cause = std::exchange(FillFailure, {});
+        LogCause(FailText, Cause.empty() ? "no segment could be queued" : Cause);
         Report(FailText);
         return false;
     }
@@ -213,6 +227,7 @@ void PlayApiClass::HaltPlayback() noexcept {
         // A countdown armed shortly before the halt would end or restart a run that is no more.
         StopPlayTimer.Enabled(false);
         Mm.waveOutReset(hWaveOut);
+        ForgetQueue();
         State.PlayRunningState = 0;
     } catch (const std::exception& Cause) {
         CallBackTimer.Enabled(false);
@@ -234,6 +249,7 @@ void PlayApiClass::PlayPause() {
 
 void PlayApiClass::PlayContinue() {
     Mm.waveOutRestart(hWaveOut);
+    Stopping = false;  // with nothing to continue, the poll finds that out and ends the play
     CallBackTimer.Enabled(true);
     State.PlayRunningState = PlayingState(State);
 }
@@ -275,6 +291,7 @@ void PlayApiClass::LoopAgain() {
     const std::int32_t Before = LoopCount;
     HaltPlayback();
     PlayMe();
+    if (IsClosed) return;  // the editor dropped this engine inside PlayMe's report
     LoopCount = Before + 1;
     Report("Playing Loop " + std::to_string(LoopCount));
 }

@@ -34,6 +34,7 @@ class PlayApiClass final : public PlayEngine {
     void PrepareHeader(std::int32_t Segment);
     void FillAndQueue();
     void QueueSegment(std::int32_t Segment);
+    void ForgetQueue();
     void HaltPlayback() noexcept;
     bool StartRun(std::string_view StartText, std::string_view FailText);
     std::string TurnText() const;

@@ -1,14 +1,25 @@
 #include "engines/RunMath.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "platform/Checked.h"
 
 namespace Tolvar {
 
 namespace {
+
 constexpr double SegmentSeconds = 4.0;
+
+/// Before its first frame a reverse run stands one frame behind the wave's end, which the longest
+/// wave cannot count.
+std::int32_t Clamped(std::int64_t Position) {
+    return static_cast<std::int32_t>(
+        std::clamp<std::int64_t>(Position, std::numeric_limits<std::int32_t>::min(),
+                                 std::numeric_limits<std::int32_t>::max()));
 }
+
+}  // namespace
 
 void SetGeometry(PlayerState& State) {
     // Until the products are known to fit there is no buffer: a fill then has nothing to fill.
@@ -49,9 +60,9 @@ void TurnRound(PlayerState& State) {
 }
 
 void SetCurPos(PlayerState& State, std::int32_t Played) {
-    const std::int32_t Behind = CheckedAdd(State.PlayStartOff, Played);
-    if (State.PlayDirection == 1) State.PlayCurPos = Behind;
-    if (State.PlayDirection == -1) State.PlayCurPos = CheckedSub(State.WaveNos, Behind) + 1;
+    const std::int64_t Behind = std::int64_t{State.PlayStartOff} + Played;
+    if (State.PlayDirection == 1) State.PlayCurPos = Clamped(Behind);
+    if (State.PlayDirection == -1) State.PlayCurPos = Clamped(State.WaveNos - Behind + 1);
 }
 
 }  // namespace Tolvar

@@ -47,6 +47,8 @@ PlayDllClass::~PlayDllClass() {
         Release();
     } catch (const std::exception& Cause) {
         LogCause("Release", Cause.what());
+    } catch (...) {
+        LogCause("Release", "failed");
     }
 }
 
@@ -72,6 +74,8 @@ void PlayDllClass::RaiseMsg(std::string_view Msg, std::string_view Ttl) {
         MsgBoxOb(Msg, Ttl);
     } catch (const std::exception& Cause) {
         LogCause("Report sink", Cause.what());
+    } catch (...) {
+        LogCause("Report sink", "threw what is no std::exception");
     }
 }
 
@@ -229,11 +233,12 @@ void PlayDllClass::WriteWaveMemo(std::int32_t FmtBits, std::int32_t FmtChannal,
     State.PlayDirection = 1;
     State.FillNextPos = 1;
     ReleaseFiles();
-    State.WaveNos = WaveNos;
     State.BlkCarrL->BuffBlocksPutFresh(BlocksFromBlkInLst(Store, BlkInLstL));
     if (FmtChannal == 2) {
         State.BlkCarrR->BuffBlocksPutFresh(BlocksFromBlkInLst(Store, BlkInLstR));
     }
+    // Only now, so that a failure above (there may be no memory for the blocks) leaves no wave.
+    State.WaveNos = WaveNos;
     State.FmtBits = FmtBits;
     State.FmtChannal = FmtChannal;
     State.FmtFriq = FmtFriq;

@@ -38,7 +38,7 @@ std::int16_t* SilentSegment(PlayerState& State, std::int32_t Segment) {
 
 /// Frames that this fill delivers; 0 or less when the cursor has passed the end.
 std::int32_t FramesToFill(PlayerState& State) {
-    const std::int32_t LastOfSegment = CheckedAdd(State.FillNextPos, State.SegFrames) - 1;
+    const std::int64_t LastOfSegment = std::int64_t{State.FillNextPos} + State.SegFrames - 1;
     if (State.WaveNos >= LastOfSegment) {
         State.LastSegMs = 0;
         return State.SegFrames;
@@ -88,7 +88,7 @@ bool StreamBuffFill(PlayerState& State, std::int32_t Segment) {
     State.SegFilled = Frames;
     WriteFrames(State, Frames, Stream);
     State.SegFilledBytes = Frames * State.FmtChannal * 2;
-    State.FillNextPos += Frames;
+    State.FillNextPos = CheckedAdd(State.FillNextPos, Frames);
     return true;
 }
 

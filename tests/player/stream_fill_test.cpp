@@ -83,11 +83,15 @@ TEST(StreamFill, RefusesWhatDoesNotFitItsType) {
     EXPECT_THROW(StreamBuffFill(Loud.State, 1), RuntimeFailure);
     EXPECT_EQ(Loud.State.FillNextPos, 1);
 
+    // Beyond the end, and the end of a wave that needs every position there is.
     Fill Far({.Frames = 10}, 4);
-    Far.State.FillNextPos = Max - 2;
-    EXPECT_THROW(StreamBuffFill(Far.State, 1), RuntimeFailure);
-    Far.State.FillNextPos = 12;
-    EXPECT_FALSE(StreamBuffFill(Far.State, 1));
+    for (const std::int32_t Pos : {12, Max - 2}) {
+        Far.State.FillNextPos = Pos;
+        EXPECT_FALSE(StreamBuffFill(Far.State, 1));
+    }
+    Far.State.WaveNos = Max - 1;
+    EXPECT_TRUE(StreamBuffFill(Far.State, 1));
+    EXPECT_EQ(Far.State.FillNextPos, Max);
 
     // The milliseconds of a partial segment are counted in 32 bits.
     Fill Long({.Frames = 10}, 4'000'000);

@@ -61,5 +61,49 @@ TEST(WaveOutEngine, RecoversFromAnUnderrun) {
     EXPECT_THAT(S.Said(), ElementsAre("Playing", "Play Done"));
 }
 
+TEST(WaveOutEngine, ContinueWithNothingToContinueEndsWithAnAnswer) {
+    const std::vector<std::pair<std::int64_t, std::string>> Cases{
+        {-1, "Play Failed"}, {1000, "Play Failed"}, {8500, "Play Done"}};  // stopped after ms
+    for (const auto& [PlayedMs, Answer] : Cases) {
+        Studio S;
+        S.Load({.Frames = 9000});
+        if (PlayedMs >= 0) {
+            S.Player->PlayAgain();
+            S.Advance(PlayedMs);
+            S.Player->StopPlay();
+        }
+        S.Heard();
+        S.Player->PlayContinue();
+        EXPECT_EQ(S.Player->PlayRunningDx7State(), 1);
+        ASSERT_TRUE(S.PlayOut(1000)) << PlayedMs;
+        EXPECT_EQ(S.Said().back(), Answer);
+        EXPECT_THAT(S.Heard(), ::testing::IsEmpty());
+    }
+}
+
+TEST(WaveOutEngine, CommandsInsideStoppedDoNotUpsetTheHandOverThatRaisedIt) {
+    Studio S;
+    const TestWave W{.Frames = 9000};
+    S.Load(W);
+    S.OnReport = [&](const std::string& Report) {
+        if (Report == "Stopped") S.Player->PlayAgain();
+    };
+    S.Player->PlayAgain();
+    S.HandOver({.Frames = 500, .Rate = 400'000'000});  // no buffer can be made
+    S.Advance(20'000);
+    S.OnReport = [&](const std::string& Report) {
+        if (Report == "Stopped") S.TakeEngine();
+    };
+    S.HandOver(W);
+    S.Player->PlayAgain();
+    S.HandOver(W);
+    S.OnReport = {};
+    S.Heard();
+    S.HandOver(W);
+    S.Player->PlayAgain();
+    ASSERT_TRUE(S.PlayOut());
+    EXPECT_EQ(S.Heard(), Frames(1, 9000));
+}
+
 }  // namespace
 }  // namespace Tolvar::Testing
