@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <exception>
+#include <span>
 #include <utility>
 
 #include "engines/PlayApiClass.h"
@@ -233,16 +234,25 @@ void PlayDllClass::WriteWaveMemo(std::int32_t FmtBits, std::int32_t FmtChannal,
     State.PlayDirection = 1;
     State.FillNextPos = 1;
     ReleaseFiles();
-    State.BlkCarrL->BuffBlocksPutFresh(BlocksFromBlkInLst(Store, BlkInLstL));
-    if (FmtChannal == 2) {
-        State.BlkCarrR->BuffBlocksPutFresh(BlocksFromBlkInLst(Store, BlkInLstR));
-    }
+    GiveBlocks(*State.BlkCarrL, BlkInLstL);
+    if (FmtChannal == 2) GiveBlocks(*State.BlkCarrR, BlkInLstR);
     // Only now, so that a failure above (there may be no memory for the blocks) leaves no wave.
     State.WaveNos = WaveNos;
     State.FmtBits = FmtBits;
     State.FmtChannal = FmtChannal;
     State.FmtFriq = FmtFriq;
     CreateEngineBuffer();
+}
+
+void PlayDllClass::GiveBlocks(BlockCarrBuffClass& Carrier, BlockList BlkInLst) {
+    const auto BlkSet = BlocksFromBlkInLst(Store, BlkInLst);
+    try {
+        Carrier.BuffBlocksPutFresh(BlkSet);
+    } catch (...) {
+        for (const std::int32_t Blk : std::span(BlkSet).subspan(1))
+            Store.BlockFree(Blk);
+        throw;
+    }
 }
 
 bool PlayDllClass::FormatAccepted(std::int32_t FmtBits, std::int32_t FmtChannal,

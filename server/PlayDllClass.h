@@ -87,6 +87,7 @@ class PlayDllClass {
     void PlayFromEdge(std::int32_t Direction, std::string_view NotReadyText);
     void PlayFrom(std::int32_t Direction, std::int32_t Pos);
     bool FormatAccepted(std::int32_t FmtBits, std::int32_t FmtChannal, std::int32_t WaveNos);
+    void GiveBlocks(BlockCarrBuffClass& Carrier, BlockList BlkInLst);
     void CreateEngineBuffer();
     void LogCause(std::string_view Where, std::string_view Cause) noexcept;
     float ClampedTempo(float Factor) const;

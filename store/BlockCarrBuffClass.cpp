@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/Checked.h"
+#include "store/MadeBlocks.h"
 
 namespace Tolvar {
 
@@ -59,9 +60,9 @@ void BlockCarrBuffClass::QuickBuffGet(std::int32_t FromPos, std::span<std::int16
         const std::int64_t Start = Block.BlkStartPos;
         const std::int64_t From = std::max<std::int64_t>(Start, FromPos);
         const std::int64_t To = std::min(Start + Block.BlkLen - 1, Last);
-        Store.BlockReadAt(Blk, From - Start,
-                          QBuff.subspan(static_cast<std::size_t>(From - FromPos),
-                                        static_cast<std::size_t>(To - From + 1)));
+        Store.BlockRead(Blk, From,
+                        QBuff.subspan(static_cast<std::size_t>(From - FromPos),
+                                      static_cast<std::size_t>(To - From + 1)));
     });
 }
 

@@ -40,7 +40,7 @@ void WoroFileBlockMod::LoadFresh(std::int32_t Blk) {
     Blocks.CheckRoom(Block.BlkLen);
     const auto Count = static_cast<std::size_t>(Block.BlkLen);
     auto Data = std::make_unique_for_overwrite<std::int16_t[]>(Count);
-    BlockReadAt(Blk, 0, {Data.get(), Count});
+    BlockRead(Blk, Block.BlkStartPos, {Data.get(), Count});
     const bool FromOrgFile = Block.BlkType == BlkOrgFile;
     const BlkTypes Loaded = Block.BlkType == BlkFile ? BlkBoth : BlkBuff;
     Blocks.EnterMemory(Blk, std::move(Data), Block.BlkLen, Loaded, NextUseStamp());

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "platform/Checked.h"
+#include "store/MadeBlocks.h"
 #include "store/WoroFileBlockMod.h"
 
 namespace Tolvar {

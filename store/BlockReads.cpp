@@ -12,30 +12,20 @@ constexpr std::size_t KeptScratch = 2 * 1024 * 1024;
 
 }  // namespace
 
-void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int32_t FromPos, std::int32_t ToPos,
-                                 std::span<std::int16_t> Buf) {
-    const std::int64_t Count = std::int64_t{ToPos} - FromPos + 1;
-    if (Count < 1 || Count > static_cast<std::int64_t>(Buf.size())) {
-        throw RuntimeFailure(FailureKind::Input, "A buffer of " + std::to_string(Buf.size()) +
-                                                     " samples cannot hold positions " +
-                                                     std::to_string(FromPos) + " to " +
-                                                     std::to_string(ToPos));
-    }
-    BlockReadAt(Blk, std::int64_t{FromPos} - Blocks.At(Blk).BlkStartPos,
-                Buf.first(static_cast<std::size_t>(Count)));
-}
-
-void WoroFileBlockMod::BlockReadAt(std::int32_t Blk, std::int64_t Offset,
-                                   std::span<std::int16_t> Into) {
+void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int64_t FromPos,
+                                 std::span<std::int16_t> Into) {
     const BlockRec& Block = Blocks.At(Blk);
+    const std::int64_t Offset = FromPos - Block.BlkStartPos;
     const auto Count = static_cast<std::int64_t>(Into.size());
     if (Block.BlkType == BlkFree) {
         Box.Show("Error - A block can not be read for quick buffer");
     } else if (Offset < 0 || Offset + Count > Block.BlkLen) {
-        throw RuntimeFailure(FailureKind::Input,
-                             "Block " + std::to_string(Blk) + " of " +
-                                 std::to_string(Block.BlkLen) + " samples cannot be read from " +
-                                 std::to_string(Offset) + " for " + std::to_string(Count));
+        throw RuntimeFailure(FailureKind::Input, "Block " + std::to_string(Blk) + " of " +
+                                                     std::to_string(Block.BlkLen) +
+                                                     " samples from position " +
+                                                     std::to_string(Block.BlkStartPos) +
+                                                     " on does not hold " + std::to_string(Count) +
+                                                     " from " + std::to_string(FromPos) + " on");
     }
     if (Into.empty()) return;
     if (InMemory(Block.BlkType)) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "store/MadeBlocks.h"
+
 namespace Tolvar {
 
 namespace {

@@ -69,10 +69,9 @@ class FileTable {
         return First;
     }
 
-    void Rename(std::int32_t Slot, std::string Name) {
-        const bool HasName = !Name.empty();
-        NameOf(At(Slot)) = std::move(Name);
-        HasName ? Named.Insert(Slot) : Named.Erase(Slot);
+    void Rename(std::int32_t Slot, const std::string& Name) {
+        NameOf(At(Slot)) = Name;
+        Name.empty() ? Named.Erase(Slot) : Named.Insert(Slot);
     }
 
     /// One block more. On RuntimeFailure(Overflow) or std::bad_alloc nothing has changed.

@@ -87,12 +87,9 @@ class WoroFileBlockMod {
     void BuffMemCheck();
     void OrgFileRelease(std::int32_t Slot);
 
-    /// The samples at FromPos..ToPos (channel positions, within the block) into the front of Buf.
-    /// Neither stamps nor loads the block.
-    void BlockRead(std::int32_t Blk, std::int32_t FromPos, std::int32_t ToPos,
-                   std::span<std::int16_t> Buf);
-    /// The same by the 0-based offset in the block, filling Into whole.
-    void BlockReadAt(std::int32_t Blk, std::int64_t Offset, std::span<std::int16_t> Into);
+    /// Fills Into with the samples from FromPos on, a position in the channel; all must lie within
+    /// the block, RuntimeFailure(Input) otherwise. Neither stamps nor loads the block.
+    void BlockRead(std::int32_t Blk, std::int64_t FromPos, std::span<std::int16_t> Into);
 
     // What carriers and the hand-over do to a block of their own.
 
@@ -136,33 +133,6 @@ class WoroFileBlockMod {
     OpenFile OrgOpen;
     OpenFile WorkOpen;
     std::vector<std::int16_t> Scratch;  // file bytes on their way through the conversion
-};
-
-/// Blocks that are being made: entry 0 is 0, then one entry a block. Those that nobody took are
-/// freed again, so that a failure half-way leaves nothing behind.
-class MadeBlocks {
-  public:
-    MadeBlocks(WoroFileBlockMod& Store, std::size_t AtMost) : Owner(Store) {
-        Blks.reserve(AtMost + 1);
-        Blks.push_back(0);
-    }
-    ~MadeBlocks() {
-        for (std::size_t I = 1; I < Blks.size(); ++I)
-            Owner.BlockFree(Blks[I]);
-    }
-    MadeBlocks(const MadeBlocks&) = delete;
-    MadeBlocks& operator=(const MadeBlocks&) = delete;
-
-    /// At most AtMost times; allocates nothing.
-    std::int32_t Add(std::int32_t Blk) {
-        Blks.push_back(Blk);
-        return Blk;
-    }
-    std::vector<std::int32_t> Take() { return std::exchange(Blks, {}); }
-
-  private:
-    WoroFileBlockMod& Owner;
-    std::vector<std::int32_t> Blks;
 };
 
 }  // namespace Tolvar

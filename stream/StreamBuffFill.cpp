@@ -15,12 +15,12 @@ namespace {
 /// when the wave was handed over while there was no engine.
 void CheckGeometry(const PlayerState& State) {
     const std::int64_t Samples = std::int64_t{2} * State.SegFrames * State.FmtChannal;
-    if (Samples < 0 || Samples != State.BuffSamples) {
-        throw RuntimeFailure(FailureKind::Device,
-                             "The engine has no buffer for this wave: it holds " +
-                                 std::to_string(State.BuffSamples) + " samples, " +
-                                 std::to_string(Samples) + " are wanted");
-    }
+    if (Samples >= 0 && Samples == State.BuffSamples) return;
+    throw RuntimeFailure(FailureKind::Device, "The engine has no buffer for this wave (" +
+                                                  std::to_string(State.FmtChannal) + " channels, " +
+                                                  std::to_string(State.FmtFriq) +
+                                                  " Hz): the last one made holds " +
+                                                  std::to_string(State.BuffSamples) + " samples");
 }
 
 /// The first element of the segment's half, silent from there to the half's end.

@@ -3,9 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <string>
 #include <string_view>
+
+#include "waveplay/ParseNumber.h"
 
 namespace Tolvar {
 namespace {
@@ -54,7 +55,7 @@ using Taker = std::function<std::string(const std::string&)>;
 
 // An option whose text Take turns into a setting; what it returns is the complaint.
 CLI::Option* AddTaken(CLI::App& Command, const std::string& Name, const std::string& About,
-                      Taker Take) {
+                      const Taker& Take) {
     return Command.add_option_function<std::string>(
         Name,
         [Name, Take](const std::string& Given) {
@@ -75,13 +76,11 @@ std::string TakeRate(const std::string& Given, SinkRate& Rate) {
         Rate = {SinkRate::Rule::Native, 0};
         return {};
     }
-    int Hz = 0;
-    const char* End = Given.data() + Given.size();
-    const auto [Rest, Error] = std::from_chars(Given.data(), End, Hz);
-    if (Error != std::errc() || Rest != End || Hz < LeastHz || Hz > MostHz) {
+    const auto Hz = ParseNumber<int>(Given);
+    if (!Hz || *Hz < LeastHz || *Hz > MostHz) {
         return "neither wave nor native nor a rate of 100 to 384000 Hz";
     }
-    Rate = {SinkRate::Rule::Fixed, Hz};
+    Rate = {SinkRate::Rule::Fixed, *Hz};
     return {};
 }
 
@@ -113,15 +112,10 @@ void AddPieces(CLI::App& Command, std::vector<std::string>& Pieces, RunOptions& 
     Command.add_option("PIECE", Pieces, "sound file, or silence:SECONDS");
     Command.add_flag("--reverse", Run.Reverse, "play towards the start");
     AddTaken(Command, "--at", "where to begin, from the wave's start",
-             [&Run](const std::string& Given) -> std::string {
-                 double Seconds = 0;
-                 const char* End = Given.data() + Given.size();
-                 const auto [Rest, Error] = std::from_chars(Given.data(), End, Seconds);
-                 if (Error != std::errc() || Rest != End || !(Seconds >= 0 && Seconds < 1e12)) {
-                     return "not a time in seconds";
-                 }
-                 Run.At = Seconds;
-                 return {};
+             [&Run](const std::string& Given) {
+                 Run.At = ParseNumber<double>(Given);
+                 const bool IsTime = Run.At && *Run.At >= 0 && *Run.At < 1e12;
+                 return std::string(IsTime ? "" : "not a time in seconds");
              })
         ->type_name("SECONDS");
     Command.add_option("--tempo", Run.Tempo, "tempo factor (the waveOut engine has none)")

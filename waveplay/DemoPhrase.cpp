@@ -6,14 +6,14 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <numbers>
+#include <span>
 #include <system_error>
 #include <vector>
 
-#include "platform/RuntimeFailure.h"
+#include "platform/Posix.h"
+#include "platform/PosixFiles.h"
 #include "store/BlockRec.h"
 
 namespace Tolvar {
@@ -61,24 +61,17 @@ std::int16_t PhraseSample(std::int32_t Frame, bool Right) {
 }
 
 void WriteChannel(const std::string& Path, bool Right) {
-    std::vector<char> Raw;
-    Raw.reserve(std::size_t{PhraseFrames} * 2);
-    for (std::int32_t Frame = 0; Frame < PhraseFrames; ++Frame) {
-        const auto Sample = static_cast<std::uint16_t>(PhraseSample(Frame, Right));
-        Raw.push_back(static_cast<char>(Sample & 0xFF));
-        Raw.push_back(static_cast<char>(Sample >> 8));
-    }
-    std::ofstream Out(Path, std::ios::binary);
-    Out.write(Raw.data(), static_cast<std::streamsize>(Raw.size()));
-    Out.close();
-    if (!Out) throw RuntimeFailure(FailureKind::File, "cannot write " + Path);
+    std::vector<std::int16_t> Samples;
+    Samples.reserve(PhraseFrames);
+    for (std::int32_t Frame = 0; Frame < PhraseFrames; ++Frame)
+        Samples.push_back(PhraseSample(Frame, Right));
+    PosixFiles().Open(Path, FileAccess::Write)->WriteAt(1, std::as_bytes(std::span(Samples)));
 }
 
 std::string NewFolder() {
     std::string Folder = (std::filesystem::temp_directory_path() / "waveplay-XXXXXX").string();
     if (mkdtemp(Folder.data()) == nullptr) {
-        throw RuntimeFailure(FailureKind::File,
-                             "cannot make a folder " + Folder + ": " + std::strerror(errno));
+        throw ErrnoFailure("cannot make a folder " + Folder, errno);
     }
     return Folder;
 }

@@ -5,9 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
-#include "platform/RuntimeFailure.h"
+#include "platform/Posix.h"
 
 namespace Tolvar {
 namespace {
@@ -26,8 +25,7 @@ Interrupts::Interrupts(Apartment& Waking) : Home(Waking) {
     const sigset_t Set = Watched();
     Fd = signalfd(-1, &Set, SFD_NONBLOCK | SFD_CLOEXEC);
     if (Fd < 0) {
-        throw RuntimeFailure(FailureKind::Device,
-                             std::string("cannot watch for signals: ") + std::strerror(errno));
+        throw ErrnoFailure("cannot watch for signals", errno, FailureKind::Device);
     }
     sigprocmask(SIG_BLOCK, &Set, nullptr);
     Home.Watch(Fd, [this] { Seen(); });

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -12,6 +11,7 @@
 #include "platform/RuntimeFailure.h"
 #include "server/PlayDllClass.h"
 #include "store/BlockRec.h"
+#include "waveplay/ParseNumber.h"
 
 namespace Tolvar {
 namespace {
@@ -23,13 +23,11 @@ constexpr std::string_view SilencePrefix = "silence:";
 }
 
 double SilenceSeconds(const std::string& Piece) {
-    const char* End = Piece.data() + Piece.size();
-    double Seconds = 0;
-    const auto [Rest, Error] = std::from_chars(Piece.data() + SilencePrefix.size(), End, Seconds);
-    if (Error != std::errc() || Rest != End || !std::isfinite(Seconds) || Seconds < 0) {
+    const auto Seconds = ParseNumber<double>(std::string_view(Piece).substr(SilencePrefix.size()));
+    if (!Seconds || !std::isfinite(*Seconds) || *Seconds < 0) {
         Refuse(Piece + ": not a length in seconds");
     }
-    return Seconds;
+    return *Seconds;
 }
 
 // The store takes names that differ only in their letter case for one file. A file whose path

@@ -47,11 +47,11 @@ void SayReport(std::string_view Msg, std::string_view Ttl) {
 }
 
 // The program's own phrase turns round shortly before its end, so that both directions are heard.
-Apartment::AlarmId TurnNearEnd(Session& Playing, PlayRun& Run, double SecondsToPlay) {
+Apartment::AlarmId TurnNearEnd(Session& Playing, double SecondsToPlay) {
     const double TurnSeconds = std::max(0.0, SecondsToPlay - TurnBeforeEndSeconds);
     const auto Ahead = static_cast<std::int64_t>(TurnSeconds * NsPerSecond);
     Apartment& Home = Playing.Home();
-    return Home.Arm(Home.Time().NowNs() + Ahead, [&Run] { Run.Turn(); });
+    return Home.Arm(Home.Time().NowNs() + Ahead, [&Playing] { Playing.Player().PlayUTurn(); });
 }
 
 bool PlayThrough(Session& Playing, const PlayOptions& Options) {
@@ -66,7 +66,7 @@ bool PlayThrough(Session& Playing, const PlayOptions& Options) {
     Run.Start(Whole, Options.Run);
     Progress.Enabled(true);
     Apartment::AlarmId Turn;
-    if (Demo) Turn = TurnNearEnd(Playing, Run, PlayRun::SecondsToPlay(Whole, Options.Run));
+    if (Demo) Turn = TurnNearEnd(Playing, PlayRun::SecondsToPlay(Whole, Options.Run));
     const bool ToTheEnd = Run.Finish();
     Playing.Home().Disarm(Turn);
     if (!ToTheEnd) Playing.Player().StopPlay();

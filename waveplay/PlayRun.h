@@ -28,7 +28,7 @@ class PlayRun {
   public:
     using EventHandler = std::function<void(std::string_view Msg, std::string_view Ttl)>;
 
-    /// Also gets every report too.
+    /// Also, when it is not empty, gets every report.
     explicit PlayRun(Session& Live, EventHandler Also = {});
     ~PlayRun();
     PlayRun(const PlayRun&) = delete;
@@ -40,9 +40,6 @@ class PlayRun {
     /// Plays to the end; false when the user interrupted. RuntimeFailure when the player reported
     /// a failure.
     bool Finish();
-
-    /// Turns round at the current position.
-    void Turn() { Playing.Player().PlayUTurn(); }
 
     /// Seconds until the end of the wave in the direction that Options names.
     static double SecondsToPlay(const Wave& Whole, const RunOptions& Options);

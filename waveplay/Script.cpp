@@ -1,11 +1,10 @@
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 
-#include "platform/RuntimeFailure.h"
+#include "platform/Posix.h"
 #include "waveplay/Commands.h"
 #include "waveplay/ScriptParser.h"
 
@@ -19,8 +18,7 @@ std::string ReadAll(const std::string& Path) {
     std::string Text;
     if (In) Text.assign(std::istreambuf_iterator<char>(In), {});
     if (In.bad() || (Path != "-" && !Named.is_open())) {
-        throw RuntimeFailure(FailureKind::File,
-                             "cannot read " + Path + ": " + std::strerror(errno));
+        throw ErrnoFailure("cannot read " + Path, errno);
     }
     return Text;
 }

@@ -2,11 +2,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <utility>
 
-#include "platform/RuntimeFailure.h"
+#include "platform/Posix.h"
 #include "waveplay/Json.h"
 #include "waveplay/Pieces.h"
 #include "waveplay/StateDump.h"
@@ -30,8 +29,7 @@ ExitCode ScriptRunner::Run(const std::vector<ScriptAction>& Actions, bool Strict
     if (Live.HasPlayer()) Try([](ScriptRunner& Self) { Self.Release(); });
     Live.Finish();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        throw RuntimeFailure(FailureKind::File,
-                             std::string("cannot write standard output: ") + std::strerror(errno));
+        throw ErrnoFailure("cannot write standard output", errno);
     }
     if (WasInterrupted) return ExitInterrupted;
     return Strict && Failed ? ExitFailed : ExitDone;

@@ -1,7 +1,8 @@
 #include "waveplay/ScriptWords.h"
 
-#include <charconv>
 #include <cmath>
+
+#include "waveplay/ParseNumber.h"
 
 namespace Tolvar {
 namespace {
@@ -39,11 +40,9 @@ std::size_t TakeWord(std::string_view Line, std::size_t At, std::string& Word) {
 
 template <typename Number>
 Number Parse(const char* Name, const std::string& Word, const char* Wanted) {
-    Number Value{};
-    const char* End = Word.data() + Word.size();
-    const auto [Rest, Error] = std::from_chars(Word.data(), End, Value);
-    if (Error != std::errc() || Rest != End) Wrong(Name, Word, Wanted);
-    return Value;
+    const auto Value = ParseNumber<Number>(Word);
+    if (!Value) Wrong(Name, Word, Wanted);
+    return *Value;
 }
 
 }  // namespace

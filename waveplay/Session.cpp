@@ -38,9 +38,9 @@ Session::Session(const SessionOptions& Options, BoxHandler OnBox)
       Box(MakeBox(std::move(OnBox), Journal)),
       Card(Loop, MakeSink(Options.Device), Options.Rate, Journal),
       Watching(std::make_unique<Interrupts>(Loop)),
-      Wave(Card),
+      Device(Card),
       Blocks(FileLayer, *Box, Shared),
-      Parts{Loop, FileLayer, *Box, Journal, Wave},
+      Parts{Loop, FileLayer, *Box, Journal, Device},
       Object(std::make_unique<PlayDllClass>(Parts, Shared, Blocks, Options.Engine)) {}
 
 Session::~Session() {

@@ -78,7 +78,7 @@ class Session {
     std::unique_ptr<MessageBox> Box;
     SoundCard Card;
     std::unique_ptr<Interrupts> Watching;  // after the card: a pipe may wait for its reader
-    WaveOutDevice Wave;
+    WaveOutDevice Device;
     PlayerState Shared;
     WoroFileBlockMod Blocks;
     System Parts;

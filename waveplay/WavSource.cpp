@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -13,7 +12,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "platform/RuntimeFailure.h"
+#include "platform/Posix.h"
 
 namespace Tolvar {
 namespace {
@@ -24,20 +23,20 @@ constexpr std::int64_t LastInt32 = std::numeric_limits<std::int32_t>::max();
     throw RuntimeFailure(FailureKind::Input, Path + ": " + Why);
 }
 
-[[noreturn]] void CannotOpen(const std::string& Path, const std::string& Why) {
-    throw RuntimeFailure(FailureKind::File, "cannot open " + Path + ": " + Why);
+[[noreturn]] void CannotOpen(const std::string& Path, int Error) {
+    throw ErrnoFailure("cannot open " + Path, Error);
 }
 
 // A named pipe or a device would keep the program waiting, so only regular files are opened.
 std::int64_t RegularFileBytes(const std::string& Path) {
     std::error_code Error;
     const auto Status = std::filesystem::status(Path, Error);
-    if (!std::filesystem::exists(Status)) {
-        CannotOpen(Path, Error ? Error.message() : std::strerror(ENOENT));
+    if (!std::filesystem::exists(Status)) CannotOpen(Path, Error ? Error.value() : ENOENT);
+    if (!std::filesystem::is_regular_file(Status)) {
+        throw RuntimeFailure(FailureKind::File, "cannot open " + Path + ": not a regular file");
     }
-    if (!std::filesystem::is_regular_file(Status)) CannotOpen(Path, "not a regular file");
     const auto Bytes = std::filesystem::file_size(Path, Error);
-    if (Error) CannotOpen(Path, Error.message());
+    if (Error) CannotOpen(Path, Error.value());
     return static_cast<std::int64_t>(Bytes);
 }
 
@@ -84,7 +83,7 @@ WavSource ReadHeader(const std::string& Path, SF_INFO& Info) {
     SNDFILE* Sound = sf_open(Path.c_str(), SFM_READ, &Info);
     if (Sound == nullptr) {
         const std::string Why = sf_strerror(nullptr);
-        if (!std::ifstream(Path)) CannotOpen(Path, std::strerror(errno));
+        if (!std::ifstream(Path)) CannotOpen(Path, errno);
         Refuse(Path, "not a sound file that can be read: " + Why);
     }
     const auto Bits = PlayableBits(Sound, Info.format);

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "store/WoroFileBlockMod.h"
+
+namespace Tolvar {
+
+/// Blocks that are being made: entry 0 is 0, then one entry a block. Those that nobody took are
+/// freed again, so that a failure half-way leaves nothing behind.
+class MadeBlocks {
+  public:
+    MadeBlocks(WoroFileBlockMod& Store, std::size_t AtMost) : Owner(Store) {
+        Blks.reserve(AtMost + 1);
+        Blks.push_back(0);
+    }
+    ~MadeBlocks() {
+        for (std::size_t I = 1; I < Blks.size(); ++I)
+            Owner.BlockFree(Blks[I]);
+    }
+    MadeBlocks(const MadeBlocks&) = delete;
+    MadeBlocks& operator=(const MadeBlocks&) = delete;
+
+    /// At most AtMost times; allocates nothing.
+    std::int32_t Add(std::int32_t Blk) {
+        Blks.push_back(Blk);
+        return Blk;
+    }
+    std::vector<std::int32_t> Take() { return std::exchange(Blks, {}); }
+
+  private:
+    WoroFileBlockMod& Owner;
+    std::vector<std::int32_t> Blks;
+};
+
+}  // namespace Tolvar
