@@ -7,7 +7,9 @@
 
 #include "platform/Apartment.h"
 #include "platform/Clocks.h"
+#include "platform/DirectX7Layer.h"
 #include "platform/PosixFiles.h"
+#include "platform/ServiceLoader.h"
 #include "platform/SoundCard.h"
 #include "platform/System.h"
 #include "platform/WaveOutDevice.h"
@@ -62,7 +64,10 @@ class LoadedPlayer {
     Apartment Home{Time, Journal};
     SoundCard Card{Home, nullptr, SinkRate{}, Journal};
     WaveOutDevice Wave{Card};
-    System Os{Home, FileLayer, Box, Journal, Wave};
+    DlServiceLibrary Service{Card, Journal};
+    System Os{Home, FileLayer, Box, Journal, Wave, Service, [this] {
+                  return std::make_unique<DirectX7Root>(Card);
+              }};
     WoroFileBlockMod Store{FileLayer, Box, State};
     PlayDllClass Player{Os, State, Store};
 };

@@ -112,7 +112,8 @@ void Print(const std::string& What, const Cost& Each) {
 }
 
 // In turns, so that whatever else the machine does meets both alike.
-void Compare(const std::string& What, const Command& Ours, const Command& Theirs, double Limit) {
+void Compare(const std::string& What, const Command& Ours, const std::string& Other,
+             const Command& Theirs, double Limit) {
     std::vector<Cost> OurRuns;
     std::vector<Cost> TheirRuns;
     for (int Round = 0; Round < Rounds; ++Round) {
@@ -121,8 +122,8 @@ void Compare(const std::string& What, const Command& Ours, const Command& Theirs
     }
     const Cost Our = Median(OurRuns);
     const Cost Their = Median(TheirRuns);
-    Print("waveplay render " + What, Our);
-    Print("sox " + What, Their);
+    Print("render " + What, Our);
+    Print(Other, Their);
     std::printf("  time %s, peak MB %s\n", AgainstLimit(Our.Ms / Their.Ms, Limit).c_str(),
                 AgainstLimit(static_cast<double>(Our.PeakKb) / 1024, 40).c_str());
 }
@@ -145,9 +146,19 @@ void CompareAll(const std::string& Waveplay) {
     const std::string Out = Folder.Path / "out.wav";
     MakeWave(In);
     std::printf("\nten minutes of stereo        ms   CPU ms    peak MB\n");
-    Compare("forward", {Waveplay, "render", In, "-o", Out}, {"sox", In, Out}, 1.0);
-    Compare("reverse", {Waveplay, "render", In, "-o", Out, "--reverse"},
-            {"sox", In, Out, "reverse"}, 0.6);
+    const auto Render = [&](std::vector<std::string> Options) {
+        Command Words{Waveplay, "render", In, "-o", Out};
+        Words.insert(Words.end(), Options.begin(), Options.end());
+        return Words;
+    };
+    Compare("forward", Render({}), "sox", {"sox", In, Out}, 1.0);
+    Compare("reverse", Render({"--reverse"}), "sox reverse", {"sox", In, Out, "reverse"}, 0.6);
+    Compare("by dx9", Render({"--engine", "dx9"}), "render by waveout",
+            Render({"--engine", "waveout"}), 1.3);
+    Compare("by dx7", Render({"--engine", "dx7"}), "render by waveout",
+            Render({"--engine", "waveout"}), 1.3);
+    Compare("tempo 1.5", Render({"--tempo", "1.5"}), "sox speed 1.5",
+            {"sox", In, Out, "speed", "1.5"}, 0.6);
 }
 
 }  // namespace

@@ -185,7 +185,7 @@ bool PlayApiClass::UTurn() {
         if (State.PlayRunningState != 0) HaltPlayback();
         TurnRound(State);
         StartAtCurPos(State);
-        return StartRun(TurnText(), "UTurn failed");
+        return StartRun(RunText(), "UTurn failed");
     });
 }
 
@@ -193,11 +193,11 @@ bool PlayApiClass::PlayAtCurrentPosition() {
     return Trapped("Play at.. failed", [this] {
         if (State.PlayRunningState != 0) HaltPlayback();
         StartAtCurPos(State);
-        return StartRun(TurnText(), "Play at.. failed");
+        return StartRun(RunText(), "Play at.. failed");
     });
 }
 
-std::string PlayApiClass::TurnText() const {
+std::string PlayApiClass::RunText() const {
     return State.LoopPlayON ? "Playing Loop " + std::to_string(LoopCount) : "Playing";
 }
 
@@ -291,7 +291,6 @@ void PlayApiClass::LoopAgain() {
     const std::int32_t Before = LoopCount;
     HaltPlayback();
     PlayMe();
-    if (IsClosed) return;  // the editor dropped this engine inside PlayMe's report
     LoopCount = Before + 1;
     Report("Playing Loop " + std::to_string(LoopCount));
 }

@@ -37,7 +37,7 @@ class PlayApiClass final : public PlayEngine {
     void ForgetQueue();
     void HaltPlayback() noexcept;
     bool StartRun(std::string_view StartText, std::string_view FailText);
-    std::string TurnText() const;
+    std::string RunText() const;
     void CallBackTimer_Timer();
     void StopPlayTimer_Timer();
     void LoopAgain();

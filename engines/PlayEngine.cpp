@@ -1,6 +1,5 @@
 #include "engines/PlayEngine.h"
 
-#include <string>
 #include <utility>
 
 #include "platform/Log.h"
@@ -11,13 +10,12 @@ PlayEngine::PlayEngine(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
     : Os(OsOf), State(Shared), MsgBoxOb(std::move(Event)) {}
 
 void PlayEngine::Report(std::string_view Ttl) {
-    MsgBoxOb("S2", Ttl);
+    // A copy, because the editor may have the engine dropped inside the report.
+    if (const auto Raise = MsgBoxOb) Raise("S2", Ttl);
 }
 
-void PlayEngine::LogCause(std::string_view Ttl, std::string_view Cause) noexcept try {
-    Os.Journal.Write(std::string(Ttl) + ": " + std::string(Cause));
-} catch (...) {
-    Os.Journal.Write(Ttl);  // out of memory for the cause
+void PlayEngine::LogCause(std::string_view Ttl, std::string_view Cause) noexcept {
+    Tolvar::LogCause(Os.Journal, Ttl, Cause);
 }
 
 }  // namespace Tolvar

@@ -38,9 +38,15 @@ class PlayEngine : public std::enable_shared_from_this<PlayEngine> {
     virtual bool UTurn() = 0;
     /// Starts a run in PlayDirection at frame PlayCurPos, clamped into the wave.
     virtual bool PlayAtCurrentPosition() = 0;
-    /// End of life: stops, gives up the device and the timers. The player calls it when it drops
-    /// the engine, which may still be on the stack then (an editor that lets go inside an event).
+    /// End of life: stops, gives up the device and the timers. The engine may still be on the
+    /// stack then (an editor that lets go inside a report).
     virtual void Close() noexcept = 0;
+
+    /// The player drops the engine: it no longer hears its reports, and the engine's life ends.
+    void Drop() noexcept {
+        MsgBoxOb = nullptr;
+        Close();
+    }
 
   protected:
     /// Raises MsgBoxOb("S2", Ttl).

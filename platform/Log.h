@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace Tolvar {
@@ -13,5 +14,12 @@ class Log {
     /// One line, without its line break. Never throws. Apartment's thread only.
     virtual void Write(std::string_view Line) noexcept = 0;
 };
+
+/// What went wrong, and why: "What: Cause".
+inline void LogCause(Log& Journal, std::string_view What, std::string_view Cause) noexcept try {
+    Journal.Write(std::string(What) + ": " + std::string(Cause));
+} catch (...) {
+    Journal.Write(What);  // out of memory for the cause
+}
 
 }  // namespace Tolvar

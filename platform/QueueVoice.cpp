@@ -11,7 +11,7 @@ QueueVoice::QueueVoice(SoundCard& TheCard, StreamFormat TheFormat)
 }
 
 QueueVoice::~QueueVoice() {
-    Card.EndRun();
+    Card.EndRun(*this);
     Card.Leave(*this);
 }
 
@@ -20,7 +20,7 @@ void QueueVoice::Queue(WAVEHDR& Header) {
     const auto BytesPerFrame = static_cast<DWORD>(Format.Channels) * 2U;
     const std::int64_t Frames = Header.dwBufferLength / BytesPerFrame;
     if (Frames == 0) return GiveBack(Header);
-    if (!Paused && Heard == Queued) StartTimer();
+    if (!Paused && Heard == Queued) Timer.Start(Card.NowNs(), Heard);
     Header.dwFlags = (Header.dwFlags & ~WHDR_DONE) | WHDR_INQUEUE;
     const void* Samples = Header.lpData;
     Entries.push_back(
@@ -29,23 +29,23 @@ void QueueVoice::Queue(WAVEHDR& Header) {
 }
 
 void QueueVoice::Pause() {
-    Advance();
+    CatchUp();  // another voice may play now, and must not be heard before it
     Paused = true;
 }
 
 void QueueVoice::Restart() {
     if (!Paused) return;
     Paused = false;
-    StartTimer();
+    Timer.Start(Card.NowNs(), Heard);
 }
 
 void QueueVoice::Reset() {
     CatchUp();
-    Card.EndRun();
+    Card.EndRun(*this);
     for (const Entry& Each : Entries)
         GiveBack(*Each.Header);
     Entries.clear();
-    Queued = Heard = HandedOver = TimerBase = 0;
+    Queued = Heard = HandedOver = 0;
     Paused = false;
 }
 
@@ -57,6 +57,11 @@ bool QueueVoice::IsQueued(const WAVEHDR* Header) {
 bool QueueVoice::IsEmpty() {
     Advance();
     return Entries.empty();
+}
+
+bool QueueVoice::IsPlaying() {
+    Advance();
+    return !Paused && Heard < Queued;
 }
 
 std::int64_t QueueVoice::FramesHeard() {
@@ -71,18 +76,13 @@ void QueueVoice::CatchUp() {
 
 void QueueVoice::Advance() {
     if (Paused || Heard == Queued) return;
-    Heard = std::min(TimerBase + Timer.FramesAt(Card.NowNs()), Queued);
+    Heard = std::min(Timer.FramesAt(Card.NowNs()), Queued);
     while (!Entries.empty() && Entries.front().EndFrame <= Heard) {
         HandOver(Entries.front().EndFrame);
         WAVEHDR& Ended = *Entries.front().Header;
         Entries.pop_front();
         GiveBack(Ended);
     }
-}
-
-void QueueVoice::StartTimer() {
-    Timer.Start(Card.NowNs());
-    TimerBase = Heard;
 }
 
 /// Up to a frame of the first header, or its end.
@@ -92,7 +92,7 @@ void QueueVoice::HandOver(std::int64_t UpToFrame) {
     const std::int64_t Channels = Format.Channels;
     const std::span Samples(First.Samples + (HandedOver - First.StartFrame) * Channels,
                             static_cast<std::size_t>((UpToFrame - HandedOver) * Channels));
-    Card.Render(Format, Format.RateHz, Samples);
+    Card.Render(*this, Format, Format.RateHz, Samples);
     HandedOver = UpToFrame;
 }
 

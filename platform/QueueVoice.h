@@ -29,6 +29,7 @@ class QueueVoice : public Voice {
 
     bool IsQueued(const WAVEHDR* Header);
     bool IsEmpty();
+    bool IsPlaying() override;
     /// Frames heard since it was made or reset; never more than were queued.
     std::int64_t FramesHeard();
 
@@ -43,7 +44,6 @@ class QueueVoice : public Voice {
     };
 
     void Advance();
-    void StartTimer();
     void HandOver(std::int64_t UpToFrame);
     static void GiveBack(WAVEHDR& Header);
 
@@ -51,10 +51,9 @@ class QueueVoice : public Voice {
     StreamFormat Format;
     FrameTimer Timer;
     std::deque<Entry> Entries;
-    std::int64_t Queued = 0;      // frames, as the three below since the last reset
+    std::int64_t Queued = 0;      // frames, as the two below since the last reset
     std::int64_t Heard = 0;       // as of the last Advance
     std::int64_t HandedOver = 0;  // to the card; the rest of a header goes when it ends
-    std::int64_t TimerBase = 0;   // heard when the timer was started
     bool Paused = false;
 };
 

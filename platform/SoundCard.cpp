@@ -1,5 +1,6 @@
 #include "platform/SoundCard.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -7,7 +8,7 @@ namespace Tolvar {
 
 SoundCard::SoundCard(Apartment& TheHome, std::unique_ptr<Sink> TheOutput, SinkRate TheRate,
                      Log& TheJournal)
-    : Home(TheHome),
+    : HomeOf(TheHome),
       Output(std::move(TheOutput)),
       Rate(TheRate),
       Journal(TheJournal),
@@ -30,19 +31,29 @@ void SoundCard::Finish() {
     }
 }
 
-void SoundCard::Render(StreamFormat Format, int NominalHz,
+bool SoundCard::PlaysOther(const Voice& Than) const {
+    return std::ranges::any_of(Voices,
+                               [&Than](Voice* Each) { return Each != &Than && Each->IsPlaying(); });
+}
+
+void SoundCard::Render(const Voice& From, StreamFormat Format, int NominalHz,
                        std::span<const std::int16_t> Samples) noexcept {
-    if (!Taking() || Samples.empty()) return;
+    if (!Takes() || Samples.empty()) return;
     Guarded([&] {
         if (SinkFormat.Channels == 0) OpenSink(Format, NominalHz);
-        if (Run && Run->From() != Format) FlushRun();
+        if (Run && (Run->From() != Format || RunOf != &From)) FlushRun();
         if (!Run) Run = std::make_unique<OutputConverter>(Format, SinkFormat);
+        RunOf = &From;
         Run->Convert(Samples, ToSink);
     });
 }
 
+void SoundCard::EndRun(const Voice& Of) noexcept {
+    if (RunOf == &Of) EndRun();
+}
+
 void SoundCard::EndRun() noexcept {
-    if (Taking() && Run) Guarded([this] { FlushRun(); });
+    if (Takes() && Run) Guarded([this] { FlushRun(); });
     Run.reset();
 }
 

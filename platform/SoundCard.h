@@ -23,6 +23,9 @@ class Voice {
 
     /// Hands every frame heard so far to the card.
     virtual void CatchUp() = 0;
+
+    /// Whether a frame of it is heard now.
+    virtual bool IsPlaying() = 0;
 };
 
 /// The software sound card: it gives the voices their clock and passes what they play to the sink.
@@ -48,31 +51,39 @@ class SoundCard {
     std::string Failure() const { return Failed ? Failed->what() : ""; }
 
     // For voices.
-    std::int64_t NowNs() const { return Home.Time().NowNs(); }
+    Apartment& Home() const { return HomeOf; }
+    std::int64_t NowNs() const { return HomeOf.Time().NowNs(); }
     /// The voice stays the caller's, until Leave.
     void Join(Voice& Playing) { Voices.push_back(&Playing); }
     void Leave(Voice& Playing) { std::erase(Voices, &Playing); }
-    /// Takes whole frames, at the voice's rate, that were heard; Samples is read before it
-    /// returns. NominalHz is the rate that the voice's format names. Never throws.
-    void Render(StreamFormat Format, int NominalHz, std::span<const std::int16_t> Samples) noexcept;
-    /// What follows does not join seamlessly: the end of a run, or a change of its rate.
-    void EndRun() noexcept;
+    /// Whether the card is taken: a voice other than this one plays.
+    bool PlaysOther(const Voice& Than) const;
+    /// False: frames are lost on it, so none need to be handed over.
+    bool Takes() const { return Output && Output->WantsFrames() && !Failed && !Finished; }
+    /// Takes whole frames of a voice, at its rate of the moment, that were heard; Samples is read
+    /// before it returns. NominalHz is the rate that the voice's format names. Never throws.
+    void Render(const Voice& From, StreamFormat Format, int NominalHz,
+                std::span<const std::int16_t> Samples) noexcept;
+    /// What this voice plays next does not join seamlessly. Nothing while another voice's frames
+    /// were the last.
+    void EndRun(const Voice& Of) noexcept;
 
   private:
-    bool Taking() const { return Output && Output->WantsFrames() && !Failed && !Finished; }
     void OpenSink(StreamFormat Format, int NominalHz);
+    void EndRun() noexcept;
     void FlushRun();
     void Fail(const RuntimeFailure& Cause);
     template <typename Work>
     void Guarded(Work Step) noexcept;
 
-    Apartment& Home;
+    Apartment& HomeOf;
     std::unique_ptr<Sink> Output;
     SinkRate Rate;
     Log& Journal;
     std::vector<Voice*> Voices;
     StreamFormat SinkFormat;               // no channels before the first frames
     std::unique_ptr<OutputConverter> Run;  // null between runs
+    const Voice* RunOf = nullptr;          // whose frames were the last; never followed
     OutputConverter::Output ToSink;
     std::optional<RuntimeFailure> Failed;
     bool Finished = false;

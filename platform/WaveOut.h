@@ -2,16 +2,15 @@
 
 #include <cstdint>
 
+#include "platform/WaveFormat.h"
+
 namespace Tolvar {
 
 using UINT = std::uint32_t;
-using DWORD = std::uint32_t;
-using WORD = std::uint16_t;
 using MMRESULT = std::uint32_t;
 using HWAVEOUT = std::uint32_t;  ///< 0 names no device
 
 inline constexpr UINT WAVE_MAPPER = 0xFFFFFFFFU;
-inline constexpr WORD WAVE_FORMAT_PCM = 1;
 inline constexpr UINT TIME_SAMPLES = 2;
 inline constexpr UINT TIME_BYTES = 4;
 
@@ -29,16 +28,6 @@ inline constexpr MMRESULT WAVERR_UNPREPARED = 34;
 inline constexpr DWORD WHDR_DONE = 0x01;
 inline constexpr DWORD WHDR_PREPARED = 0x02;
 inline constexpr DWORD WHDR_INQUEUE = 0x10;
-
-struct WAVEFORMATEX {
-    WORD wFormatTag = 0;
-    WORD nChannels = 0;
-    DWORD nSamplesPerSec = 0;
-    DWORD nAvgBytesPerSec = 0;
-    WORD nBlockAlign = 0;
-    WORD wBitsPerSample = 0;
-    WORD cbSize = 0;
-};
 
 struct WAVEHDR {
     const char* lpData = nullptr;

@@ -1,17 +1,6 @@
 #include "platform/WaveOutDevice.h"
 
 namespace Tolvar {
-namespace {
-
-bool IsPlayable(const WAVEFORMATEX& Format) {
-    return Format.wFormatTag == WAVE_FORMAT_PCM && Format.wBitsPerSample == 16 &&
-           (Format.nChannels == 1 || Format.nChannels == 2) && Format.nSamplesPerSec >= 100 &&
-           Format.nSamplesPerSec <= 384'000 && Format.nBlockAlign == Format.nChannels * 2 &&
-           Format.nAvgBytesPerSec == Format.nSamplesPerSec * Format.nBlockAlign;
-}
-
-}  // namespace
-
 UINT WaveOutDevice::waveOutGetNumDevs() {
     return Card.Present() ? 1 : 0;
 }
@@ -24,10 +13,10 @@ MMRESULT WaveOutDevice::waveOutOpen(HWAVEOUT* Handle, UINT Device, const WAVEFOR
     if (Handle == nullptr || Format == nullptr || Callback != 0 || Instance != 0) {
         return MMSYSERR_INVALPARAM;
     }
-    if (!IsPlayable(*Format)) return WAVERR_BADFORMAT;
+    const auto Playable = PlayableFormat(*Format, 384'000);
+    if (!Playable) return WAVERR_BADFORMAT;
     if (Playing) return MMSYSERR_ALLOCATED;
-    Playing = std::make_unique<QueueVoice>(
-        Card, StreamFormat{Format->nChannels, static_cast<int>(Format->nSamplesPerSec)});
+    Playing = std::make_unique<QueueVoice>(Card, *Playable);
     BytesPerFrame = Format->nBlockAlign;
     *Handle = ++OpenHandle;
     return MMSYSERR_NOERROR;
@@ -66,6 +55,7 @@ MMRESULT WaveOutDevice::waveOutWrite(HWAVEOUT Handle, WAVEHDR* Header, UINT Byte
     const bool Missing = Header->lpData == nullptr && Header->dwBufferLength > 0;
     const bool Odd = reinterpret_cast<std::uintptr_t>(Header->lpData) % alignof(std::int16_t) != 0;
     if (Missing || Odd || Header->dwBufferLength % BytesPerFrame != 0) return MMSYSERR_INVALPARAM;
+    if (Card.PlaysOther(*Playing)) return MMSYSERR_ALLOCATED;
     Playing->Queue(*Header);
     return MMSYSERR_NOERROR;
 }
@@ -91,6 +81,7 @@ MMRESULT WaveOutDevice::waveOutPause(HWAVEOUT Handle) {
 
 MMRESULT WaveOutDevice::waveOutRestart(HWAVEOUT Handle) {
     if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
+    if (Card.PlaysOther(*Playing)) return MMSYSERR_ALLOCATED;
     Playing->Restart();
     return MMSYSERR_NOERROR;
 }

@@ -9,7 +9,8 @@
 namespace Tolvar {
 
 /// The wave output functions over a sound card: one device, which one caller at a time has open
-/// (MMSYSERR_ALLOCATED for a second). Every wrong argument has a result code and changes nothing.
+/// (MMSYSERR_ALLOCATED for a second, and for a write or restart while another voice of the card
+/// plays). Every wrong argument has a result code and changes nothing.
 class WaveOutDevice : public WaveOut {
   public:
     /// TheCard stays the caller's, and outlives this.

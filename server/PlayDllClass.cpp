@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "engines/PlayApiClass.h"
+#include "engines/StreamDx7Class.h"
+#include "engines/StreamDx9Class.h"
 #include "platform/Apartment.h"
 #include "platform/Log.h"
 #include "platform/RuntimeFailure.h"
@@ -16,10 +18,14 @@ namespace Tolvar {
 
 /// One row of the selection order.
 struct PlayDllClass::EngineKind {
+    using Maker = std::shared_ptr<PlayEngine>(System&, PlayerState&, PlayEngine::MsgBoxObEvent,
+                                              std::int32_t MFrmHwnd);
     EngineOrder Name;
-    std::int32_t Code;    // EngineCode
-    std::int32_t Answer;  // what DxObj writes back
-    std::shared_ptr<PlayEngine> (*Make)(System&, PlayerState&, PlayEngine::MsgBoxObEvent);
+    std::int32_t Code;        // EngineCode
+    std::int32_t Answer;      // what DxObj writes back
+    bool TellsPlayFailed;     // the player adds "Play Failed" to a run that did not start
+    bool PositionIsAskedFor;  // PlayCurrentPosition asks the engine, not its last poll
+    Maker* Make;              // null when the engine does not accept the window
 };
 
 namespace {
@@ -28,12 +34,30 @@ constexpr std::int64_t LastBreathMs = 300;  // the editor's last reports get out
 constexpr double LeastPlayFriq = 100;
 constexpr double MostPlayFriq = 100000;
 
-template <typename EngineClass>
-std::shared_ptr<PlayEngine> Make(System& Os, PlayerState& State, PlayEngine::MsgBoxObEvent Event) {
-    return std::make_shared<EngineClass>(Os, State, std::move(Event));
+using Event = PlayEngine::MsgBoxObEvent;
+using EnginePtr = std::shared_ptr<PlayEngine>;
+
+EnginePtr MakeDx9(System& Os, PlayerState& State, Event Report, std::int32_t MFrmHwnd) {
+    auto StrmDx9Cls = std::make_shared<StreamDx9Class>(Os, State, std::move(Report));
+    return StrmDx9Cls->PutONDx9Ds(MFrmHwnd) ? StrmDx9Cls : nullptr;
+}
+
+EnginePtr MakeDx7(System& Os, PlayerState& State, Event Report, std::int32_t MFrmHwnd) {
+    auto StrmDx7Cls = std::make_shared<StreamDx7Class>(Os, State, std::move(Report));
+    return StrmDx7Cls->PutONDx7Ds(MFrmHwnd) ? StrmDx7Cls : nullptr;
+}
+
+EnginePtr MakeWaveOut(System& Os, PlayerState& State, Event Report, std::int32_t) {
+    return std::make_shared<PlayApiClass>(Os, State, std::move(Report));
 }
 
 }  // namespace
+
+constexpr std::array<PlayDllClass::EngineKind, 3> PlayDllClass::Kinds{{
+    {EngineOrder::Dx9, 3, 1, false, true, &MakeDx9},
+    {EngineOrder::Dx7, 1, 1, true, true, &MakeDx7},
+    {EngineOrder::WaveOut, 2, 2, true, false, &MakeWaveOut},
+}};
 
 PlayDllClass::PlayDllClass(System& OsOf, PlayerState& Shared, WoroFileBlockMod& Blocks,
                            EngineOrder AllowedEngines)
@@ -47,9 +71,9 @@ PlayDllClass::~PlayDllClass() {
     try {
         Release();
     } catch (const std::exception& Cause) {
-        LogCause("Release", Cause.what());
+        LogCause(Os.Journal, "Release", Cause.what());
     } catch (...) {
-        LogCause("Release", "failed");
+        LogCause(Os.Journal, "Release", "failed");
     }
 }
 
@@ -74,24 +98,15 @@ void PlayDllClass::RaiseMsg(std::string_view Msg, std::string_view Ttl) {
     try {
         MsgBoxOb(Msg, Ttl);
     } catch (const std::exception& Cause) {
-        LogCause("Report sink", Cause.what());
+        LogCause(Os.Journal, "Report sink", Cause.what());
     } catch (...) {
-        LogCause("Report sink", "threw what is no std::exception");
+        LogCause(Os.Journal, "Report sink", "threw what is no std::exception");
     }
-}
-
-void PlayDllClass::LogCause(std::string_view Where, std::string_view Cause) noexcept try {
-    Os.Journal.Write(std::string(Where) + ": " + std::string(Cause));
-} catch (...) {
-    Os.Journal.Write(Where);  // out of memory for the cause
 }
 
 // The engine.
 
 void PlayDllClass::DxObj(std::int32_t& MFrmHwnd) {
-    static constexpr std::array Kinds{
-        EngineKind{EngineOrder::WaveOut, 2, 2, &Make<PlayApiClass>},
-    };
     try {
         DropEngine();
         State.PlayRunningState = 0;
@@ -102,23 +117,29 @@ void PlayDllClass::DxObj(std::int32_t& MFrmHwnd) {
         }
         MFrmHwnd = -1;
     } catch (const std::exception& Cause) {
-        LogCause("Engine selection", Cause.what());
+        LogCause(Os.Journal, "Engine selection", Cause.what());
         DropEngine();
         MFrmHwnd = -1;
     }
 }
 
 void PlayDllClass::DropEngine() {
-    LiveCode = 0;
-    if (const auto Dropped = std::exchange(Engine, nullptr)) Dropped->Close();
+    Live = nullptr;
+    if (const auto Dropped = std::exchange(Engine, nullptr)) Dropped->Drop();
 }
 
 bool PlayDllClass::TakeEngine(const EngineKind& Kind, std::int32_t& MFrmHwnd) {
-    Engine = Kind.Make(Os, State,
-                       [this](std::string_view Msg, std::string_view Ttl) { RaiseMsg(Msg, Ttl); });
-    LiveCode = Kind.Code;
+    const auto Forward = [this](std::string_view Msg, std::string_view Ttl) { RaiseMsg(Msg, Ttl); };
+    auto Made = Kind.Make(Os, State, Forward, MFrmHwnd);
+    if (!Made) return false;
+    Engine = std::move(Made);
+    Live = &Kind;
     MFrmHwnd = Kind.Answer;
     return true;
+}
+
+std::int32_t PlayDllClass::EngineCode() const {
+    return Live == nullptr ? 0 : Live->Code;
 }
 
 std::shared_ptr<PlayEngine> PlayDllClass::LiveEngine() {
@@ -144,13 +165,14 @@ void PlayDllClass::PlayFromEdge(std::int32_t Direction, std::string_view NotRead
     }
     State.PlayDirection = Direction;
     State.FillNextPos = 1;
-    const auto Live = LiveEngine();
-    if (Live && !Live->PlayMe()) Status("Play Failed");
+    const EngineKind* const Kind = Live;
+    const auto Playing = LiveEngine();
+    if (Playing && !Playing->PlayMe() && Kind->TellsPlayFailed) Status("Play Failed");
 }
 
 void PlayDllClass::PlayUTurn() {
-    const auto Live = LiveEngine();
-    if (!Live || !Live->UTurn()) Status("U-Turn Failed");
+    const auto Playing = LiveEngine();
+    if (!Playing || !Playing->UTurn()) Status("U-Turn Failed");
 }
 
 void PlayDllClass::PlayAtPos(std::int32_t Pos) {
@@ -164,54 +186,61 @@ void PlayDllClass::PlayAtPosRev(std::int32_t Pos) {
 void PlayDllClass::PlayFrom(std::int32_t Direction, std::int32_t Pos) {
     State.PlayDirection = Direction;
     State.PlayCurPos = Pos;
-    const auto Live = LiveEngine();
-    if (!Live || !Live->PlayAtCurrentPosition()) Status("Play at.. failed");
+    const auto Playing = LiveEngine();
+    if (!Playing || !Playing->PlayAtCurrentPosition()) Status("Play at.. failed");
+}
+
+template <typename Operation, typename Answer>
+void PlayDllClass::Trapped(std::string_view What, Operation Do, Answer OnFailure) {
+    try {
+        Do();
+    } catch (const std::exception& Cause) {
+        LogCause(Os.Journal, What, Cause.what());
+        OnFailure();
+    }
 }
 
 void PlayDllClass::StopPlay() {
-    try {
-        if (const auto Live = LiveEngine()) Live->StopPlay();
+    constexpr std::string_view Text = "Stop Play error";
+    const auto StopAndClose = [this] {
+        if (const auto Playing = LiveEngine()) Playing->StopPlay();
         Store.OrgFileCloseNo(Store.OrgFileOpen());
         Store.WorkFileCloseNo(Store.WorkFileOpen());
-    } catch (const std::exception& Cause) {
-        LogCause("Stop Play error", Cause.what());
-        RaiseMsg("Stop Play error", "Stop Play error");
-    }
+    };
+    Trapped(Text, StopAndClose, [&] { RaiseMsg(Text, Text); });
 }
 
 void PlayDllClass::PlayContinue() {
-    try {
+    constexpr std::string_view Text = "Play Continue error";
+    const auto Continue = [this] {
         if (State.WaveNos <= 0) {
             Status("Nothing to Continue");
-        } else if (const auto Live = LiveEngine()) {
-            Live->PlayContinue();
+        } else if (const auto Playing = LiveEngine()) {
+            Playing->PlayContinue();
         }
-    } catch (const std::exception& Cause) {
-        LogCause("Play Continue error", Cause.what());
-        Status("Play Continue error");
-    }
+    };
+    Trapped(Text, Continue, [&] { Status(Text); });
 }
 
 void PlayDllClass::PlayPause() {
-    try {
-        if (const auto Live = LiveEngine()) Live->PlayPause();
-    } catch (const std::exception& Cause) {
-        LogCause("Play Pause error", Cause.what());
-        Status("Play Pause error");
-    }
+    constexpr std::string_view Text = "Play Pause error";
+    const auto Pause = [this] {
+        if (const auto Playing = LiveEngine()) Playing->PlayPause();
+    };
+    Trapped(Text, Pause, [&] { Status(Text); });
 }
 
 void PlayDllClass::UpdatePlayPosition() {
-    try {
-        if (const auto Live = Engine) Live->UpdatePlayPosition();
-    } catch (const std::exception& Cause) {
-        LogCause("Update position", Cause.what());
-        State.PlayCurPos = 0;
-    }
+    const auto Update = [this] {
+        if (const auto Playing = Engine) Playing->UpdatePlayPosition();
+    };
+    Trapped("Update position", Update, [this] { State.PlayCurPos = 0; });
 }
 
 std::int32_t PlayDllClass::PlayCurrentPosition() {
-    return LiveCode == 0 ? 0 : State.PlayCurPos;
+    if (Live == nullptr) return 0;
+    if (const auto Playing = Engine; Live->PositionIsAskedFor) Playing->UpdatePlayPosition();
+    return State.PlayCurPos;
 }
 
 std::int32_t PlayDllClass::PlayRunningDx7State() const {
@@ -267,8 +296,8 @@ bool PlayDllClass::FormatAccepted(std::int32_t FmtBits, std::int32_t FmtChannal,
 }
 
 void PlayDllClass::CreateEngineBuffer() {
-    const auto Live = LiveEngine();
-    Status(!Live || Live->CreateSoundBuffer() ? "Done" : "Sound Buffer Failed");
+    const auto Playing = LiveEngine();
+    Status(!Playing || Playing->CreateSoundBuffer() ? "Done" : "Sound Buffer Failed");
 }
 
 void PlayDllClass::ReleaseFiles() {

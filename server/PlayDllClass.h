@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -16,7 +17,9 @@ class PlayEngine;
 
 /// Which engines DxObj may select.
 enum class EngineOrder {
-    Auto,  ///< every engine there is, in the order of preference
+    Auto,  ///< every engine, in the order of preference: these three
+    Dx9,
+    Dx7,
     WaveOut,
 };
 
@@ -74,7 +77,7 @@ class PlayDllClass {
     void Release();
 
     /// 0 none, 1 DirectSound 7, 2 waveOut, 3 DirectSound 9.
-    std::int32_t EngineCode() const { return LiveCode; }
+    std::int32_t EngineCode() const;
 
   private:
     struct EngineKind;
@@ -83,13 +86,15 @@ class PlayDllClass {
     void Status(std::string_view Ttl) { RaiseMsg("S2", Ttl); }
     void DropEngine();
     bool TakeEngine(const EngineKind& Kind, std::int32_t& MFrmHwnd);
+    static const std::array<EngineKind, 3> Kinds;
     std::shared_ptr<PlayEngine> LiveEngine();
     void PlayFromEdge(std::int32_t Direction, std::string_view NotReadyText);
     void PlayFrom(std::int32_t Direction, std::int32_t Pos);
     bool FormatAccepted(std::int32_t FmtBits, std::int32_t FmtChannal, std::int32_t WaveNos);
     void GiveBlocks(BlockCarrBuffClass& Carrier, BlockList BlkInLst);
     void CreateEngineBuffer();
-    void LogCause(std::string_view Where, std::string_view Cause) noexcept;
+    template <typename Operation, typename Answer>
+    void Trapped(std::string_view What, Operation Do, Answer OnFailure);
     float ClampedTempo(float Factor) const;
 
     System& Os;
@@ -97,8 +102,8 @@ class PlayDllClass {
     WoroFileBlockMod& Store;
     EngineOrder Allowed;
     EventSink MsgBoxOb;
-    std::int32_t LiveCode = 0;
-    std::shared_ptr<PlayEngine> Engine;  // null exactly when LiveCode is 0
+    const EngineKind* Live = nullptr;    // null: no engine
+    std::shared_ptr<PlayEngine> Engine;  // null exactly when Live is
     bool Released = false;
 };
 

@@ -10,7 +10,8 @@
 namespace Tolvar {
 
 class BlockCarrBuffClass;
-class TimerFrm;
+struct Dx9CallbackFrm;
+struct TimerFrm;
 
 /// The samples of the double buffer: elements 1..Count(), signed 16-bit. The storage stays where
 /// it is until Renew, because a device may read a segment in place while the other is filled.
@@ -90,6 +91,8 @@ struct PlayerState {
 
     /// The timers that every engine of the apartment uses; made by the first engine.
     std::shared_ptr<TimerFrm> Timers;
+    /// The DirectSound 9 engine's poll; made by the first such engine.
+    std::shared_ptr<Dx9CallbackFrm> Dx9Callback;
 };
 
 }  // namespace Tolvar

@@ -131,11 +131,13 @@ void BlockCarrBuffClass::Shrink(std::int32_t NewSz) {
     if (const std::int32_t Entry = Blks.Find(Drop, Drop - 1); Entry != 0) {
         const std::int32_t Whole = Blks.Entries()[static_cast<std::size_t>(Entry)];
         const auto [Head, Tail] = Store.BlockBreak(Whole, Checked<std::int32_t>(Drop));
-        if (Head != 0) {
-            Blks.Replace(Entry, Head);
-            Store.BlockFree(Whole);
-            Store.BlockFree(Tail);
+        if (Head == 0) {
+            throw RuntimeFailure(FailureKind::Input,
+                                 "Block " + std::to_string(Whole) + " cannot be parted");
         }
+        Blks.Replace(Entry, Head);
+        Store.BlockFree(Whole);
+        Store.BlockFree(Tail);
     }
     Blks.FreeBehind(NewSz);
 }

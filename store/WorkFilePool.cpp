@@ -16,7 +16,9 @@ WorkFilePool::~WorkFilePool() {
 
 std::string WorkFilePool::NextName(const std::string& Folder) {
     if (const std::int32_t Number = Spare.First(); Number != 0) {
-        return Made[static_cast<std::size_t>(Number) - 1];
+        const std::string& Name = Made[static_cast<std::size_t>(Number) - 1];
+        // A folder that was left behind may be full or gone.
+        if (Folder.empty() || Name.starts_with(Folder + "\\")) return Name;
     }
     if (Folder.empty()) {
         throw RuntimeFailure(FailureKind::File,

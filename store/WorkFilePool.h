@@ -21,8 +21,9 @@ class WorkFilePool {
     WorkFilePool(const WorkFilePool&) = delete;
     WorkFilePool& operator=(const WorkFilePool&) = delete;
 
-    /// A file of the pool that is spare, else a name in Folder that this pool has not given out.
-    /// RuntimeFailure(File) when it needs a folder and Folder is "".
+    /// A file of the pool that is spare, if it lies in Folder (or Folder is ""), else a name in
+    /// Folder that this pool has not given out. RuntimeFailure(File) when it needs a folder and
+    /// Folder is "".
     std::string NextName(const std::string& Folder);
 
     bool Holds(const std::string& Name) const { return NumberOf.contains(Name); }

@@ -51,6 +51,10 @@ std::string Choose(const std::array<std::pair<std::string_view, Value>, Count>& 
     return {};
 }
 
+CLI::Validator NotEmpty() {
+    return {[](const std::string& Given) { return std::string(Given.empty() ? "empty" : ""); }, ""};
+}
+
 using Taker = std::function<std::string(const std::string&)>;
 
 // An option whose text Take turns into a setting; what it returns is the complaint.
@@ -85,10 +89,12 @@ std::string TakeRate(const std::string& Given, SinkRate& Rate) {
 }
 
 std::string TakeEngine(const std::string& Given, EngineOrder& Engine) {
-    if (Given == "dx9" || Given == "dx7") return "this engine is not in this version";
-    constexpr std::array<std::pair<std::string_view, EngineOrder>, 2> Engines{
-        {{"auto", EngineOrder::Auto}, {"waveout", EngineOrder::WaveOut}}};
-    return Choose(Engines, Given, Engine, "neither auto nor waveout");
+    constexpr std::array<std::pair<std::string_view, EngineOrder>, 4> Engines{
+        {{"auto", EngineOrder::Auto},
+         {"dx9", EngineOrder::Dx9},
+         {"dx7", EngineOrder::Dx7},
+         {"waveout", EngineOrder::WaveOut}}};
+    return Choose(Engines, Given, Engine, "not one of auto, dx9, dx7, waveout");
 }
 
 std::string TakeClock(const std::string& Given, bool& Virtual) {
@@ -118,7 +124,9 @@ void AddPieces(CLI::App& Command, std::vector<std::string>& Pieces, RunOptions& 
                  return std::string(IsTime ? "" : "not a time in seconds");
              })
         ->type_name("SECONDS");
-    Command.add_option("--tempo", Run.Tempo, "tempo factor (the waveOut engine has none)")
+    Command.add_option("--tempo", Run.Tempo, "tempo factor forward (the waveOut engine has none)")
+        ->check(CLI::PositiveNumber);
+    Command.add_option("--tempo-rev", Run.TempoRev, "tempo factor in reverse")
         ->check(CLI::PositiveNumber);
 }
 
@@ -126,11 +134,13 @@ void AddSetup(CLI::App& Command, SessionOptions& Setup) {
     AddTaken(Command, "--rate", "the output's rate: wave (default), native or HZ",
              [&Setup](const std::string& Given) { return TakeRate(Given, Setup.Rate); })
         ->type_name("RATE");
-    AddTaken(Command, "--engine", "output engine: auto (default) or waveout",
+    AddTaken(Command, "--engine",
+             "output engine: auto (default: the first that can be had), dx9, dx7, waveout",
              [&Setup](const std::string& Given) { return TakeEngine(Given, Setup.Engine); })
         ->type_name("ENGINE");
     Command.add_option("--log", Setup.LogPath, "append causes of failures to FILE")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(NotEmpty());
 }
 
 void AddClock(CLI::App& Command, SessionOptions& Setup, const char* About) {
@@ -149,8 +159,6 @@ CLI::App* AddPlay(CLI::App& Root, PlayOptions& Options) {
     Options.Setup.Device = "auto";
     AddPieces(*Command, Options.Pieces, Options.Run);
     Command->add_flag("--loop", Options.Run.Loop, "play again from the edge at the end");
-    Command->add_option("--tempo-rev", Options.Run.TempoRev, "tempo factor in reverse")
-        ->check(CLI::PositiveNumber);
     Command
         ->add_option("--memory", Options.Run.MemorySizeToUse,
                      "BYTES of samples that may be kept in memory")
@@ -167,7 +175,8 @@ CLI::App* AddRender(CLI::App& Root, RenderOptions& Options) {
     AddPieces(*Command, Options.Pieces, Options.Run);
     Command->get_option("PIECE")->required();
     Command->add_option("-o,--output", Options.OutPath, "OUT.wav; - is standard output")
-        ->required();
+        ->required()
+        ->check(NotEmpty());
     AddSetup(*Command, Options.Setup);
     Command->footer(RenderFooter);
     return Command;

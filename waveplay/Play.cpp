@@ -37,7 +37,8 @@ const char* StateName(std::int32_t RunningState) {
 
 void SayProgress(Session& Playing, double LengthSeconds) {
     const PlayerState& State = Playing.State();
-    const double Position = static_cast<double>(State.PlayCurPos) / State.FmtFriq;
+    const std::int32_t Frame = std::clamp(Playing.Player().PlayCurrentPosition(), 0, State.WaveNos);
+    const double Position = static_cast<double>(Frame) / State.FmtFriq;
     std::fprintf(stderr, "%s %s %.1f / %.1f s\n", StateName(State.PlayRunningState),
                  State.PlayDirection < 0 ? "reverse" : "forward", Position, LengthSeconds);
 }
@@ -47,18 +48,15 @@ void SayReport(std::string_view Msg, std::string_view Ttl) {
 }
 
 // The program's own phrase turns round shortly before its end, so that both directions are heard.
-Apartment::AlarmId TurnNearEnd(Session& Playing, double SecondsToPlay) {
-    const double TurnSeconds = std::max(0.0, SecondsToPlay - TurnBeforeEndSeconds);
+Apartment::AlarmId TurnNearEnd(Session& Playing, std::int32_t FramesToPlay) {
+    const double EndSeconds = static_cast<double>(FramesToPlay) / Playing.PlayedHz();
+    const double TurnSeconds = std::max(0.0, EndSeconds - TurnBeforeEndSeconds);
     const auto Ahead = static_cast<std::int64_t>(TurnSeconds * NsPerSecond);
     Apartment& Home = Playing.Home();
     return Home.Arm(Home.Time().NowNs() + Ahead, [&Playing] { Playing.Player().PlayUTurn(); });
 }
 
-bool PlayThrough(Session& Playing, const PlayOptions& Options) {
-    // The phrase's files are gone again before the session ends.
-    std::unique_ptr<DemoPhrase> Demo;
-    if (Options.Pieces.empty()) Demo = std::make_unique<DemoPhrase>();
-    const Wave Whole = Demo ? Demo->Phrase() : JoinPieces(Options.Pieces);
+bool PlayThrough(Session& Playing, const Wave& Whole, const PlayOptions& Options) {
     PlayRun Run(Playing, SayReport);
     Timer Progress(Playing.Home(), ProgressMs);
     Progress.Bind([&] { SayProgress(Playing, Whole.Seconds()); });
@@ -66,7 +64,8 @@ bool PlayThrough(Session& Playing, const PlayOptions& Options) {
     Run.Start(Whole, Options.Run);
     Progress.Enabled(true);
     Apartment::AlarmId Turn;
-    if (Demo) Turn = TurnNearEnd(Playing, PlayRun::SecondsToPlay(Whole, Options.Run));
+    if (Options.Pieces.empty())
+        Turn = TurnNearEnd(Playing, PlayRun::FramesToPlay(Whole, Options.Run));
     const bool ToTheEnd = Run.Finish();
     Playing.Home().Disarm(Turn);
     if (!ToTheEnd) Playing.Player().StopPlay();
@@ -77,8 +76,12 @@ bool PlayThrough(Session& Playing, const PlayOptions& Options) {
 
 ExitCode Play(PlayOptions Options) {
     Options.Setup.Device = ChosenDevice(Options.Setup.Device);
+    std::unique_ptr<DemoPhrase> Demo;
+    if (Options.Pieces.empty()) Demo = std::make_unique<DemoPhrase>();
+    const Wave Whole = Demo ? Demo->Phrase() : JoinPieces(Options.Pieces);
+    Options.Setup.Engine = EngineFor(Whole, Options.Setup.Engine);
     Session Playing(Options.Setup);
-    const bool ToTheEnd = PlayThrough(Playing, Options);
+    const bool ToTheEnd = PlayThrough(Playing, Whole, Options);
     Playing.Release();
     Playing.Finish();
     if (!ToTheEnd) Say("interrupted");

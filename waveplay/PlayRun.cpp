@@ -1,5 +1,6 @@
 #include "waveplay/PlayRun.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <utility>
@@ -25,11 +26,21 @@ std::int32_t FirstFrame(const Wave& Whole, const RunOptions& Options) {
     return static_cast<std::int32_t>(Frame);
 }
 
+float PlayableTempo(float Tempo, const Wave& Whole) {
+    const auto Rate = static_cast<float>(Whole.FmtFriq);
+    return std::clamp(Tempo, 100 / Rate, 100'000 / Rate);
+}
+
 bool TellsOfFailure(std::string_view Ttl) {
     return Ttl.ends_with("ailed") || Ttl.ends_with("error") || Ttl == "Driver is Off";
 }
 
 }  // namespace
+
+EngineOrder EngineFor(const Wave& Whole, EngineOrder Wanted) {
+    const bool BeyondDirectSound = Whole.FmtFriq > 100'000;
+    return Wanted == EngineOrder::Auto && BeyondDirectSound ? EngineOrder::WaveOut : Wanted;
+}
 
 PlayRun::PlayRun(Session& Live, EventHandler Also) : Playing(Live), OnEvent(std::move(Also)) {
     Playing.Player().OnMsgBoxOb(
@@ -61,9 +72,11 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     Player.MemorySizeToUse(Options.MemorySizeToUse);
     Player.AppTmpDir(std::filesystem::temp_directory_path().string());
     Player.LoopPlayON(Options.Loop);
+    // The engine takes its pace of refilling from the tempo when the wave is handed over; the
+    // player holds a tempo to what the wave's rate allows only once the wave is there.
+    Player.PlayTempoFor(PlayableTempo(Options.Reverse ? Options.TempoRev : Options.Tempo, Whole));
     HandOver(Player, Whole);
     RequireNoFailure();
-    // A tempo is held to what the wave's rate allows only once the wave is there.
     Player.PlayTempoFor(Options.Tempo);
     Player.PlayTempoRev(Options.TempoRev);
 
@@ -82,9 +95,9 @@ bool PlayRun::Finish() {
     return Stopped;
 }
 
-double PlayRun::SecondsToPlay(const Wave& Whole, const RunOptions& Options) {
+std::int32_t PlayRun::FramesToPlay(const Wave& Whole, const RunOptions& Options) {
     const std::int32_t First = FirstFrame(Whole, Options);
-    return static_cast<double>(Options.Reverse ? First : Whole.WaveNos - First + 1) / Whole.FmtFriq;
+    return Options.Reverse ? First : Whole.WaveNos - First + 1;
 }
 
 }  // namespace Tolvar

@@ -23,6 +23,10 @@ struct RunOptions {
     std::int32_t MemorySizeToUse = 8 * 1024 * 1024;  ///< bytes
 };
 
+/// The engines that may be selected for the wave: with no preference, the waveOut engine for one
+/// whose rate no DirectSound buffer plays.
+EngineOrder EngineFor(const Wave& Whole, EngineOrder Wanted);
+
 /// One wave handed to a session's player and played through, watched by the player's reports.
 class PlayRun {
   public:
@@ -41,8 +45,8 @@ class PlayRun {
     /// a failure.
     bool Finish();
 
-    /// Seconds until the end of the wave in the direction that Options names.
-    static double SecondsToPlay(const Wave& Whole, const RunOptions& Options);
+    /// Frames until the end of the wave in the direction that Options names.
+    static std::int32_t FramesToPlay(const Wave& Whole, const RunOptions& Options);
 
   private:
     void OnReport(std::string_view Msg, std::string_view Ttl);

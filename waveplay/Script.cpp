@@ -2,7 +2,8 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <iterator>
+#include <sstream>
+#include <utility>
 
 #include "platform/Posix.h"
 #include "waveplay/Commands.h"
@@ -15,12 +16,13 @@ std::string ReadAll(const std::string& Path) {
     std::ifstream Named;
     if (Path != "-") Named.open(Path, std::ios::binary);
     std::istream& In = Path == "-" ? std::cin : Named;
-    std::string Text;
-    if (In) Text.assign(std::istreambuf_iterator<char>(In), {});
+    std::ostringstream Text;
+    errno = 0;
+    if (In && In.peek() != std::istream::traits_type::eof()) Text << In.rdbuf();
     if (In.bad() || (Path != "-" && !Named.is_open())) {
         throw ErrnoFailure("cannot read " + Path, errno);
     }
-    return Text;
+    return std::move(Text).str();
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/Clocks.h"
+#include "platform/DirectX7Layer.h"
 #include "platform/RuntimeFailure.h"
 #include "store/BlockCarrBuffClass.h"
 
@@ -23,6 +24,11 @@ std::unique_ptr<Clock> MakeClock(bool Virtual) {
     return std::make_unique<RealClock>();
 }
 
+std::unique_ptr<Sink> MakeOutput(const SessionOptions& Options) {
+    auto Output = MakeSink(Options.Device);
+    return Options.Through ? Options.Through(std::move(Output)) : std::move(Output);
+}
+
 std::unique_ptr<MessageBox> MakeBox(Session::BoxHandler OnBox, Log& Journal) {
     if (OnBox) return std::make_unique<HandlerBox>(std::move(OnBox));
     return std::make_unique<ConsoleMessageBox>(Journal);
@@ -36,11 +42,18 @@ Session::Session(const SessionOptions& Options, BoxHandler OnBox)
       Journal(Options.LogPath),
       Loop(*Time, Journal),
       Box(MakeBox(std::move(OnBox), Journal)),
-      Card(Loop, MakeSink(Options.Device), Options.Rate, Journal),
+      Card(Loop, MakeOutput(Options), Options.Rate, Journal),
       Watching(std::make_unique<Interrupts>(Loop)),
       Device(Card),
+      Service(Card, Journal),
       Blocks(FileLayer, *Box, Shared),
-      Parts{Loop, FileLayer, *Box, Journal, Device},
+      Parts{Loop,
+            FileLayer,
+            *Box,
+            Journal,
+            Device,
+            Service,
+            [this] { return std::make_unique<DirectX7Root>(Card); }},
       Object(std::make_unique<PlayDllClass>(Parts, Shared, Blocks, Options.Engine)) {}
 
 Session::~Session() {
@@ -53,6 +66,12 @@ Session::~Session() {
 PlayDllClass& Session::Player() {
     if (!Object) throw RuntimeFailure(FailureKind::Input, "the player object has been released");
     return *Object;
+}
+
+std::int32_t Session::PlayedHz() const {
+    constexpr std::int32_t WaveOutCode = 2;  // plays at the wave's own rate
+    const bool HasTempo = Object && Object->EngineCode() != WaveOutCode;
+    return HasTempo ? Shared.PlayFriq : Shared.FmtFriq;
 }
 
 void Session::Release() {

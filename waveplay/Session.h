@@ -11,6 +11,7 @@
 #include "platform/Clock.h"
 #include "platform/ConsoleMessageBox.h"
 #include "platform/PosixFiles.h"
+#include "platform/ServiceLoader.h"
 #include "platform/Sink.h"
 #include "platform/SoundCard.h"
 #include "platform/System.h"
@@ -30,6 +31,8 @@ struct SessionOptions {
     SinkRate Rate = {};
     EngineOrder Engine = EngineOrder::Auto;
     std::string LogPath = {};  ///< "" = standard error
+    /// Takes the device's sink and gives the one that the card plays to; none: the sink itself.
+    std::function<std::unique_ptr<Sink>(std::unique_ptr<Sink>)> Through = {};
 };
 
 /// A player object with everything that it lives on, in this process: the editor's side of one
@@ -56,6 +59,9 @@ class Session {
     const WoroFileBlockMod& Store() const { return Blocks; }
     Apartment& Home() { return Loop; }
 
+    /// Frames of the wave that pass in a second of the current run, before it is resampled.
+    std::int32_t PlayedHz() const;
+
     /// Nanoseconds since the session began.
     std::int64_t NowNs() const { return Time->NowNs() - BeganNs; }
 
@@ -79,6 +85,7 @@ class Session {
     SoundCard Card;
     std::unique_ptr<Interrupts> Watching;  // after the card: a pipe may wait for its reader
     WaveOutDevice Device;
+    DlServiceLibrary Service;
     PlayerState Shared;
     WoroFileBlockMod Blocks;
     System Parts;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -48,17 +49,23 @@ std::uint32_t Little32(const char* Bytes) {
     return Value;
 }
 
+struct DataChunk {
+    std::int64_t At = 0;     // 0-based byte position of the first sample
+    std::int64_t Bytes = 0;  // as the header has it
+};
+
 // Walks the chunks up to the samples; libsndfile reads everything else but does not say where the
-// samples lie. 0-based byte position of the first sample.
-std::optional<std::int64_t> FindData(const std::string& Path) {
+// samples lie.
+std::optional<DataChunk> FindData(const std::string& Path) {
     std::ifstream Raw(Path, std::ios::binary);
     constexpr std::int64_t RiffHeaderBytes = 12;
     constexpr std::int64_t ChunkHeaderBytes = 8;
     std::array<char, ChunkHeaderBytes> Head{};
 
     for (std::int64_t At = RiffHeaderBytes; Raw.seekg(At) && Raw.read(Head.data(), Head.size());) {
-        if (std::string_view(Head.data(), 4) == "data") return At + ChunkHeaderBytes;
         const std::int64_t Bytes = Little32(Head.data() + 4);
+        if (std::string_view(Head.data(), 4) == "data")
+            return DataChunk{At + ChunkHeaderBytes, Bytes};
         At += ChunkHeaderBytes + Bytes + (Bytes & 1);  // a chunk of odd length has a pad byte
     }
     return std::nullopt;
@@ -99,6 +106,16 @@ WavSource ReadHeader(const std::string& Path, SF_INFO& Info) {
     return Source;
 }
 
+// A file that was cut off plays as far as it goes. A program that writes to a pipe cannot know the
+// length and says the most there is.
+void TellIfShort(const std::string& Path, const DataChunk& Data, std::int64_t FileBytes) {
+    constexpr std::int64_t WrittenToPipe = 0x7FFF0000;
+    const std::int64_t Missing = Data.At + Data.Bytes - FileBytes;
+    if (Missing <= 0 || Data.Bytes >= WrittenToPipe) return;
+    std::fprintf(stderr, "%s ends %lld bytes before its header says: playing what is there\n",
+                 Path.c_str(), static_cast<long long>(Missing));
+}
+
 }  // namespace
 
 WavSource OpenWav(const std::string& Path) {
@@ -109,17 +126,18 @@ WavSource OpenWav(const std::string& Path) {
     const auto Data = FindData(Path);
     if (!Data) Refuse(Path, "no data chunk found");
     const std::int64_t FrameBytes = Source.Channels * Source.Bits / 8;
-    const std::int64_t Room = std::max<std::int64_t>(0, FileBytes - *Data) / FrameBytes;
+    const std::int64_t Room = std::max<std::int64_t>(0, FileBytes - Data->At) / FrameBytes;
     const std::int64_t Frames = std::clamp<std::int64_t>(Info.frames, 0, Room);
     // The right channel's samples begin one sample further on.
-    if (*Data + 1 + Source.Bits / 8 > LastInt32) {
+    if (Data->At + 1 + Source.Bits / 8 > LastInt32) {
         Refuse(Path, "the samples begin beyond byte 2147483647");
     }
     if (Frames > LastInt32) Refuse(Path, "more than 2147483647 frames");
+    TellIfShort(Path, *Data, FileBytes);
 
     Source.Frames = static_cast<std::int32_t>(Frames);
-    Source.DataPos = static_cast<std::int32_t>(*Data + 1);
-    Source.FullPath = std::filesystem::absolute(Path).string();
+    Source.DataPos = static_cast<std::int32_t>(Data->At + 1);
+    Source.FullPath = std::filesystem::absolute(Path).lexically_normal().string();
     if (Source.FullPath.find('\\') != std::string::npos) {
         Refuse(Path, "a path with a backslash cannot be handed over: it parts folders there");
     }

@@ -9,6 +9,8 @@
 
 #include "platform/Apartment.h"
 #include "platform/Clocks.h"
+#include "platform/DirectX7Layer.h"
+#include "platform/ServiceLoader.h"
 #include "platform/SoundCard.h"
 #include "platform/System.h"
 #include "platform/WaveOutDevice.h"
@@ -32,14 +34,21 @@ struct TestWave {
 
 /// A whole server on the virtual clock with ears on its sound card.
 struct Studio {
-    explicit Studio(bool WithDevice = true)
+    explicit Studio(EngineOrder Engine = EngineOrder::WaveOut, bool WithDevice = true)
         : Ears(new ListeningSink),
           Card(Home, std::unique_ptr<Sink>(WithDevice ? Ears : (delete Ears, nullptr)), SinkRate{},
                Journal),
           Device(Card),
-          Os{Home, Disk, Box, Journal, Device},
+          Service(Card, Journal),
+          Os{Home,
+             Disk,
+             Box,
+             Journal,
+             Device,
+             Service,
+             [this] { return std::make_unique<DirectX7Root>(Card); }},
           Store(Disk, Box, State),
-          Player(std::make_unique<PlayDllClass>(Os, State, Store)) {
+          Player(std::make_unique<PlayDllClass>(Os, State, Store, Engine)) {
         Listen();
     }
 
@@ -66,9 +75,8 @@ struct Studio {
         for (std::int32_t F = 1; F <= W.Frames; ++F) {
             for (std::int32_t C = 0; C < W.Channels; ++C) {
                 const auto Value = static_cast<std::uint32_t>(C == 0 ? F : -F);
-                for (int B = 0; B < W.Bits; B += 8) {
+                for (int B = 0; B < W.Bits; B += 8)
                     Raw.push_back(static_cast<std::uint8_t>(Value >> B));
-                }
             }
         }
     }
@@ -76,7 +84,7 @@ struct Studio {
     static std::vector<std::int32_t> WaveList(const TestWave& W, std::int32_t Channel) {
         std::vector<ListEntry> Entries;
         const std::int32_t Bytes = W.Bits / 8;
-        for (std::int32_t Start = 1; Start <= W.Frames; Start += W.BlockFrames) {
+        for (std::int32_t Start = 1; Start <= W.Frames; Start += W.BlockFrames)
             Entries.push_back({.Type = BlkOrgFile,
                                .Len = std::min(W.BlockFrames, W.Frames - Start + 1),
                                .Start = Start,
@@ -84,7 +92,6 @@ struct Studio {
                                .FilePos = 1 + ((Start - 1) * W.Channels + Channel) * Bytes,
                                .Channels = W.Channels,
                                .Bits = W.Bits});
-        }
         return ListOf(Entries);
     }
 
@@ -103,18 +110,32 @@ struct Studio {
         Times.clear();
     }
 
+    void Play(int Direction) { Direction == 1 ? Player->PlayAgain() : Player->PlayAgainRev(); }
+    void PlayAll(int Direction = 1) {
+        Play(Direction);
+        EXPECT_TRUE(PlayOut());
+    }
+
+    /// How often the thread wakes up within the next second, at most two times.
+    int Wakings() {
+        int Asked = -1;  // once before the first
+        Home.RunUntil(Time.NowNs() + NsPerSecond, [&] { return ++Asked > 1; });
+        return Asked;
+    }
+
     /// The reports since the last call.
     std::vector<std::string> Said() {
         Times.clear();
         return std::exchange(Reports, {});
     }
 
-    /// The frames heard since the last call, stereo checked for its sides; the run must be over.
+    /// The frames heard since the last call, without silence (frame 0 is none); stereo is checked
+    /// for its sides. The run must be over.
     std::vector<int> Heard() {
         std::vector<int> Frames;
         const auto Step = static_cast<std::size_t>(std::max(Ears->Channels, 1));
         for (std::size_t At = 0; At < Ears->Heard.size(); At += Step) {
-            Frames.push_back(Ears->Heard[At]);
+            if (Ears->Heard[At] != 0) Frames.push_back(Ears->Heard[At]);
             if (Step == 2) {
                 EXPECT_EQ(Ears->Heard[At + 1], -Ears->Heard[At]) << "sample " << At;
             }
@@ -145,6 +166,7 @@ struct Studio {
     ListeningSink* Ears;  ///< the card's; gone when there is no device
     SoundCard Card;
     WaveOutDevice Device;
+    DlServiceLibrary Service;
     System Os;
     PlayerState State;
     WoroFileBlockMod Store;

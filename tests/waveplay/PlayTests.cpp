@@ -36,7 +36,9 @@ TEST(Play, TurnsItsOwnPhraseRoundAndCleansUp) {
     ASSERT_EQ(Heard.Channels, 2);
     const auto Turn = Heard.Frames.begin() + 2 * (4 * 44100 - 44100 / 2);
     const Samples Forward(Heard.Frames.begin(), Turn);
-    EXPECT_TRUE(Samples(Turn, Heard.Frames.end()) == Mirrored(Forward, 2));
+    const auto End = Turn + (Turn - Heard.Frames.begin());
+    ASSERT_LE(End, Heard.Frames.end());
+    EXPECT_TRUE(Samples(Turn, End) == Mirrored(Forward, 2));
     EXPECT_GT(*std::max_element(Forward.begin(), Forward.end()), 4000);
 }
 
@@ -59,14 +61,14 @@ TEST(CommandLine, MistakesAreUsageFailuresAreNotAndHelpIsDone) {
     Waveplay.PutWav("in.wav", 16, 1, 8000, {1});
     const Outcome Deaf = Waveplay.Run({"in.wav", "--device", "none", "--clock", "virtual"});
     EXPECT_EQ(Deaf.Code, 1);
-    EXPECT_THAT(Deaf.Err, HasSubstr("Sound Buffer Failed"));
+    EXPECT_THAT(Deaf.Err, HasSubstr("there is no sound device"));
     EXPECT_EQ(Waveplay.Run({"gone.wav"}).Code, 1);
     const std::vector<std::string> Mistakes[] = {
         {"render", "in.wav"},           {"render", "-o", "out.wav"},
         {"play", "in.wav", "--loud"},   {"in.wav", "--at", "-1"},
         {"in.wav", "--at", "soon"},     {"in.wav", "--rate", "99"},
         {"in.wav", "--rate", "cd"},     {"in.wav", "--device", "radio"},
-        {"in.wav", "--engine", "dx9"},  {"in.wav", "--clock", "sun"},
+        {"in.wav", "--engine", "dx8"},  {"in.wav", "--clock", "sun"},
         {"in.wav", "--memory", "-1"},   {"in.wav", "--tempo", "0"},
         {"script", "--device", "auto"}, {"script", "a", "b"}};
     for (const auto& Line : Mistakes)

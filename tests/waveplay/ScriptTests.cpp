@@ -13,7 +13,7 @@ using ::testing::StartsWith;
 
 constexpr int Rate = 8000;
 const std::string HandedOver =
-    "@0 = 2\n@0 event \"S2\" \"Writing to Play Buffer\"\n"
+    "@0 event \"S2\" \"Writing to Play Buffer\"\n"
     "@0 event \"S2\" \"Stopped\"\n@0 event \"S2\" \"Done\"\n";
 
 std::string Released(int Ms) {
@@ -22,37 +22,47 @@ std::string Released(int Ms) {
 
 struct Golden {
     const char* Name;
+    const char* Engine;
     std::string Script;
     std::string Out;
 };
 
 const Golden Goldens[] = {
-    {"played through",
+    {"played through", "waveout",
      "# a comment only\n\nDxObj 1\nload \"one second.wav\"\nPlayAgain\nPlayRunningDx7State\n"
      "wait 500 # ms\nPlayCurrentPosition\nUpdatePlayPosition\nPlayCurrentPosition\nwait-stop\n"
      "PlayRunningDx7State\n",
-     HandedOver +
+     "@0 = 2\n" + HandedOver +
          "@0 event \"S2\" \"Playing\"\n@0 = 1\n@500 = 3840\n@500 = 4000\n"
          "@1080 event \"S2\" \"Play Done\"\n@1080 = 0\n" +
          Released(1080)},
-    {"turned, paused and stopped",
+    {"played through by the engine of choice", "auto",
+     "DxObj 1\nload \"one second.wav\"\nPlayAgain\nwait 501\nPlayCurrentPosition\nwait-stop\n",
+     "@0 = 1\n" + HandedOver + "@0 event \"S2\" \"Playing\"\n@501 = 4008\n" +
+         "@1102 event \"S2\" \"Play Done\"\n" + Released(1102)},
+    {"played through at twice the pace", "dx7",
+     "DxObj 1\nload \"one second.wav\"\nPlayTempoRev 2\nPlayAgainRev\nwait 250\n"
+     "PlayCurrentPosition\nwait-stop\n",
+     "@0 = 1\n" + HandedOver + "@0 event \"S2\" \"Playing\"\n@250 = 4001\n" +
+         "@502 event \"S2\" \"Play Done\"\n" + Released(502)},
+    {"turned, paused and stopped", "waveout",
      "DxObj 1\nload \"one second.wav\"\nPlayAtPosRev 8000\nwait 250\nPlayUTurn\nwait 125\n"
      "UpdatePlayPosition\nPlayPause\nPlayCurrentPosition\nwait 333\nUpdatePlayPosition\n"
      "PlayCurrentPosition\nPlayContinue\nwait 1\nUpdatePlayPosition\nPlayCurrentPosition\n"
      "StopPlay\nrelease\n",
-     HandedOver +
+     "@0 = 2\n" + HandedOver +
          "@0 event \"S2\" \"Playing\"\n@250 event \"S2\" \"Playing\"\n@375 = 7000\n"
          "@708 = 7000\n@709 = 7008\n@709 event \"S2\" \"Stopped\"\n" +
          Released(709)},
-    {"looped by the count",
+    {"looped by the count", "waveout",
      "DxObj 7\nload \"one second.wav\"\nLoopPlayON -1\nPlayAgainRev\nPlayRunningDx7State\n"
      "wait 1080\nLoopPlayON 0\nwait-stop\n",
-     HandedOver +
+     "@0 = 2\n" + HandedOver +
          "@0 event \"S2\" \"Playing Loop\"\n@0 = 2\n"
          "@1080 event \"S2\" \"Playing Loop\"\n@1080 event \"S2\" \"Playing Loop 1\"\n"
          "@2160 event \"S2\" \"Play Done\"\n" +
          Released(2160)},
-    {"no engine, and an unknown type code",
+    {"no engine, and an unknown type code", "auto",
      "DxObj -3\nPlayAgain\nPlayCurrentPosition\nblock L 7 80 1 1 1 16 \"\"\n"
      "WriteWaveMemo 16 1 8000 80\n",
      "@0 = -3\n@0 event \"S2\" \"Play Again - Failed\"\n"
@@ -65,9 +75,9 @@ const Golden Goldens[] = {
 TEST(Script, PrintsExactlyThisEachTime) {
     const Program Waveplay;
     Waveplay.PutWav("one second.wav", 16, 2, Rate, Numbered(Rate, 2));
-    for (const auto& [Name, Script, Out] : Goldens) {
+    for (const auto& [Name, Engine, Script, Out] : Goldens) {
         for (int Round = 0; Round < 2; ++Round) {
-            const Outcome Ran = Waveplay.Run({"script"}, Script);
+            const Outcome Ran = Waveplay.Run({"script", "--engine", Engine}, Script);
             EXPECT_EQ(Ran.Out, Out) << Name;
             EXPECT_EQ(Ran.Code, 0) << Name << Ran.Err;
         }
@@ -84,7 +94,7 @@ TEST(Script, HandsOverTheListsThatItBuilt) {
 
     const std::string Org = " 2 16 \"in \\\"x\\\".wav\"\n";
     const Outcome Ran = Waveplay.Run(
-        {"script", "--device", "wav:out.wav"},
+        {"script", "--device", "wav:out.wav", "--engine", "waveout"},
         "DxObj 1\nblock L org 500 1 45" + Org + "block L work 90 + 21 work.raw\n" +
             "block L silent 10 +\nblock R org 600 + 47" + Org +
             "WriteWaveMemo 16 2 8000 600\nPlayAgain\nwait-stop\n" +
@@ -115,7 +125,7 @@ TEST(Script, GoesOnAfterACallThatFailedUnlessStrict) {
     EXPECT_EQ(Ran.Code, 0) << Ran.Err;
     EXPECT_THAT(Ran.Out, MatchesRegex("@0 error \"[^\n]*gone.wav: No such file[^\n]*\"\n"
                                       "@0 error \"Overflow[^\n]*\"\n"
-                                      "@0 = 2\n@0 event \"S2\" \"Writing to Play Buffer\"\n"
+                                      "@0 = 1\n@0 event \"S2\" \"Writing to Play Buffer\"\n"
                                       "@0 error \"[^\n]*left[^\n]*\"\n"
                                       "@0 event \"S2\" \"Writing to Play Buffer\"\n"
                                       "@0 event \"S2\" \"Stopped\"\n@0 event \"S2\" \"Done\"\n"
@@ -133,7 +143,7 @@ TEST(Script, DumpsStateEngineAndStore) {
     const Program Waveplay;
     Waveplay.PutWav("in.wav", 8, 2, Rate, Numbered(Rate, 2, 8));
     const Outcome Ran =
-        Waveplay.Run({"script"},
+        Waveplay.Run({"script", "--engine", "waveout"},
                      "dump\nAppTmpDir \"C:\\tmp\xFF\xC3\xA9\"\nPlayTempoFor 1.25\nLoopPlayON 1\n"
                      "DxObj 1\nload in.wav\nPlayAgain\nwait 999\nUpdatePlayPosition\ndump\n");
     EXPECT_THAT(Ran.Out, StartsWith("@0 = {\"FmtBits\": 0, "));

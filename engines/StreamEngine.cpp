@@ -1,0 +1,181 @@
+#include "engines/StreamEngine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <utility>
+
+#include "engines/RunMath.h"
+#include "engines/TimerFrm.h"
+#include "platform/Checked.h"
+#include "platform/Clock.h"
+#include "stream/StreamBuffFill.h"
+
+namespace Tolvar {
+
+StreamEngine::StreamEngine(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
+    : PlayEngine(OsOf, Shared, std::move(Event)),
+      StopPlayTimer(TimerFrm::Shared(Shared, OsOf.Home).Timer0) {
+    StopPlayTimer.Bind([this] { Guarded([this] { StopPlayTimer_Timer(); }); });
+}
+
+void StreamEngine::UnbindCountdown() {
+    StopPlayTimer.Enabled(false);
+    StopPlayTimer.Bind({});
+}
+
+// Commands.
+
+bool StreamEngine::PlayMe() {
+    try {
+        HaltPlayback();
+        StartAtEdge(State);
+        State.LastSegMs = 0;
+        return StartRun(RunKind::FromEdge);
+    } catch (const std::exception& Cause) {
+        LogCause("Play Failed", Cause.what());
+        return FailRun();
+    }
+}
+
+bool StreamEngine::UTurn() {
+    State.FillEnded = false;
+    UpdatePlayPosition();
+    HaltPlayback();
+    TurnRound(State);
+    StartAtCurPos(State);
+    return StartRun(RunKind::FromCurPos);
+}
+
+bool StreamEngine::PlayAtCurrentPosition() {
+    HaltPlayback();
+    StartAtCurPos(State);
+    return StartRun(RunKind::FromCurPos);
+}
+
+bool StreamEngine::StartRun(RunKind Kind) {
+    StreamBuffFill(State, 1);
+    if (!WriteSegment(1)) return FailRun();
+    State.FillEnded = false;
+    // A mark left by a countdown that a halt disarmed must not end this run early.
+    State.StopTimerMark = 0;
+    EndSignalled = false;
+    if (Kind == RunKind::FromEdge) LoopCount = 0;
+    SetPlayFriq();
+    if (!StartDevice(true)) return FailRun();
+    if (State.LastSegMs > 0) ArmCountdown();
+    State.PlayRunningState = PlayingState(State);
+    BufferLive = true;
+    Report(StartText(Kind));
+    return true;
+}
+
+bool StreamEngine::FailRun() {
+    Report("Play Failed");
+    return false;
+}
+
+std::string StreamEngine::StartText(RunKind Kind) const {
+    if (!State.LoopPlayON) return "Playing";
+    if (Kind == RunKind::FromEdge) return "Playing Loop";
+    return "Playing Loop " + std::to_string(LoopCount);
+}
+
+bool StreamEngine::StopPlay() {
+    const bool Halted = HaltPlayback();
+    Report("Stopped");
+    return Halted;
+}
+
+bool StreamEngine::HaltPlayback() noexcept {
+    // Also when the device refuses to stop: a countdown or a state that stays would never end.
+    StopPlayTimer.Enabled(false);
+    StopPlayTimer.Interval(0);
+    State.PlayRunningState = 0;
+    try {
+        if (BufferLive) StopDevice();
+        BufferLive = false;
+        return true;
+    } catch (const std::exception& Cause) {
+        LogCause("Halt failed", Cause.what());
+        return false;
+    }
+}
+
+void StreamEngine::Resumed() {
+    if (State.StopTimerMark > 0) ArmCountdown();
+    State.PlayRunningState = PlayingState(State);
+    BufferLive = true;
+}
+
+void StreamEngine::UpdatePlayPosition() {
+    SetCurPos(State, FramesPlayed());
+}
+
+// Tempo.
+
+double StreamEngine::Tempo() const {
+    return State.PlayDirection == -1 ? State.PlayTempoRev : State.PlayTempoFor;
+}
+
+void StreamEngine::SetPlayFriq() {
+    if (HasDirection()) State.PlayFriq = Round32(Tempo() * State.FmtFriq);
+}
+
+// Refilling and the end of play.
+
+void StreamEngine::Refill(std::int32_t Segment) {
+    if (State.LastSegMs < 1 && !State.FillEnded) {
+        if (StreamBuffFill(State, Segment)) {
+            WriteSegment(Segment);
+        } else {
+            State.FillEnded = true;
+        }
+    } else if (!EndSignalled) {
+        EndSignalled = true;
+        ArmCountdown();
+        State.StopTimerMark = TimerMark();
+    }
+}
+
+void StreamEngine::ArmCountdown() {
+    if (HasDirection()) {
+        // The device plays at a whole number of Hz, which may be less than the tempo asks for.
+        const double SoundMs = 1000.0 * State.SegFilled / State.PlayFriq;
+        StopPlayTimer.Interval(
+            std::max(Round32(State.LastSegMs / Tempo() + 1.0), Round32(std::ceil(SoundMs))));
+    }
+    StopPlayTimer.Enabled(true);
+}
+
+std::int32_t StreamEngine::TimerMark(std::int32_t Since) const {
+    const double Ms = Os.Home.Time().SecondsSinceMidnight() * 1000;
+    return std::max(1, Round32(Ms - Since));
+}
+
+void StreamEngine::StopPlayTimer_Timer() {
+    StopPlayTimer.Enabled(false);
+    EndSignalled = false;  // a continue after the end is ended by its next signal
+    if (State.LoopPlayON) {
+        const std::int32_t Before = LoopCount;
+        PlayMe();
+        LoopCount = Before + 1;
+        State.StopTimerMark = 0;
+        Report("Playing Loop " + std::to_string(LoopCount));
+    } else {
+        LoopCount = 0;
+        HaltPlayback();
+        State.StopTimerMark = 0;
+        Report("Play Done");
+    }
+}
+
+void StreamEngine::EndFailedRun(std::string_view Cause) noexcept {
+    LogCause("Play Failed", Cause);
+    LoopCount = 0;
+    EndSignalled = false;
+    HaltPlayback();
+    Report("Play Failed");
+}
+
+}  // namespace Tolvar

@@ -1,0 +1,185 @@
+#include "platform/LoopingVoice.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string>
+#include <utility>
+
+namespace Tolvar {
+namespace {
+
+void Require(bool Holds, const std::string& Otherwise) {
+    if (!Holds) throw RuntimeFailure(FailureKind::Device, Otherwise);
+}
+
+void CheckFrequency(std::int32_t Hz) {
+    Require(Hz >= LoopingVoice::LeastHz && Hz <= LoopingVoice::MostHz,
+            "the frequency " + std::to_string(Hz) + " Hz is not within " +
+                std::to_string(LoopingVoice::LeastHz) + " to " +
+                std::to_string(LoopingVoice::MostHz) + " Hz");
+}
+
+std::vector<std::int16_t> Silence(std::int32_t Bytes) {
+    try {
+        return std::vector<std::int16_t>(static_cast<std::size_t>(Bytes) / 2);
+    } catch (const std::bad_alloc&) {
+        throw RuntimeFailure(FailureKind::Memory, "not enough memory for a sound buffer of " +
+                                                      std::to_string(Bytes) + " bytes");
+    }
+}
+
+}  // namespace
+
+LoopingVoice::LoopingVoice(SoundCard& TheCard, StreamFormat TheFormat, std::int32_t Bytes)
+    : Card(TheCard), Format(TheFormat), Timer(TheFormat.RateHz) {
+    Require(Card.Present(), "there is no sound device");
+    Require(Format.Channels == 1 || Format.Channels == 2,
+            std::to_string(Format.Channels) + " channels are not 1 or 2");
+    CheckFrequency(Format.RateHz);
+    Require(Bytes > 0 && Bytes <= MostBytes, "a buffer of " + std::to_string(Bytes) +
+                                                 " bytes is not within 1 to " +
+                                                 std::to_string(MostBytes));
+    CheckWholeFrames("size", Bytes);
+    Samples = Silence(Bytes);
+    Frames = Bytes / Format.BytesPerFrame();
+    Card.Join(*this);
+}
+
+LoopingVoice::~LoopingVoice() {
+    Stop();
+    Card.Leave(*this);
+}
+
+void LoopingVoice::SetNotifications(std::vector<Notification> Wanted) {
+    Require(!Playing, "the notifications cannot be changed while the buffer plays");
+    const std::int64_t Size = Frames * BytesPerFrame();
+    for (const Notification& Each : Wanted) {
+        Require(Each.Offset >= 0 && Each.Offset < Size,
+                "the notification offset " + std::to_string(Each.Offset) +
+                    " lies outside the buffer of " + std::to_string(Size) + " bytes");
+    }
+    Notifications = std::move(Wanted);
+    std::ranges::stable_sort(Notifications, {}, [this](const Notification& Each) {
+        return Each.Offset / BytesPerFrame();
+    });
+    NextSignal = FirstSignalFrom(Heard);
+}
+
+void LoopingVoice::Write(std::int32_t Offset, std::int32_t Bytes, const std::int16_t* FirstSample) {
+    const std::int64_t Size = Frames * BytesPerFrame();
+    Require(FirstSample != nullptr, "there are no samples");
+    Require(Offset >= 0 && Bytes > 0 && std::int64_t{Offset} + Bytes <= Size,
+            std::to_string(Bytes) + " bytes at offset " + std::to_string(Offset) +
+                " do not lie inside the buffer of " + std::to_string(Size) + " bytes");
+    CheckWholeFrames("offset", Offset);
+    CheckWholeFrames("byte count", Bytes);
+    CatchUp();
+    std::memcpy(Samples.data() + Offset / 2, FirstSample, static_cast<std::size_t>(Bytes));
+}
+
+void LoopingVoice::SetCursor(std::int32_t Offset) {
+    const std::int64_t Size = Frames * BytesPerFrame();
+    Require(Offset >= 0 && Offset < Size, "the offset " + std::to_string(Offset) +
+                                              " lies outside the buffer of " +
+                                              std::to_string(Size) + " bytes");
+    CheckWholeFrames("offset", Offset);
+    CatchUp();
+    Heard = HandedOver = Offset / BytesPerFrame();
+    NextSignal = FirstSignalFrom(Heard);
+    Timer.Start(Card.NowNs(), Heard);
+    ArmNext();
+}
+
+void LoopingVoice::SetFrequency(std::int32_t Hz) {
+    CheckFrequency(Hz);
+    CatchUp();
+    Timer.ChangeRate(Card.NowNs(), Hz);
+    ArmNext();
+}
+
+void LoopingVoice::Play() {
+    if (Playing) return;
+    CheckCardIsFree();
+    Playing = true;
+    Timer.Start(Card.NowNs(), Heard);
+    ArmNext();  // a signal that a stop overtook is told now
+}
+
+void LoopingVoice::PlayFromStart() {
+    CheckCardIsFree();
+    SetCursor(0);
+    Play();
+}
+
+void LoopingVoice::Stop() {
+    if (!Playing) return;
+    CatchUp();
+    Card.EndRun(*this);
+    Playing = false;
+    ArmNext();
+}
+
+std::int64_t LoopingVoice::FramesHeard() {
+    Advance();
+    return Heard;
+}
+
+void LoopingVoice::CatchUp() {
+    Advance();
+    while (HandedOver < Heard && Card.Takes()) {
+        const std::int64_t From = HandedOver % Frames;
+        const std::int64_t Count = std::min(Heard - HandedOver, Frames - From);
+        const std::span Piece =
+            std::span(Samples).subspan(static_cast<std::size_t>(From * Format.Channels),
+                                       static_cast<std::size_t>(Count * Format.Channels));
+        Card.Render(*this, {Format.Channels, Timer.RateHz()}, Format.RateHz, Piece);
+        HandedOver += Count;
+    }
+    HandedOver = Heard;
+}
+
+void LoopingVoice::Advance() {
+    if (Playing) Heard = Timer.FramesAt(Card.NowNs());
+}
+
+void LoopingVoice::CheckCardIsFree() const {
+    Require(!Card.PlaysOther(*this), "the sound card plays another sound already");
+}
+
+void LoopingVoice::CheckWholeFrames(const char* What, std::int32_t Bytes) const {
+    Require(Bytes % BytesPerFrame() == 0,
+            std::string("the ") + What + " of " + std::to_string(Bytes) +
+                " bytes is not whole frames of " + std::to_string(BytesPerFrame()) + " bytes");
+}
+
+/// The first signal that is due when the cursor is at Frame, or later.
+std::int64_t LoopingVoice::FirstSignalFrom(std::int64_t Frame) const {
+    const auto First = std::ranges::lower_bound(
+        Notifications, Frame % Frames, {},
+        [this](const Notification& Each) { return Each.Offset / BytesPerFrame(); });
+    return Frame / Frames * std::ssize(Notifications) + (First - Notifications.begin());
+}
+
+std::int64_t LoopingVoice::FrameOf(std::int64_t Signal) const {
+    const std::int64_t Count = std::ssize(Notifications);
+    const Notification& Which = Notifications[static_cast<std::size_t>(Signal % Count)];
+    return Signal / Count * Frames + Which.Offset / BytesPerFrame();
+}
+
+void LoopingVoice::ArmNext() {
+    Card.Home().Disarm(Alarm);
+    if (!Playing || Notifications.empty()) return;
+    Alarm = Card.Home().Arm(Timer.NsOf(FrameOf(NextSignal)), [this] { TellNext(); });
+}
+
+void LoopingVoice::TellNext() {
+    const auto Index = static_cast<std::size_t>(NextSignal % std::ssize(Notifications));
+    // A copy, and the last thing done: what is told may destroy this.
+    const std::function<void()> Tell = Notifications[Index].Reached;
+    ++NextSignal;
+    ArmNext();
+    Tell();
+}
+
+}  // namespace Tolvar
