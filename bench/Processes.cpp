@@ -151,14 +151,15 @@ void CompareAll(const std::string& Waveplay) {
         Words.insert(Words.end(), Options.begin(), Options.end());
         return Words;
     };
-    Compare("forward", Render({}), "sox", {"sox", In, Out}, 1.0);
-    Compare("reverse", Render({"--reverse"}), "sox reverse", {"sox", In, Out, "reverse"}, 0.6);
+    Compare("forward", Render({}), "sox", {"sox", "-V1", In, Out}, 1.0);
+    Compare("reverse", Render({"--reverse"}), "sox reverse", {"sox", "-V1", In, Out, "reverse"},
+            0.6);
     Compare("by dx9", Render({"--engine", "dx9"}), "render by waveout",
             Render({"--engine", "waveout"}), 1.3);
     Compare("by dx7", Render({"--engine", "dx7"}), "render by waveout",
             Render({"--engine", "waveout"}), 1.3);
     Compare("tempo 1.5", Render({"--tempo", "1.5"}), "sox speed 1.5",
-            {"sox", In, Out, "speed", "1.5"}, 0.6);
+            {"sox", "-V1", In, Out, "speed", "1.5"}, 0.6);
 }
 
 }  // namespace
