@@ -4,8 +4,9 @@ set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
-build_packages=(g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libcli11-dev)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy)
+build_packages=(g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libcli11-dev
+    libsystemd-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy dbus systemd)
 bench_packages=(libbenchmark-dev sox)
 
 say() { printf '%s\n' "$*" >&2; }

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/RuntimeFailure.h"
 #include "waveplay/ParseNumber.h"
 
 namespace Tolvar {
@@ -57,50 +58,33 @@ CLI::Validator NotEmpty() {
 
 using Taker = std::function<std::string(const std::string&)>;
 
-// An option whose text Take turns into a setting; what it returns is the complaint.
+// An option whose text Take turns into a setting; what it returns or throws is the complaint.
 CLI::Option* AddTaken(CLI::App& Command, const std::string& Name, const std::string& About,
                       const Taker& Take) {
     return Command.add_option_function<std::string>(
         Name,
         [Name, Take](const std::string& Given) {
-            const std::string Complaint = Take(Given);
+            std::string Complaint;
+            try {
+                Complaint = Take(Given);
+            } catch (const RuntimeFailure& Refused) {
+                throw CLI::ValidationError(Name, Refused.what());
+            }
             if (!Complaint.empty()) throw CLI::ValidationError(Name, Given + ": " + Complaint);
         },
         About);
-}
-
-std::string TakeRate(const std::string& Given, SinkRate& Rate) {
-    constexpr int LeastHz = 100;
-    constexpr int MostHz = 384000;
-    if (Given == "wave") {
-        Rate = {SinkRate::Rule::Wave, 0};
-        return {};
-    }
-    if (Given == "native") {
-        Rate = {SinkRate::Rule::Native, 0};
-        return {};
-    }
-    const auto Hz = ParseNumber<int>(Given);
-    if (!Hz || *Hz < LeastHz || *Hz > MostHz) {
-        return "neither wave nor native nor a rate of 100 to 384000 Hz";
-    }
-    Rate = {SinkRate::Rule::Fixed, *Hz};
-    return {};
-}
-
-std::string TakeEngine(const std::string& Given, EngineOrder& Engine) {
-    constexpr std::array<std::pair<std::string_view, EngineOrder>, 4> Engines{
-        {{"auto", EngineOrder::Auto},
-         {"dx9", EngineOrder::Dx9},
-         {"dx7", EngineOrder::Dx7},
-         {"waveout", EngineOrder::WaveOut}}};
-    return Choose(Engines, Given, Engine, "not one of auto, dx9, dx7, waveout");
 }
 
 std::string TakeClock(const std::string& Given, bool& Virtual) {
     constexpr std::array<std::pair<std::string_view, bool>, 2> Clocks{
         {{"real", false}, {"virtual", true}}};
     return Choose(Clocks, Given, Virtual, "neither real nor virtual");
+}
+
+std::string TakeConnection(const std::string& Given, Connection& To) {
+    constexpr std::array<std::pair<std::string_view, Connection>, 2> Places{
+        {{"private", Connection::Private}, {"bus", Connection::Bus}}};
+    return Choose(Places, Given, To, "neither private nor bus");
 }
 
 // A script has standard output for itself, and only a listener wants the device of the moment.
@@ -132,11 +116,19 @@ void AddPieces(CLI::App& Command, std::vector<std::string>& Pieces, RunOptions& 
 
 void AddSetup(CLI::App& Command, SessionOptions& Setup) {
     AddTaken(Command, "--rate", "the output's rate: wave (default), native or HZ",
-             [&Setup](const std::string& Given) { return TakeRate(Given, Setup.Rate); })
+             [&Setup](const std::string& Given) {
+                 SinkRateOf(Given);
+                 Setup.Rate = Given;
+                 return "";
+             })
         ->type_name("RATE");
     AddTaken(Command, "--engine",
              "output engine: auto (default: the first that can be had), dx9, dx7, waveout",
-             [&Setup](const std::string& Given) { return TakeEngine(Given, Setup.Engine); })
+             [&Setup](const std::string& Given) {
+                 EngineOrderOf(Given);
+                 Setup.Engine = Given;
+                 return "";
+             })
         ->type_name("ENGINE");
     Command.add_option("--log", Setup.LogPath, "append causes of failures to FILE")
         ->type_name("FILE")
@@ -154,6 +146,31 @@ void AddDevice(CLI::App& Command, SessionOptions& Setup, bool ForScript, const c
     })->type_name("DEVICE");
 }
 
+void RequireSettable(const CLI::App& Command, const SessionOptions& Setup) {
+    if (Setup.VirtualClock && Command.count("--connect") > 0) {
+        throw CLI::ValidationError("--connect", "a server keeps real time: --clock real");
+    }
+    if (Setup.To != Connection::Bus) return;
+    for (const char* const Setting : {"--device", "--rate", "--engine", "--log"}) {
+        if (Command.count(Setting) == 0) continue;
+        throw CLI::ValidationError(Setting,
+                                   "the server on the session bus has settings of its own");
+    }
+}
+
+// The last of a command's options: it looks at all of them together.
+void AddConnection(CLI::App& Command, SessionOptions& Setup) {
+    CLI::Option* const Here = Command.add_flag_callback(
+        "--in-process", [&Setup] { Setup.To = Connection::InProcess; },
+        "play in this process, without a server");
+    AddTaken(Command, "--connect",
+             "private (default): a server process of its own; bus: the one on the session bus",
+             [&Setup](const std::string& Given) { return TakeConnection(Given, Setup.To); })
+        ->type_name("SERVER")
+        ->excludes(Here);
+    Command.callback([&Command, &Setup] { RequireSettable(Command, Setup); });
+}
+
 CLI::App* AddPlay(CLI::App& Root, PlayOptions& Options) {
     CLI::App* Command = Root.add_subcommand("play", "play sound files");
     Options.Setup.Device = "auto";
@@ -166,6 +183,7 @@ CLI::App* AddPlay(CLI::App& Root, PlayOptions& Options) {
     AddDevice(*Command, Options.Setup, false, "auto (default), null, none or wav:PATH");
     AddClock(*Command, Options.Setup, "real (default) or virtual");
     AddSetup(*Command, Options.Setup);
+    AddConnection(*Command, Options.Setup);
     Command->footer(PlayFooter);
     return Command;
 }
@@ -190,6 +208,7 @@ CLI::App* AddScript(CLI::App& Root, ScriptOptions& Options) {
     AddDevice(*Command, Options.Setup, true, "null (default), none or wav:PATH");
     AddClock(*Command, Options.Setup, "virtual (default) or real");
     AddSetup(*Command, Options.Setup);
+    AddConnection(*Command, Options.Setup);
     Command->footer(ScriptFooter);
     return Command;
 }

@@ -9,9 +9,9 @@
 #include <string_view>
 
 #include "platform/RuntimeFailure.h"
-#include "server/PlayDllClass.h"
 #include "store/BlockRec.h"
 #include "waveplay/ParseNumber.h"
+#include "waveplay/PlayerPort.h"
 
 namespace Tolvar {
 namespace {
@@ -140,7 +140,7 @@ Wave WaveOf(const WavSource& Source) {
     return Whole;
 }
 
-void HandOver(PlayDllClass& Player, const Wave& Whole) {
+void HandOver(PlayerPort& Player, const Wave& Whole) {
     Player.WriteWaveMemo(Whole.FmtBits, Whole.FmtChannal, Whole.FmtFriq, Whole.WaveNos,
                          Whole.Left.Values(), Whole.Right.Values());
 }

@@ -9,7 +9,7 @@
 
 namespace Tolvar {
 
-class PlayDllClass;
+class PlayerPort;
 
 /// A wave as it is handed over: its format, its length and a block list for each channel.
 struct Wave {
@@ -32,6 +32,6 @@ Wave JoinPieces(const std::vector<std::string>& Pieces);
 /// The one file, all of it. The wave has no frame when the file has none.
 Wave WaveOf(const WavSource& Source);
 
-void HandOver(PlayDllClass& Player, const Wave& Whole);
+void HandOver(PlayerPort& Player, const Wave& Whole);
 
 }  // namespace Tolvar

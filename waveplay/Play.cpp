@@ -35,12 +35,11 @@ const char* StateName(std::int32_t RunningState) {
     }
 }
 
-void SayProgress(Session& Playing, double LengthSeconds) {
-    const PlayerState& State = Playing.State();
-    const std::int32_t Frame = std::clamp(Playing.Player().PlayCurrentPosition(), 0, State.WaveNos);
-    const double Position = static_cast<double>(Frame) / State.FmtFriq;
-    std::fprintf(stderr, "%s %s %.1f / %.1f s\n", StateName(State.PlayRunningState),
-                 State.PlayDirection < 0 ? "reverse" : "forward", Position, LengthSeconds);
+void SayProgress(PlayerPort& Player, const PlayRun& Run, const Wave& Whole) {
+    const std::int32_t Frame = std::clamp(Player.PlayCurrentPosition(), 0, Whole.WaveNos);
+    const double Position = static_cast<double>(Frame) / Whole.FmtFriq;
+    std::fprintf(stderr, "%s %s %.1f / %.1f s\n", StateName(Player.PlayRunningDx7State()),
+                 Run.Direction() < 0 ? "reverse" : "forward", Position, Whole.Seconds());
 }
 
 void SayReport(std::string_view Msg, std::string_view Ttl) {
@@ -48,24 +47,23 @@ void SayReport(std::string_view Msg, std::string_view Ttl) {
 }
 
 // The program's own phrase turns round shortly before its end, so that both directions are heard.
-Apartment::AlarmId TurnNearEnd(Session& Playing, std::int32_t FramesToPlay) {
-    const double EndSeconds = static_cast<double>(FramesToPlay) / Playing.PlayedHz();
+Apartment::AlarmId TurnNearEnd(Apartment& Home, PlayRun& Run, std::int32_t FramesToPlay) {
+    const double EndSeconds = static_cast<double>(FramesToPlay) / Run.PlayedHz();
     const double TurnSeconds = std::max(0.0, EndSeconds - TurnBeforeEndSeconds);
     const auto Ahead = static_cast<std::int64_t>(TurnSeconds * NsPerSecond);
-    Apartment& Home = Playing.Home();
-    return Home.Arm(Home.Time().NowNs() + Ahead, [&Playing] { Playing.Player().PlayUTurn(); });
+    return Home.Arm(Home.Time().NowNs() + Ahead, [&Run] { Run.UTurn(); });
 }
 
 bool PlayThrough(Session& Playing, const Wave& Whole, const PlayOptions& Options) {
     PlayRun Run(Playing, SayReport);
     Timer Progress(Playing.Home(), ProgressMs);
-    Progress.Bind([&] { SayProgress(Playing, Whole.Seconds()); });
+    Progress.Bind([&] { SayProgress(Playing.Player(), Run, Whole); });
 
     Run.Start(Whole, Options.Run);
     Progress.Enabled(true);
     Apartment::AlarmId Turn;
     if (Options.Pieces.empty())
-        Turn = TurnNearEnd(Playing, PlayRun::FramesToPlay(Whole, Options.Run));
+        Turn = TurnNearEnd(Playing.Home(), Run, PlayRun::FramesToPlay(Whole, Options.Run));
     const bool ToTheEnd = Run.Finish();
     Playing.Home().Disarm(Turn);
     if (!ToTheEnd) Playing.Player().StopPlay();
@@ -75,12 +73,13 @@ bool PlayThrough(Session& Playing, const Wave& Whole, const PlayOptions& Options
 }  // namespace
 
 ExitCode Play(PlayOptions Options) {
-    Options.Setup.Device = ChosenDevice(Options.Setup.Device);
+    const bool OwnDevice = Options.Setup.To != Connection::Bus;
+    if (OwnDevice) Options.Setup.Device = ChosenDevice(Options.Setup.Device);
     std::unique_ptr<DemoPhrase> Demo;
     if (Options.Pieces.empty()) Demo = std::make_unique<DemoPhrase>();
     const Wave Whole = Demo ? Demo->Phrase() : JoinPieces(Options.Pieces);
     Options.Setup.Engine = EngineFor(Whole, Options.Setup.Engine);
-    Session Playing(Options.Setup);
+    Session Playing(MakePlayer(Options.Setup));
     const bool ToTheEnd = PlayThrough(Playing, Whole, Options);
     Playing.Release();
     Playing.Finish();

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "platform/Checked.h"
 #include "platform/RuntimeFailure.h"
 
 namespace Tolvar {
@@ -37,9 +38,9 @@ bool TellsOfFailure(std::string_view Ttl) {
 
 }  // namespace
 
-EngineOrder EngineFor(const Wave& Whole, EngineOrder Wanted) {
+std::string EngineFor(const Wave& Whole, const std::string& Wanted) {
     const bool BeyondDirectSound = Whole.FmtFriq > 100'000;
-    return Wanted == EngineOrder::Auto && BeyondDirectSound ? EngineOrder::WaveOut : Wanted;
+    return Wanted == "auto" && BeyondDirectSound ? "waveout" : Wanted;
 }
 
 PlayRun::PlayRun(Session& Live, EventHandler Also) : Playing(Live), OnEvent(std::move(Also)) {
@@ -65,7 +66,7 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     if (Whole.WaveNos == 0) Refuse("the wave holds no frame");
     const std::int32_t First = FirstFrame(Whole, Options);
 
-    PlayDllClass& Player = Playing.Player();
+    PlayerPort& Player = Playing.Player();
     std::int32_t Window = 1;
     Player.DxObj(Window);
     if (Window < 1) throw RuntimeFailure(FailureKind::Device, "no output engine can be used");
@@ -74,18 +75,28 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     Player.LoopPlayON(Options.Loop);
     // The engine takes its pace of refilling from the tempo when the wave is handed over; the
     // player holds a tempo to what the wave's rate allows only once the wave is there.
-    Player.PlayTempoFor(PlayableTempo(Options.Reverse ? Options.TempoRev : Options.Tempo, Whole));
+    const float Tempo = PlayableTempo(Options.Reverse ? Options.TempoRev : Options.Tempo, Whole);
+    Player.PlayTempoFor(Tempo);
     HandOver(Player, Whole);
     RequireNoFailure();
     Player.PlayTempoFor(Options.Tempo);
     Player.PlayTempoRev(Options.TempoRev);
 
+    constexpr std::int32_t WaveOutWindow = 2;  // plays at the wave's own rate
+    const bool HasTempo = Window != WaveOutWindow;
+    FramesPerSecond = HasTempo ? Round32(double{Tempo} * Whole.FmtFriq) : Whole.FmtFriq;
+    DirectionOf = Options.Reverse ? -1 : 1;
     if (!Options.At) {
         Options.Reverse ? Player.PlayAgainRev() : Player.PlayAgain();
     } else {
         Options.Reverse ? Player.PlayAtPosRev(First) : Player.PlayAtPos(First);
     }
     RequireNoFailure();
+}
+
+void PlayRun::UTurn() {
+    Playing.Player().PlayUTurn();
+    DirectionOf = -DirectionOf;
 }
 
 bool PlayRun::Finish() {

@@ -23,9 +23,9 @@ struct RunOptions {
     std::int32_t MemorySizeToUse = 8 * 1024 * 1024;  ///< bytes
 };
 
-/// The engines that may be selected for the wave: with no preference, the waveOut engine for one
-/// whose rate no DirectSound buffer plays.
-EngineOrder EngineFor(const Wave& Whole, EngineOrder Wanted);
+/// The engine to ask for: with no preference ("auto"), the waveOut engine for a wave whose rate no
+/// DirectSound buffer plays.
+std::string EngineFor(const Wave& Whole, const std::string& Wanted);
 
 /// One wave handed to a session's player and played through, watched by the player's reports.
 class PlayRun {
@@ -41,6 +41,15 @@ class PlayRun {
     /// RuntimeFailure when the wave has no frame, the start lies outside it or the player refuses.
     void Start(const Wave& Whole, const RunOptions& Options);
 
+    /// The other direction, from where it is.
+    void UTurn();
+
+    /// +1 forward, -1 reverse; the player's own, as far as this run has commanded it.
+    std::int32_t Direction() const { return DirectionOf; }
+
+    /// Frames of the wave that pass in a second of this run, before it is resampled. After Start.
+    std::int32_t PlayedHz() const { return FramesPerSecond; }
+
     /// Plays to the end; false when the user interrupted. RuntimeFailure when the player reported
     /// a failure.
     bool Finish();
@@ -54,6 +63,8 @@ class PlayRun {
 
     Session& Playing;
     EventHandler OnEvent;
+    std::int32_t DirectionOf = 1;
+    std::int32_t FramesPerSecond = 0;
     std::string Failure;  // the first failure that was reported
 };
 

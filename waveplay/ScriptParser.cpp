@@ -107,7 +107,7 @@ ScriptAction Own(ScriptArguments&) {
 }
 
 const std::map<std::string_view, Maker>& Makers() {
-    using Player = PlayDllClass;
+    using Player = PlayerPort;
     using Given = ScriptArguments;
     static const std::map<std::string_view, Maker> Table{
         {"DxObj", DxObj},

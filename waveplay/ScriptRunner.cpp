@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "host/PlayServer.h"
 #include "platform/Posix.h"
 #include "waveplay/Json.h"
 #include "waveplay/Pieces.h"
@@ -13,7 +14,7 @@
 namespace Tolvar {
 
 ScriptRunner::ScriptRunner(const SessionOptions& Setup)
-    : Live(Setup, [this](std::string_view Text) { Print("box", JsonString(Text)); }) {
+    : Live(MakePlayer(Setup, [this](std::string_view Text) { Print("box", JsonString(Text)); })) {
     Live.Player().OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
         Print("event", JsonString(Msg).append(" ").append(JsonString(Ttl)));
     });
@@ -23,10 +24,11 @@ ExitCode ScriptRunner::Run(const std::vector<ScriptAction>& Actions, bool Strict
     bool Failed = false;
     for (const ScriptAction& Action : Actions) {
         if (!Try(Action)) Failed = true;
-        if (Live.Interrupted() || (Strict && Failed)) break;
+        if (Live.Interrupted() || Live.Lost() || (Strict && Failed)) break;
     }
     const bool WasInterrupted = Live.Interrupted();
     if (Live.HasPlayer()) Try([](ScriptRunner& Self) { Self.Release(); });
+    if (Live.Lost()) return ExitFailed;
     Live.Finish();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         throw ErrnoFailure("cannot write standard output", errno);
@@ -74,16 +76,21 @@ void ScriptRunner::Wait(std::int64_t Ms) {
 }
 
 void ScriptRunner::WaitStop(std::int64_t MostMs) {
-    const PlayDllClass& Waiting = Player();
-    const bool Stopped = Live.RunFor(MostMs, [&] { return Waiting.PlayRunningDx7State() == 0; });
+    const bool Stopped = Live.RunFor(MostMs, [&] { return Player().PlayRunningDx7State() == 0; });
     if (Stopped || Live.Interrupted()) return;
     throw RuntimeFailure(FailureKind::Device,
                          "still not stopped after " + std::to_string(MostMs) + " ms");
 }
 
 void ScriptRunner::Dump() {
-    const std::int32_t EngineCode = Live.HasPlayer() ? Player().EngineCode() : 0;
-    Print("=", StateDump(Live.State(), EngineCode, Live.Store()));
+    const PlayServer* const Inside = Live.Inside();
+    if (Inside == nullptr) {
+        throw RuntimeFailure(FailureKind::Input,
+                             "dump looks inside the player, which is in another process "
+                             "(--in-process has it in this one)");
+    }
+    const std::int32_t EngineCode = Inside->HasPlayer() ? Inside->Player().EngineCode() : 0;
+    Print("=", StateDump(Inside->State(), EngineCode, Inside->Store()));
 }
 
 }  // namespace Tolvar

@@ -28,7 +28,7 @@ class ScriptRunner {
     ExitCode Run(const std::vector<ScriptAction>& Actions, bool Strict);
 
     // What the commands are made of.
-    PlayDllClass& Player() { return Live.Player(); }
+    PlayerPort& Player() { return Live.Player(); }
     void Result(std::int32_t Value);
     BlockListBuilder& Pending(bool Right) { return Right ? ListR : ListL; }
     void HandOverPending(std::int32_t Bits, std::int32_t Channels, std::int32_t Friq,

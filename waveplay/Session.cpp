@@ -2,93 +2,81 @@
 
 #include <utility>
 
-#include "platform/Clocks.h"
-#include "platform/DirectX7Layer.h"
 #include "platform/RuntimeFailure.h"
-#include "store/BlockCarrBuffClass.h"
+#include "waveplay/LocalPlayer.h"
+#include "waveplay/RemotePlayer.h"
 
 namespace Tolvar {
 namespace {
 
-class HandlerBox : public MessageBox {
-  public:
-    explicit HandlerBox(Session::BoxHandler Answer) : OnBox(std::move(Answer)) {}
-    void Show(std::string_view Text) override { OnBox(Text); }
-
-  private:
-    Session::BoxHandler OnBox;
-};
-
-std::unique_ptr<Clock> MakeClock(bool Virtual) {
-    if (Virtual) return std::make_unique<VirtualClock>();
-    return std::make_unique<RealClock>();
-}
-
-std::unique_ptr<Sink> MakeOutput(const SessionOptions& Options) {
-    auto Output = MakeSink(Options.Device);
-    return Options.Through ? Options.Through(std::move(Output)) : std::move(Output);
-}
-
-std::unique_ptr<MessageBox> MakeBox(Session::BoxHandler OnBox, Log& Journal) {
-    if (OnBox) return std::make_unique<HandlerBox>(std::move(OnBox));
-    return std::make_unique<ConsoleMessageBox>(Journal);
+std::vector<std::string> ServerArguments(const SessionOptions& Options) {
+    std::vector<std::string> Words{"--device",   Options.Device, "--rate",
+                                   Options.Rate, "--engine",     Options.Engine};
+    if (!Options.LogPath.empty()) Words.insert(Words.end(), {"--log", Options.LogPath});
+    return Words;
 }
 
 }  // namespace
 
-Session::Session(const SessionOptions& Options, BoxHandler OnBox)
-    : Time(MakeClock(Options.VirtualClock)),
-      BeganNs(Time->NowNs()),
-      Journal(Options.LogPath),
-      Loop(*Time, Journal),
-      Box(MakeBox(std::move(OnBox), Journal)),
-      Card(Loop, MakeOutput(Options), Options.Rate, Journal),
-      Watching(std::make_unique<Interrupts>(Loop)),
-      Device(Card),
-      Service(Card, Journal),
-      Blocks(FileLayer, *Box, Shared),
-      Parts{Loop,
-            FileLayer,
-            *Box,
-            Journal,
-            Device,
-            Service,
-            [this] { return std::make_unique<DirectX7Root>(Card); }},
-      Object(std::make_unique<PlayDllClass>(Parts, Shared, Blocks, Options.Engine)) {}
-
-Session::~Session() {
-    Object.reset();
-    // The store goes before the state, and the carriers give their blocks back to it.
-    Shared.BlkCarrL.reset();
-    Shared.BlkCarrR.reset();
+PlayServerOptions LocalSetup(const SessionOptions& Options) {
+    PlayServerOptions Setup;
+    Setup.VirtualClock = Options.VirtualClock;
+    Setup.Device = Options.Device;
+    Setup.Rate = SinkRateOf(Options.Rate);
+    Setup.Engine = EngineOrderOf(Options.Engine);
+    Setup.LogPath = Options.LogPath;
+    return Setup;
 }
 
-PlayDllClass& Session::Player() {
-    if (!Object) throw RuntimeFailure(FailureKind::Input, "the player object has been released");
-    return *Object;
+std::unique_ptr<PlayerHost> MakePlayer(const SessionOptions& Options,
+                                       std::function<void(std::string_view Text)> OnBox) {
+    if (Options.IsInProcess()) {
+        PlayServerOptions Setup = LocalSetup(Options);
+        Setup.OnBox = std::move(OnBox);
+        return std::make_unique<LocalPlayer>(Setup);
+    }
+    if (Options.To == Connection::Bus) {
+        return std::make_unique<RemotePlayer>(std::nullopt, Options.LogPath);
+    }
+    return std::make_unique<RemotePlayer>(ServerArguments(Options), Options.LogPath);
 }
 
-std::int32_t Session::PlayedHz() const {
-    constexpr std::int32_t WaveOutCode = 2;  // plays at the wave's own rate
-    const bool HasTempo = Object && Object->EngineCode() != WaveOutCode;
-    return HasTempo ? Shared.PlayFriq : Shared.FmtFriq;
-}
+Session::Session(std::unique_ptr<PlayerHost> Found)
+    : Host(std::move(Found)),
+      BeganNs(Host->Home().Time().NowNs()),
+      Watching(std::make_unique<Interrupts>(Host->Home())) {}
 
 void Session::Release() {
     Player().Release();
-    Object.reset();
+    Released = true;
+}
+
+void Session::RequirePlayer() const {
+    if (Lost()) throw RuntimeFailure(FailureKind::Library, Host->WhyGone());
 }
 
 bool Session::RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>& Until) {
     if (Until && Until()) return true;
-    const std::int64_t DueNs = Ms ? Time->NowNs() + *Ms * NsPerMs : Forever;
-    Loop.RunUntil(DueNs, [&] { return Interrupted() || (Until && Until()); });
-    return Until && Until();
+    const std::int64_t DueNs = Ms ? Home().Time().NowNs() + *Ms * NsPerMs : Forever;
+    // A server that found this side too slow to answer tells no more, so it is asked as well.
+    constexpr std::int32_t LookMs = 100;
+    Timer Look(Home(), LookMs);
+    Look.Enabled(Until && Inside() == nullptr);
+    try {
+        Home().RunUntil(DueNs, [&] {
+            RequirePlayer();
+            return Interrupted() || (Until && Until());
+        });
+        return Until && Until();
+    } catch (const RuntimeFailure&) {
+        RequirePlayer();  // says why, whatever was tried when it was found to be gone
+        throw;
+    }
 }
 
 void Session::Finish() {
     Watching.reset();
-    Card.Finish();
+    Host->Finish();
 }
 
 }  // namespace Tolvar

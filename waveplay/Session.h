@@ -7,66 +7,64 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Apartment.h"
-#include "platform/Clock.h"
-#include "platform/ConsoleMessageBox.h"
-#include "platform/PosixFiles.h"
-#include "platform/ServiceLoader.h"
-#include "platform/Sink.h"
-#include "platform/SoundCard.h"
-#include "platform/System.h"
-#include "platform/TextLog.h"
-#include "platform/WaveOutDevice.h"
-#include "server/PlayDllClass.h"
-#include "server/PlayDllMod.h"
-#include "store/WoroFileBlockMod.h"
-#include "waveplay/Interrupts.h"
+#include "host/Interrupts.h"
+#include "host/PlayServer.h"
+#include "waveplay/PlayerHost.h"
 
 namespace Tolvar {
 
-/// What one session is set up with, whatever the command.
-struct SessionOptions {
-    bool VirtualClock = false;
-    std::string Device = "null";  ///< as MakeSink takes it
-    SinkRate Rate = {};
-    EngineOrder Engine = EngineOrder::Auto;
-    std::string LogPath = {};  ///< "" = standard error
-    /// Takes the device's sink and gives the one that the card plays to; none: the sink itself.
-    std::function<std::unique_ptr<Sink>(std::unique_ptr<Sink>)> Through = {};
+/// Where a command finds its player.
+enum class Connection {
+    Private,    ///< a server process of its own
+    Bus,        ///< the server on the user's session bus
+    InProcess,  ///< none: the player object itself
 };
 
-/// A player object with everything that it lives on, in this process: the editor's side of one
-/// session. Apartment's thread only, which is the one that made it.
+/// What one session is set up with, whatever the command.
+struct SessionOptions {
+    Connection To = Connection::Private;
+    bool VirtualClock = false;  ///< then it is in process whatever To says
+    // A server on the bus has settings of its own instead of these.
+    std::string Device = "null";  ///< as MakeSink takes it
+    std::string Rate = "wave";    ///< as SinkRateOf takes it
+    std::string Engine = "auto";  ///< as EngineOrderOf takes it
+    std::string LogPath = {};     ///< "" = standard error
+
+    bool IsInProcess() const { return VirtualClock || To == Connection::InProcess; }
+};
+
+/// What the options mean for a player in this process.
+PlayServerOptions LocalSetup(const SessionOptions& Options);
+
+/// The player that the options ask for. RuntimeFailure when there is no server or no device. In
+/// process OnBox answers the message boxes; a server shows them on its own standard error, which
+/// is this program's for one of its own.
+std::unique_ptr<PlayerHost> MakePlayer(const SessionOptions& Options,
+                                       std::function<void(std::string_view Text)> OnBox = {});
+
+/// The editor's side of one session: a player, the time since the beginning and the user's
+/// interrupts. Apartment's thread only, which is the one that made it.
 class Session {
   public:
-    using BoxHandler = std::function<void(std::string_view Text)>;
+    explicit Session(std::unique_ptr<PlayerHost> Found);
 
-    /// RuntimeFailure when the log or the device cannot be had. An empty OnBox shows message
-    /// boxes on standard error and in the log.
-    explicit Session(const SessionOptions& Options, BoxHandler OnBox = {});
-    ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
-
-    /// RuntimeFailure(Input) once the player has been let go.
-    PlayDllClass& Player();
-    bool HasPlayer() const { return Object != nullptr; }
+    /// RuntimeFailure from every member once the player has been let go or is gone.
+    PlayerPort& Player() { return Host->Port(); }
+    bool HasPlayer() const { return !Released && !Lost(); }
+    /// The player is gone although nobody let go of it.
+    bool Lost() const { return !Host->WhyGone().empty(); }
+    const PlayServer* Inside() const { return Host->Inside(); }
+    Apartment& Home() { return Host->Home(); }
 
     /// The editor lets go: its reports still come, then the player is gone. Once.
     void Release();
 
-    const PlayerState& State() const { return Shared; }
-    const WoroFileBlockMod& Store() const { return Blocks; }
-    Apartment& Home() { return Loop; }
-
-    /// Frames of the wave that pass in a second of the current run, before it is resampled.
-    std::int32_t PlayedHz() const;
-
     /// Nanoseconds since the session began.
-    std::int64_t NowNs() const { return Time->NowNs() - BeganNs; }
+    std::int64_t NowNs() const { return Host->Home().Time().NowNs() - BeganNs; }
 
     /// As Apartment::RunUntil with a moment that lies Ms ahead (none: no bound), but returns true
     /// at once when Until already holds, and returns early when the user interrupts.
+    /// RuntimeFailure as soon as the player is Lost.
     bool RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>& Until = {});
 
     bool Interrupted() { return Watching && Watching->Seen(); }
@@ -76,20 +74,12 @@ class Session {
     void Finish();
 
   private:
-    std::unique_ptr<Clock> Time;
+    void RequirePlayer() const;
+
+    std::unique_ptr<PlayerHost> Host;
     std::int64_t BeganNs;
-    TextLog Journal;
-    Apartment Loop;
-    PosixFiles FileLayer;
-    std::unique_ptr<MessageBox> Box;
-    SoundCard Card;
-    std::unique_ptr<Interrupts> Watching;  // after the card: a pipe may wait for its reader
-    WaveOutDevice Device;
-    DlServiceLibrary Service;
-    PlayerState Shared;
-    WoroFileBlockMod Blocks;
-    System Parts;
-    std::unique_ptr<PlayDllClass> Object;
+    std::unique_ptr<Interrupts> Watching;  // after the device: a pipe may wait for its reader
+    bool Released = false;
 };
 
 }  // namespace Tolvar

@@ -42,18 +42,63 @@ TEST(Play, TurnsItsOwnPhraseRoundAndCleansUp) {
     EXPECT_GT(*std::max_element(Forward.begin(), Forward.end()), 4000);
 }
 
-TEST(Play, StopsCleanlyOnASignal) {
-    const Program Waveplay;
-    const Samples In = Numbered(8000, 2);
-    Waveplay.PutWav("in.wav", 16, 2, 8000, In);
-    for (const int Signal : {SIGINT, SIGTERM}) {
-        const Outcome Ran =
-            Waveplay.Run({"in.wav", "--loop", "--device", "wav:out.wav"}, "", Signal);
-        EXPECT_EQ(Ran.Code, 130);
-        EXPECT_THAT(Ran.Err, HasSubstr("interrupted"));
+// A run that nobody ended would go on for ever, and so would one whose server outlives it.
+TEST(Play, StopsWhenAnyoneEnds) {
+    const struct {
+        int Signal;
+        bool ToServer;
+        const char* Road;
+        int Code;
+        const char* Said;
+    } Cases[] = {{SIGINT, false, "--in-process", 130, "\nStopped\ninterrupted\n"},
+                 {SIGINT, false, "--connect=private", 130, "\nStopped\ninterrupted\n"},
+                 {SIGTERM, false, "--connect=private", 130, "\nStopped\ninterrupted\n"},
+                 {SIGKILL, false, "--connect=private", 128 + SIGKILL, ""},
+                 {SIGKILL, true, "--connect=private", 1, "the playback server is gone"}};
+    for (const auto& [Signal, ToServer, Road, Code, Said] : Cases) {
+        const Program Waveplay;
+        const Samples In = Numbered(8000, 2);
+        Waveplay.PutWav("in.wav", 16, 2, 8000, In);
+        const Outcome Ran = Waveplay.Run(
+            {"in.wav", "--loop", "--device", "wav:out.wav", Road}, "",
+            [&](pid_t Process) { kill(ToServer ? ServerOf(Process) : Process, Signal); });
+        EXPECT_EQ(Ran.Code, Code) << Ran.Err;
+        EXPECT_THAT(Ran.Err, HasSubstr(Said));
+        if (ToServer) continue;
         const Samples Heard = Waveplay.GetWav("out.wav").Frames;
         EXPECT_TRUE(std::equal(Heard.begin(), Heard.end(), In.begin()));
     }
+}
+
+TEST(Play, ReachesTheServerOnTheSessionBus) {
+    const Program Waveplay;
+    const Samples In = Numbered(800, 2);
+    Waveplay.PutWav("in.wav", 16, 2, 8000, In);
+    if (Waveplay.RunOnBus({"--version"}).Code != 0) GTEST_SKIP() << "there is no dbus-run-session";
+    const Outcome Ran = Waveplay.RunOnBus({"in.wav", "--connect", "bus"});
+    EXPECT_EQ(Ran.Code, 0) << Ran.Err;
+    EXPECT_THAT(Ran.Err, HasSubstr("Playing\nPlay Done\n"));
+    const Samples Heard = Waveplay.GetWav("out.wav").Frames;
+    ASSERT_GE(Heard.size(), In.size());
+    EXPECT_TRUE(std::equal(In.begin(), In.end(), Heard.begin()));
+}
+
+TEST(Play, SaysWhyThereIsNoServerAndWhatWasLost) {
+    const Program Waveplay;
+    Waveplay.PutWav("in.wav", 16, 1, 8000, {1});
+    const struct {
+        const char *Server, *Device, *Complaint;
+    } Cases[] = {{"/no/such/server", "null", "/no/such/server: No such file"},
+                 {"/bin/false", "null", "the playback server is gone"},
+                 {"", "wav:no/such/out.wav", "no/such"},
+                 {"", "wav:/dev/full", "No space"}};
+    for (const auto& [Server, Device, Complaint] : Cases) {
+        setenv("TOLVAR_SERVER", Server, 1);
+        const Outcome Ran = Waveplay.Run({"in.wav", "--device", Device});
+        EXPECT_EQ(Ran.Code, 1) << Complaint;
+        EXPECT_THAT(Ran.Err, HasSubstr(Complaint));
+    }
+    unsetenv("TOLVAR_SERVER");
 }
 
 TEST(CommandLine, MistakesAreUsageFailuresAreNotAndHelpIsDone) {
@@ -63,14 +108,25 @@ TEST(CommandLine, MistakesAreUsageFailuresAreNotAndHelpIsDone) {
     EXPECT_EQ(Deaf.Code, 1);
     EXPECT_THAT(Deaf.Err, HasSubstr("there is no sound device"));
     EXPECT_EQ(Waveplay.Run({"gone.wav"}).Code, 1);
-    const std::vector<std::string> Mistakes[] = {
-        {"render", "in.wav"},           {"render", "-o", "out.wav"},
-        {"play", "in.wav", "--loud"},   {"in.wav", "--at", "-1"},
-        {"in.wav", "--at", "soon"},     {"in.wav", "--rate", "99"},
-        {"in.wav", "--rate", "cd"},     {"in.wav", "--device", "radio"},
-        {"in.wav", "--engine", "dx8"},  {"in.wav", "--clock", "sun"},
-        {"in.wav", "--memory", "-1"},   {"in.wav", "--tempo", "0"},
-        {"script", "--device", "auto"}, {"script", "a", "b"}};
+    const std::vector<std::string> Mistakes[] = {{"render", "in.wav"},
+                                                 {"render", "-o", "out.wav"},
+                                                 {"play", "in.wav", "--loud"},
+                                                 {"in.wav", "--at", "-1"},
+                                                 {"in.wav", "--at", "soon"},
+                                                 {"in.wav", "--rate", "99"},
+                                                 {"in.wav", "--rate", "cd"},
+                                                 {"in.wav", "--device", "radio"},
+                                                 {"in.wav", "--engine", "dx8"},
+                                                 {"in.wav", "--clock", "sun"},
+                                                 {"in.wav", "--memory", "-1"},
+                                                 {"in.wav", "--tempo", "0"},
+                                                 {"script", "--device", "auto"},
+                                                 {"script", "a", "b"},
+                                                 {"in.wav", "--connect", "home"},
+                                                 {"--connect", "bus", "--in-process"},
+                                                 {"script", "--connect", "bus"}};
+    for (const std::string Setting : {"--device=null", "--rate=wave", "--engine=dx7", "--log=x"})
+        EXPECT_EQ(Waveplay.Run({"in.wav", "--connect=bus", Setting}).Code, 2) << Setting;
     for (const auto& Line : Mistakes)
         EXPECT_EQ(Waveplay.Run(Line).Code, 2) << Line.back();
     for (const std::string Command : {"play", "render", "script"}) {

@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 namespace Tolvar::Testing {
 namespace {
 
@@ -27,27 +29,27 @@ pid_t Start(const std::string& Folder, std::vector<std::string> Words, int Error
     posix_spawn_file_actions_adddup2(&Actions, ErrorFd, 2);
     pid_t Process = 0;
     const int Error =
-        posix_spawn(&Process, WAVEPLAY_PROGRAM, &Actions, nullptr, Pointers.data(), environ);
+        posix_spawnp(&Process, Pointers[0], &Actions, nullptr, Pointers.data(), environ);
     posix_spawn_file_actions_destroy(&Actions);
-    if (Error != 0) throw std::runtime_error("cannot start " WAVEPLAY_PROGRAM);
+    if (Error != 0) throw std::runtime_error("cannot start " + Words[0]);
     return Process;
 }
 
 }  // namespace
 
-Outcome Program::Run(const std::vector<std::string>& Arguments, const std::string& Input,
-                     int Signal) const {
+Outcome Program::RunLine(std::vector<std::string> Words, const std::vector<std::string>& Arguments,
+                         const std::string& Input, const Cue& AtPlaying) const {
     Put(Path(InputName), Input);
-    std::vector<std::string> Words{WAVEPLAY_PROGRAM};
     Words.insert(Words.end(), Arguments.begin(), Arguments.end());
     int Pipe[2];
     if (pipe2(Pipe, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     const pid_t Process = Start(Path("."), Words, Pipe[1]);
     close(Pipe[1]);
     Outcome Ran;
+    Cue Waiting = AtPlaying;
     for (char Byte = 0; read(Pipe[0], &Byte, 1) == 1;) {
         Ran.Err += Byte;
-        if (Signal != 0 && Ran.Err.ends_with("Playing")) kill(Process, Signal);
+        if (Waiting && Ran.Err.ends_with("Playing")) std::exchange(Waiting, {})(Process);
     }
     close(Pipe[0]);
     int Status = 0;
@@ -55,6 +57,22 @@ Outcome Program::Run(const std::vector<std::string>& Arguments, const std::strin
     Ran.Code = WIFSIGNALED(Status) ? 128 + WTERMSIG(Status) : WEXITSTATUS(Status);
     Ran.Out = Get(Path(OutputName));
     return Ran;
+}
+
+Outcome Program::RunOnBus(const std::vector<std::string>& Arguments) const {
+    std::filesystem::create_directories(Path("dbus-1/services"));
+    Put(Path("dbus-1/services/org.tolvar.WaveEditor.service"),
+        "[D-BUS Service]\nName=org.tolvar.WaveEditor\nExec=" SERVER_PROGRAM " --bus --device wav:" +
+            Path("out.wav") + "\n");
+    setenv("XDG_DATA_HOME", Path(".").c_str(), 1);
+    const Outcome Ran = RunLine({"dbus-run-session", "--", WAVEPLAY_PROGRAM}, Arguments, "", {});
+    unsetenv("XDG_DATA_HOME");
+    return Ran;
+}
+
+pid_t ServerOf(pid_t Process) {
+    const std::string Number = std::to_string(Process);
+    return std::stoi(Get("/proc/" + Number + "/task/" + Number + "/children"));
 }
 
 Wav Program::Render(std::vector<std::string> Arguments) const {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,10 +29,17 @@ struct Wav {
 /// The built program in a folder of its own, which goes with it.
 class Program {
   public:
-    /// Runs in the folder and sends Signal, when there is one, once the program says that it is
-    /// playing. Code is 128 + the signal's number when a signal ended it.
+    using Cue = std::function<void(pid_t Process)>;
+
+    /// Runs in the folder, and AtPlaying once the program says that it is playing. Returns when
+    /// nobody can write to its standard error any more, its server included. Code is 128 + the
+    /// signal's number when a signal ended it.
     Outcome Run(const std::vector<std::string>& Arguments, const std::string& Input = {},
-                int Signal = 0) const;
+                const Cue& AtPlaying = {}) const {
+        return RunLine({WAVEPLAY_PROGRAM}, Arguments, Input, AtPlaying);
+    }
+    /// The same on a session bus of its own that starts servers that record to out.wav.
+    Outcome RunOnBus(const std::vector<std::string>& Arguments) const;
     /// What `render` makes of these arguments; it must succeed.
     Wav Render(std::vector<std::string> Arguments) const;
 
@@ -42,8 +52,14 @@ class Program {
     Wav GetWav(const std::string& Name) const;
 
   private:
+    Outcome RunLine(std::vector<std::string> Words, const std::vector<std::string>& Arguments,
+                    const std::string& Input, const Cue& AtPlaying) const;
+
     TempFolder Folder;
 };
+
+/// The server process that Process has started.
+pid_t ServerOf(pid_t Process);
 
 /// A wave that tells loss, repeats, swapped channels and wrong order apart: each sample is its
 /// own frame number, scrambled, and the channels differ.

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <signal.h>
 
 #include <numeric>
+#include <sstream>
 
 #include "Program.h"
 
@@ -183,6 +185,46 @@ TEST(Script, AWrongLineIsNamedAndNothingRuns) {
         EXPECT_THAT(Ran.Err, HasSubstr("line 3: ")) << Line;
         EXPECT_THAT(Ran.Err, HasSubstr(Complaint)) << Line;
     }
+}
+
+std::string WithoutTimes(const std::string& Lines) {
+    std::istringstream In(Lines);
+    std::string Kept;
+    for (std::string Line; std::getline(In, Line);)
+        Kept += Line.substr(Line.find(' ')) + "\n";
+    return Kept;
+}
+
+TEST(Script, SaysTheSameOfAPlayerInAnotherProcess) {
+    const Program Waveplay;
+    Waveplay.PutWav("in.wav", 16, 2, Rate, Numbered(Rate, 2));
+    const std::string Lines =
+        "MemorySizeToUse 65536\nAppTmpDir .\nDxObj 1\nPlayAgain\nload gone.wav\nload in.wav\n"
+        "PlayTempoFor 2\nPlayTempoRev 4\nLoopPlayON 0\nPlayAgain\nPlayRunningDx7State\n"
+        "PlayPause\nPlayRunningDx7State\nPlayContinue\nUpdatePlayPosition\nPlayUTurn\nwait-stop\n"
+        "PlayAtPosRev 20\nwait-stop\nPlayAtPos 7900\nStopPlay\nPlayAgainRev\nStopPlay\n"
+        "list L 9 9\nWriteWaveMemo 16 1 8000 8\nblock L work 8 1 1 gone.raw\n"
+        "WriteWaveMemo 16 1 8000 8\nPlayAgain\nReleaseFiles\nPlayAgain\nPlayCurrentPosition\n";
+    const Outcome Near = Waveplay.Run({"script", "--clock", "real", "--in-process"}, Lines);
+    const Outcome Far = Waveplay.Run({"script", "--clock", "real"}, Lines);
+    EXPECT_EQ(Far.Code, 0) << Far.Err;
+    EXPECT_EQ(WithoutTimes(Far.Out), WithoutTimes(Near.Out));
+    EXPECT_THAT(Far.Out, HasSubstr("gone.wav: No such file"));
+    EXPECT_THAT(Waveplay.Run({"script", "--clock", "real"}, "dump\n").Out,
+                HasSubstr("error \"dump looks inside"));
+}
+
+TEST(Script, EndsWithItsServer) {
+    const Program Waveplay;
+    // The server's log on standard error is the cue: it names the file that cannot be played.
+    const Outcome Ran =
+        Waveplay.Run({"script", "--clock", "real"},
+                     "DxObj 1\nblock L work 8 1 1 Playing\nWriteWaveMemo 16 1 8000 8\nPlayAgain\n"
+                     "wait 3600000\nPlayAgain\n",
+                     [](pid_t Process) { kill(ServerOf(Process), SIGKILL); });
+    EXPECT_EQ(Ran.Code, 1);
+    const std::string Last = Ran.Out.substr(Ran.Out.rfind("error"));
+    EXPECT_THAT(Last, HasSubstr("the playback server is gone")) << "and nothing behind it";
 }
 
 TEST(Script, KeepsTheWallClock) {

@@ -1,4 +1,4 @@
-#include "waveplay/Interrupts.h"
+#include "host/Interrupts.h"
 
 #include <signal.h>
 #include <sys/signalfd.h>
