@@ -77,6 +77,7 @@ ServerProcess::ServerProcess(const std::string& Program,
     std::vector<std::string> Words{ProgramPath(Program), "--fd", std::to_string(ServerFd)};
     Words.insert(Words.end(), Arguments.begin(), Arguments.end());
     std::vector<char*> Pointers;
+    Pointers.reserve(Words.size() + 1);
     for (std::string& Word : Words)
         Pointers.push_back(Word.data());
     Pointers.push_back(nullptr);
