@@ -23,10 +23,12 @@ constexpr const char* OverviewFooter =
     "Exit codes: 0 done, 1 playback or a file failed, 2 usage, 130 interrupted.";
 
 constexpr const char* PlayFooter =
-    "A PIECE is a PCM WAV file of 8 or 16 bits, mono or stereo, or silence:SECONDS. Pieces of one\n"
-    "format become one wave. Without a PIECE the program plays a phrase of its own.\n"
+    "A PIECE is a sound file, FILE[FROM:TO] in seconds, or silence:SECONDS. Pieces become one\n"
+    "wave with the first file's rate and channels. Without a PIECE the program plays a phrase of\n"
+    "its own.\n"
     "Examples:\n"
     "  waveplay song.wav\n"
+    "  waveplay play 'song.flac[30:45.5]' outro.wav\n"
     "  waveplay play intro.wav silence:1.5 song.wav --reverse\n"
     "  waveplay play song.wav --at 30 --loop --device wav:recorded.wav";
 

@@ -1,20 +1,14 @@
 #include "waveplay/DemoPhrase.h"
 
-#include <stdlib.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
-#include <filesystem>
+#include <memory>
 #include <numbers>
-#include <span>
-#include <system_error>
 #include <vector>
 
-#include "platform/Posix.h"
-#include "platform/PosixFiles.h"
 #include "store/BlockRec.h"
+#include "waveplay/WorkFolder.h"
 
 namespace Tolvar {
 namespace {
@@ -65,15 +59,9 @@ void WriteChannel(const std::string& Path, bool Right) {
     Samples.reserve(PhraseFrames);
     for (std::int32_t Frame = 0; Frame < PhraseFrames; ++Frame)
         Samples.push_back(PhraseSample(Frame, Right));
-    PosixFiles().Open(Path, FileAccess::Write)->WriteAt(1, std::as_bytes(std::span(Samples)));
-}
-
-std::string NewFolder() {
-    std::string Folder = (std::filesystem::temp_directory_path() / "waveplay-XXXXXX").string();
-    if (mkdtemp(Folder.data()) == nullptr) {
-        throw ErrnoFailure("cannot make a folder " + Folder, errno);
-    }
-    return Folder;
+    WorkFileWriter Out(Path, PhraseFrames, "the phrase");
+    Out.Append(Samples);
+    Out.Finish();
 }
 
 BlockEntry WorkFile(const std::string& Path) {
@@ -82,31 +70,15 @@ BlockEntry WorkFile(const std::string& Path) {
 
 }  // namespace
 
-DemoPhrase::DemoPhrase() : Folder(NewFolder()) {
-    try {
-        Write();
-    } catch (...) {
-        Remove();
-        throw;
-    }
-}
-
-DemoPhrase::~DemoPhrase() {
-    Remove();
-}
-
-void DemoPhrase::Write() {
+DemoPhrase::DemoPhrase() {
     Whole.FmtFriq = Rate;
     Whole.WaveNos = PhraseFrames;
-    WriteChannel(Folder + "/left.raw", false);
-    WriteChannel(Folder + "/right.raw", true);
-    Whole.Left.Append(WorkFile(Folder + "/left.raw"));
-    Whole.Right.Append(WorkFile(Folder + "/right.raw"));
-}
-
-void DemoPhrase::Remove() noexcept {
-    std::error_code Ignored;  // nothing can be done about a file that will not go
-    std::filesystem::remove_all(Folder, Ignored);
+    Whole.Decoded = std::make_shared<WorkFolder>();
+    for (const bool Right : {false, true}) {
+        const std::string Path = Whole.Decoded->NextFile();
+        WriteChannel(Path, Right);
+        (Right ? Whole.Right : Whole.Left).Append(WorkFile(Path));
+    }
 }
 
 }  // namespace Tolvar

@@ -3,32 +3,19 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <map>
-#include <optional>
-#include <string_view>
+#include <utility>
 
 #include "platform/RuntimeFailure.h"
 #include "store/BlockRec.h"
-#include "waveplay/ParseNumber.h"
+#include "waveplay/PieceSource.h"
 #include "waveplay/PlayerPort.h"
+#include "waveplay/WorkFolder.h"
 
 namespace Tolvar {
 namespace {
-
-constexpr std::string_view SilencePrefix = "silence:";
-
-[[noreturn]] void Refuse(const std::string& Why) {
-    throw RuntimeFailure(FailureKind::Input, Why);
-}
-
-double SilenceSeconds(const std::string& Piece) {
-    const auto Seconds = ParseNumber<double>(std::string_view(Piece).substr(SilencePrefix.size()));
-    if (!Seconds || !std::isfinite(*Seconds) || *Seconds < 0) {
-        Refuse(Piece + ": not a length in seconds");
-    }
-    return *Seconds;
-}
 
 // The store takes names that differ only in their letter case for one file. A file whose path
 // does so against an earlier one is named by a longer path to the same place.
@@ -53,90 +40,147 @@ class DistinctNames {
     std::map<std::string, std::vector<std::string>> Seen;
 };
 
-void RequireRoom(const Wave& Whole, double Frames) {
-    if (Whole.WaveNos + Frames > std::numeric_limits<std::int32_t>::max()) {
-        Refuse("the pieces are longer than 2147483647 frames together");
+StreamFormat FormatOf(const Wave& Whole) {
+    return {Whole.FmtChannal, Whole.FmtFriq};
+}
+
+void RequireRoom(double Frames) {
+    if (Frames > std::numeric_limits<std::int32_t>::max()) {
+        throw RuntimeFailure(FailureKind::Input,
+                             "the pieces are longer than 2147483647 frames together");
     }
 }
 
-void AppendBoth(Wave& Whole, BlockEntry Entry) {
-    if (Entry.Len == 0) return;
-    RequireRoom(Whole, Entry.Len);
-    Whole.Left.Append(Entry);
-    if (Whole.FmtChannal == 2) {
-        Entry.FilePos += Whole.FmtBits / 8;
-        Whole.Right.Append(Entry);
+void Append(Wave& Whole, const EntryPair& Both) {
+    const std::int32_t Len = Both.first.Len;
+    if (Len == 0) return;
+    Whole.Left.Append(Both.first);
+    if (Whole.FmtChannal == 2) Whole.Right.Append(Both.second);
+    Whole.WaveNos += Len;
+}
+
+// The pieces of one wave on their way into its block lists.
+class Joining {
+  public:
+    explicit Joining(const std::vector<std::string>& Pieces);
+    Wave Run();
+
+  private:
+    struct Part {
+        PieceName Piece;
+        PieceSource* Source;  // null: silence
+        FrameRange Frames;    // of the source
+    };
+
+    PieceSource* SourceOf(const std::string& Path);
+    void ChooseFormat();
+    bool AllInPlace(std::int32_t Bits) const;
+    bool InPlace(const Part& Each, std::int32_t Bits) const;
+    double FramesOf(const Part& Each) const;
+    void DecodeTheRest();
+    EntryPair EntriesOf(const Part& Each);
+
+    std::map<std::string, PieceSource> Sources;  // by full path
+    std::vector<Part> Parts;
+    DistinctNames Names;
+    Wave Whole;
+};
+
+Joining::Joining(const std::vector<std::string>& Pieces) {
+    for (const std::string& Each : Pieces) {
+        const PieceName Piece = ParsePiece(Each);
+        PieceSource* const Source = Piece.Silence ? nullptr : SourceOf(Piece.Path);
+        Parts.push_back({Piece, Source, Source ? Source->FramesOf(Piece) : FrameRange{}});
     }
-    Whole.WaveNos += Entry.Len;
 }
 
-void AppendSilence(Wave& Whole, const std::string& Piece) {
-    const double Frames = std::nearbyint(SilenceSeconds(Piece) * Whole.FmtFriq);
-    RequireRoom(Whole, Frames);
-    AppendBoth(Whole, {.Code = BlkSilent, .Len = static_cast<std::int32_t>(Frames)});
+PieceSource* Joining::SourceOf(const std::string& Path) {
+    const auto Key = std::filesystem::absolute(Path).lexically_normal().string();
+    const auto Known = Sources.find(Key);
+    if (Known != Sources.end()) return &Known->second;
+    return &Sources.emplace(Key, PieceSource(Path)).first->second;
 }
 
-void AppendFile(Wave& Whole, const WavSource& Source, const std::string& Name) {
-    AppendBoth(Whole, {.Code = BlkOrgFile,
-                       .Len = Source.Frames,
-                       .FilePos = Source.DataPos,
-                       .Channels = Source.Channels,
-                       .Bits = Source.Bits,
-                       .Name = Name});
+Wave Joining::Run() {
+    ChooseFormat();
+    double Frames = 0;
+    for (const Part& Each : Parts)
+        Frames += FramesOf(Each);
+    RequireRoom(Frames);
+
+    DecodeTheRest();
+    for (const Part& Each : Parts)
+        Append(Whole, EntriesOf(Each));
+    return std::move(Whole);
 }
 
-void TakeFormat(Wave& Whole, const WavSource& Source) {
-    Whole.FmtBits = Source.Bits;
-    Whole.FmtChannal = Source.Channels;
-    Whole.FmtFriq = Source.Rate;
+// The first file's rate and channels. A wave is of 8 bits when nothing of it needs decoding, since
+// work files are of 16.
+void Joining::ChooseFormat() {
+    const auto First =
+        std::find_if(Parts.begin(), Parts.end(), [](const Part& Each) { return Each.Source; });
+    if (First == Parts.end()) return;
+    Whole.FmtFriq = First->Source->RateHz();
+    Whole.FmtChannal = std::min(First->Source->Channels(), 2);
+    constexpr std::int32_t Eight = 8;
+    if (AllInPlace(Eight)) Whole.FmtBits = Eight;
 }
 
-std::string FormatText(const WavSource& Source) {
-    return std::to_string(Source.Rate) + " Hz, " + std::to_string(Source.Bits) + " bits, " +
-           (Source.Channels == 1 ? "mono" : "stereo");
+bool Joining::AllInPlace(std::int32_t Bits) const {
+    return std::all_of(Parts.begin(), Parts.end(), [&](const Part& Each) {
+        return Each.Source == nullptr || InPlace(Each, Bits);
+    });
 }
 
-void RequireSameFormat(const WavSource& First, const WavSource& Other) {
-    if (First.Rate == Other.Rate && First.Bits == Other.Bits && First.Channels == Other.Channels) {
-        return;
+bool Joining::InPlace(const Part& Each, std::int32_t Bits) const {
+    return Each.Source->PlaysInPlace(Each.Frames, FormatOf(Whole), Bits);
+}
+
+double Joining::FramesOf(const Part& Each) const {
+    if (Each.Source == nullptr) return std::nearbyint(*Each.Piece.Silence * Whole.FmtFriq);
+    const int Rate = Each.Source->RateHz();
+    return static_cast<double>(FramesAtRate(Each.Frames.To, Rate, Whole.FmtFriq) -
+                               FramesAtRate(Each.Frames.From, Rate, Whole.FmtFriq));
+}
+
+void Joining::DecodeTheRest() {
+    std::vector<PieceSource*> Order;
+    for (const Part& Each : Parts) {
+        if (Each.Source == nullptr || InPlace(Each, Whole.FmtBits)) continue;
+        Each.Source->Want(Each.Frames);
+        Order.push_back(Each.Source);
     }
-    Refuse(Other.FullPath + " (" + FormatText(Other) + ") cannot be joined to " + First.FullPath +
-           " (" + FormatText(First) + "): pieces need one rate, sample size and channel count");
+    if (Order.empty()) return;
+    Whole.Decoded = std::make_shared<WorkFolder>();
+    for (PieceSource* const Source : Order)
+        Source->DecodeWanted(FormatOf(Whole), *Whole.Decoded);
 }
 
-bool IsSilence(const std::string& Piece) {
-    return Piece.starts_with(SilencePrefix);
+EntryPair Joining::EntriesOf(const Part& Each) {
+    if (Each.Source == nullptr) {
+        const BlockEntry Silence{.Code = BlkSilent,
+                                 .Len = static_cast<std::int32_t>(FramesOf(Each))};
+        return {Silence, Silence};
+    }
+    if (!InPlace(Each, Whole.FmtBits)) {
+        return Each.Source->DecodedEntries(Each.Frames, FormatOf(Whole));
+    }
+    const WavSource& File = *Each.Source->Place();
+    return EntriesInPlace(File, Each.Frames, Names.For(File.FullPath));
 }
 
 }  // namespace
 
 Wave JoinPieces(const std::vector<std::string>& Pieces) {
-    std::vector<std::optional<WavSource>> Sources;
-    std::optional<WavSource> First;
-    for (const std::string& Piece : Pieces) {
-        Sources.push_back(IsSilence(Piece) ? std::nullopt : std::optional(OpenWav(Piece)));
-        if (!Sources.back()) continue;
-        if (!First) First = Sources.back();
-        RequireSameFormat(*First, *Sources.back());
-    }
-
-    Wave Whole;
-    DistinctNames Names;
-    if (First) TakeFormat(Whole, *First);
-    for (std::size_t Index = 0; Index < Pieces.size(); ++Index) {
-        if (const auto& Source = Sources[Index]) {
-            AppendFile(Whole, *Source, Names.For(Source->FullPath));
-        } else {
-            AppendSilence(Whole, Pieces[Index]);
-        }
-    }
-    return Whole;
+    return Joining(Pieces).Run();
 }
 
 Wave WaveOf(const WavSource& Source) {
     Wave Whole;
-    TakeFormat(Whole, Source);
-    AppendFile(Whole, Source, Source.FullPath);
+    Whole.FmtBits = Source.Bits;
+    Whole.FmtChannal = Source.Channels;
+    Whole.FmtFriq = Source.Rate;
+    Append(Whole, EntriesInPlace(Source, {0, Source.Frames}, Source.FullPath));
     return Whole;
 }
 

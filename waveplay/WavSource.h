@@ -2,6 +2,9 @@
 
 #include <cstdint>
 #include <string>
+#include <variant>
+
+#include "waveplay/SoundFile.h"
 
 namespace Tolvar {
 
@@ -15,8 +18,12 @@ struct WavSource {
     std::int32_t DataPos = 0;   ///< bytes, 1-based: the first sample of the first frame
 };
 
-/// Reads the header only. RuntimeFailure(File) when Path cannot be read, RuntimeFailure(Input)
-/// when it is anything else than such a file or does not fit 32-bit positions.
+/// Where the samples lie, or why they cannot be played there. Reads the header only, and says so
+/// on standard error when the file holds less than its header claims.
+std::variant<WavSource, std::string> PlaceInFile(const SoundFile& Sound);
+
+/// A file that must be playable in place. RuntimeFailure(File) when Path cannot be read,
+/// RuntimeFailure(Input) when it is anything else than such a file.
 WavSource OpenWav(const std::string& Path);
 
 }  // namespace Tolvar

@@ -100,6 +100,26 @@ void Program::PutWav(const std::string& Name, int Bits, int Channels, int Rate,
     if (sf_close(Sound) != 0 || !Written) throw std::runtime_error("cannot write " + Name);
 }
 
+void Program::PutSound(const std::string& Name, int Format, int Channels, int Rate,
+                       const std::vector<double>& Frames) const {
+    SF_INFO Info{};
+    Info.channels = Channels;
+    Info.samplerate = Rate;
+    Info.format = Format;
+    SNDFILE* Sound = sf_open(Path(Name).c_str(), SFM_WRITE, &Info);
+    if (Sound == nullptr) throw std::runtime_error("cannot make " + Name);
+    const auto Count = static_cast<sf_count_t>(Frames.size());
+    if ((Format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16) {  // whose full scale would be 32767
+        Samples Exact;
+        for (const double Sample : Frames)
+            Exact.push_back(static_cast<std::int16_t>(Sample * 32768));
+        sf_write_short(Sound, Exact.data(), Count);
+    } else {
+        sf_write_double(Sound, Frames.data(), Count);
+    }
+    if (sf_close(Sound) != 0) throw std::runtime_error("cannot write " + Name);
+}
+
 Wav Program::GetWav(const std::string& Name) const {
     SF_INFO Info{};
     SNDFILE* Sound = sf_open(Path(Name).c_str(), SFM_READ, &Info);

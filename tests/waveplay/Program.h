@@ -49,6 +49,9 @@ class Program {
     /// Of 8-bit files only the high byte of each sample counts.
     void PutWav(const std::string& Name, int Bits, int Channels, int Rate,
                 const Samples& Frames) const;
+    /// Any format that libsndfile writes, from samples of full scale 1.
+    void PutSound(const std::string& Name, int Format, int Channels, int Rate,
+                  const std::vector<double>& Frames) const;
     Wav GetWav(const std::string& Name) const;
 
   private:
