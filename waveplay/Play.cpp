@@ -4,6 +4,7 @@
 
 #include "waveplay/Commands.h"
 #include "waveplay/DemoPhrase.h"
+#include "waveplay/PlayOnTerminal.h"
 
 namespace Tolvar {
 namespace {
@@ -80,7 +81,10 @@ ExitCode Play(PlayOptions Options) {
     const Wave Whole = Demo ? Demo->Phrase() : JoinPieces(Options.Pieces);
     Options.Setup.Engine = EngineFor(Whole, Options.Setup.Engine);
     Session Playing(MakePlayer(Options.Setup));
-    const bool ToTheEnd = PlayThrough(Playing, Whole, Options);
+    // The program's own phrase shows the bare road, plain lines, that every terminal has.
+    const bool WithPicture = !Options.Pieces.empty() && CanPlayOnTerminal();
+    const bool ToTheEnd = WithPicture ? PlayOnTerminal(Playing, Whole, Options)
+                                      : PlayThrough(Playing, Whole, Options);
     Playing.Release();
     Playing.Finish();
     if (!ToTheEnd) Say("interrupted");

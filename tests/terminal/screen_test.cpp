@@ -1,0 +1,183 @@
+#include "waveplay/terminal/Screen.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+#include "TinyTerminal.h"
+#include "waveplay/terminal/Painter.h"
+#include "waveplay/terminal/TerminalLook.h"
+
+namespace Tolvar::Testing {
+namespace {
+
+// 40 s at 100 Hz: silence, a loud half wave, a quiet one, full scale.
+Peaks Overview() {
+    Peaks Of(4000, 1, [](std::int32_t From, std::span<std::int16_t> Into) {
+        constexpr std::int16_t Levels[] = {0, 16384, 4096, 32767};
+        for (std::int16_t& Each : Into) {
+            const std::int16_t Level = Levels[From / 1000];
+            Each = static_cast<std::int16_t>(From++ % 2 == 0 ? Level : -Level);
+        }
+    });
+    while (Of.Work(100)) {
+    }
+    return Of;
+}
+
+struct ScreenTest : testing::Test {
+    Peaks Peaked = Overview();
+    View Shown;
+
+    ScreenTest() {
+        Shown.Width = 40;
+        Shown.Height = 9;
+        Shown.Unicode = false;
+        Shown.Name = "song.wav";
+        Shown.Engine = "waveOut";
+        Shown.Device = "null";
+        Shown.Format = "100 Hz";
+        Shown.Wave = {4000, 100, 1, false, 1.0, 1.5, true};
+        Shown.State = Transport::Playing;
+        Shown.Here = 1234;
+        Shown.LastReport = "Playing";
+        Shown.Overview = &Peaked;
+    }
+    std::string Show(int Width, int Height) {
+        Shown.Width = Width;
+        Shown.Height = Height;
+        return Text(Screen(Shown));
+    }
+};
+
+TEST_F(ScreenTest, ShowsEverythingInItsPlace) {
+    EXPECT_EQ(Show(40, 11),
+              " song.wav               waveOut -> null\n"
+              "\n"
+              "            !                 ||||||||||\n"
+              "..........##!|||||||..........||||||||||\n"
+              "          ##!|||||||''''''''''||||||||||\n"
+              "            !                 ||||||||||\n"
+              "'0:00          '0:15          '0:30\n"
+              " > 0:00:12.3 / 0:00:40.0   forward  30%\n"
+              " tempo > 1.00x  < 1.50x   loop off\n"
+              " Playing\n"
+              " space pause  q quit  ? keys  u turn\n");
+}
+
+TEST_F(ScreenTest, DrawsInEighthsAndMarksWhatWasPlayed) {
+    Shown.Unicode = true;
+    Shown.Wave.Direction = -1;
+    Shown.Here = 2000;
+    const Grid On = (Show(40, 5), Screen(Shown));
+    EXPECT_EQ(On.RowText(0), "▁▁▁▁▁▁▁▁▁▁▄▄▄▄▄▄▄▄▄▄┃▁▁▁▁▁▁▁▁▁██████████");
+    EXPECT_EQ(On.RowText(1), "          ▄▄▄▄▄▄▄▄▄▄┃▇▇▇▇▇▇▇▇▇██████████");
+    EXPECT_EQ(On.At(25, 1), (Cell{U'▇', Style::Played, true})) << "hangs from the middle";
+    EXPECT_EQ(On.At(15, 0), (Cell{U'▄', Style::Ahead, false}));
+    EXPECT_EQ(On.RowText(2), " ◀ 0:00:20.0 / 0:00:40.0   reverse  50%");
+}
+
+TEST_F(ScreenTest, LeavesOutWhatASmallTerminalHasNoRoomFor) {
+    EXPECT_EQ(Show(20, 3), "     :!:::.....|||||\n> 0:00:12.3\n Playing\n");
+    EXPECT_EQ(Show(30, 4),
+              ".......::!:::::.......||||||||\n"
+              "       ::!:::::'''''''||||||||\n"
+              " > 0:00:12.3 / 0:00:40.0  30%\n"
+              " Playing\n");
+    Shown.Help = true;
+    for (int Width = 0; Width < 60; ++Width) {
+        for (int Height = 0; Height < 30; ++Height)
+            EXPECT_EQ((Show(Width, Height), Screen(Shown)).Height(), Height);
+    }
+}
+
+TEST_F(ScreenTest, SaysEveryStateAndPutsANoteBeforeTheReport) {
+    const std::map<Transport, std::string> Words{
+        {Transport::Playing, "> 0:00:12.3 / 0:00:40.0   f"},
+        {Transport::Paused, "= 0:00:12.3 / 0:00:40.0   p"},
+        {Transport::Ended, "# 0:00:12.3 / 0:00:40.0   e"},
+        {Transport::Stopped, "# 0:00:12.3 / 0:00:40.0   s"}};
+    Shown.Note = {"no such file", true};
+    for (const auto& [State, Line] : Words) {
+        Shown.State = State;
+        const std::string All = Show(60, 6);
+        EXPECT_NE(All.find(Line), std::string::npos) << All;
+        EXPECT_NE(All.find("\n no such file\n"), std::string::npos);
+        EXPECT_EQ(All.find("Playing"), std::string::npos);
+    }
+}
+
+TEST_F(ScreenTest, NamesCannotSteerTheTerminalAndAreCutToFit) {
+    Shown.Engine = "e";
+    Shown.Device = "d";
+    const auto Title = [this](const std::string& Name, bool Unicode) {
+        Shown.Name = Name;
+        Shown.Unicode = Unicode;
+        Show(30, 6);
+        return Screen(Shown).RowText(0);
+    };
+    EXPECT_EQ(Title("a\x1b[2Jb\n\xff\xc2\x9b", true),
+              " a?[2Jb???" + std::string(14, ' ') + "e → d");
+    EXPECT_EQ(Title("ü音.wav", false), " ??.wav                e -> d");
+    EXPECT_EQ(Title("音音.wav", true), " 音音.wav               e → d");
+    EXPECT_EQ(Title("0123456789012345678901234567", true), " 01234567890123456789…  e → d");
+    EXPECT_EQ(Title("音音音音音音音音音音音音音", true), " 音音音音音音音音音音…  e → d");
+}
+
+TEST(TimeText, CountsTenthsHoursAndTheLongestWave) {
+    EXPECT_EQ(TimeText(0, 44100), "0:00:00.0");
+    EXPECT_EQ(TimeText(44100 * 3600 - 1, 44100), "0:59:59.9");
+    EXPECT_EQ(TimeText(2147483647, 100), "5965:13:56.4");
+}
+
+TEST_F(ScreenTest, PaintsWhatDiffersAndNothingElse) {
+    Shown.Unicode = true;
+    Shown.Name = "音 one";
+    TinyTerminal Screened(60, 14);
+    Grid Last;
+    const auto Paint = [&] {
+        const Grid Next = (Show(60, 14), Screen(Shown));
+        Screened.Painted = 0;
+        Screened.Take(Painted(Last, Next, Palette::Many));
+        for (int Row = 0; Row < 14; ++Row) {
+            EXPECT_EQ(Screened.Cells.RowText(Row), Next.RowText(Row));
+            for (int Column = 0; Column < 60; ++Column)
+                EXPECT_EQ(Screened.Cells.At(Column, Row).Inverse, Next.At(Column, Row).Inverse);
+        }
+        Last = Next;
+        return Screened.Painted;
+    };
+    EXPECT_GE(Paint(), 59 * 14);
+    EXPECT_EQ(Paint(), 0);
+    Shown.Here -= 10;  // a tenth of a second
+    EXPECT_EQ(Paint(), 1);
+    Shown.Name = "x音one";
+    Shown.Help = true;
+    EXPECT_GT(Paint(), 100);
+    Shown.Help = false;
+    Paint();
+}
+
+TEST(Look, FollowsTheEnvironment) {
+    using Variables = std::map<std::string, std::string>;
+    const auto Of = [](const Variables& Set) {
+        const TerminalLook Look = LookFrom([&Set](const char* Name) {
+            const auto Found = Set.find(Name);
+            return Found == Set.end() ? nullptr : Found->second.c_str();
+        });
+        const char* Colours[] = {"none", "16", "256"};
+        return Colours[static_cast<int>(Look.Colours)] + std::string(Look.Unicode ? " utf" : "") +
+               (Look.CanMove ? "" : " lines");
+    };
+    EXPECT_EQ(Of({}), "16 lines");
+    EXPECT_EQ(Of({{"TERM", "dumb"}, {"LANG", "de_DE.UTF-8"}}), "none utf lines");
+    EXPECT_EQ(Of({{"TERM", "linux"}, {"LC_ALL", "C"}, {"LANG", "de_DE.UTF-8"}}), "16");
+    EXPECT_EQ(Of({{"TERM", "xterm-256color"}, {"LC_ALL", ""}, {"LC_CTYPE", "C.utf8"}}), "256 utf");
+    EXPECT_EQ(Of({{"TERM", "foot"}, {"COLORTERM", "truecolor"}}), "256");
+    EXPECT_EQ(Of({{"TERM", "xterm-256color"}, {"NO_COLOR", "1"}}), "none");
+    EXPECT_EQ(Of({{"TERM", "xterm"}, {"NO_COLOR", ""}}), "16");
+}
+
+}  // namespace
+}  // namespace Tolvar::Testing

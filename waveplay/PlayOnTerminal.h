@@ -1,0 +1,16 @@
+#pragma once
+
+#include "waveplay/Commands.h"
+#include "waveplay/Pieces.h"
+#include "waveplay/Session.h"
+
+namespace Tolvar {
+
+/// Whether standard output is a terminal that can show the player.
+bool CanPlayOnTerminal();
+
+/// Plays the wave with the terminal interface: picture and keys. False when the user interrupted.
+/// RuntimeFailure when the wave cannot be started or the player is lost.
+bool PlayOnTerminal(Session& Playing, const Wave& Whole, const PlayOptions& Options);
+
+}  // namespace Tolvar

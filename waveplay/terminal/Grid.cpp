@@ -1,0 +1,88 @@
+#include "waveplay/terminal/Grid.h"
+
+#include <algorithm>
+
+#include "waveplay/terminal/Utf8.h"
+
+namespace Tolvar {
+namespace {
+
+// What is shown of a text: nothing in it steers the terminal.
+std::u32string Shown(std::string_view Text, bool Unicode) {
+    std::u32string Glyphs;
+    while (!Text.empty()) {
+        DecodedChar Next = DecodeUtf8(Text);
+        if (Next.Bytes == 0) Next.Bytes = Text.size();
+        Text.remove_prefix(Next.Bytes);
+        const char32_t Character = Next.Character;
+        const bool Control = Character < 0x20 || (Character >= 0x7f && Character < 0xa0);
+        if (!Next.Valid || Control || (!Unicode && Character > 0x7e)) {
+            Glyphs.push_back('?');
+        } else if (ColumnsOf(Character) > 0) {
+            Glyphs.push_back(Character);
+        }
+    }
+    return Glyphs;
+}
+
+int ColumnsIn(const std::u32string& Glyphs) {
+    int Columns = 0;
+    for (const char32_t Each : Glyphs)
+        Columns += ColumnsOf(Each);
+    return Columns;
+}
+
+}  // namespace
+
+int ColumnsOf(std::string_view Text, bool Unicode) {
+    return ColumnsIn(Shown(Text, Unicode));
+}
+
+Grid::Grid(int Width, int Height, bool UnicodeToo)
+    : Columns(Width),
+      Rows(Height),
+      HasUnicode(UnicodeToo),
+      Cells(static_cast<std::size_t>(Width) * static_cast<std::size_t>(Height)) {}
+
+bool Grid::Inside(int Column, int Row) const {
+    return Column >= 0 && Column < Columns && Row >= 0 && Row < Rows;
+}
+
+const Cell& Grid::At(int Column, int Row) const {
+    return Cells[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns) +
+                 static_cast<std::size_t>(Column)];
+}
+
+void Grid::Put(int Column, int Row, const Cell& What) {
+    if (!Inside(Column, Row)) return;
+    Cells[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns) +
+          static_cast<std::size_t>(Column)] = What;
+}
+
+int Grid::Write(int Column, int Row, std::string_view Text, Style Look, int Room) {
+    Room = std::min(Room, Columns - Column);
+    const std::u32string Glyphs = Shown(Text, HasUnicode);
+    const bool Cut = ColumnsIn(Glyphs) > Room;
+    const int End = Column + Room - (Cut ? 1 : 0);
+    for (const char32_t Each : Glyphs) {
+        const int Wide = ColumnsOf(Each);
+        if (Column + Wide > End) break;
+        Put(Column, Row, {Each, Look, false});
+        if (Wide == 2) Put(Column + 1, Row, {0, Look, false});
+        Column += Wide;
+    }
+    if (Cut && Room > 0) Put(Column++, Row, {HasUnicode ? U'…' : U'~', Look, false});
+    return Column;
+}
+
+std::string Grid::RowText(int Row) const {
+    std::string Text;
+    for (int Column = 0; Column < Columns; ++Column) {
+        const char32_t Glyph = At(Column, Row).Glyph;
+        if (Glyph != 0) AppendUtf8(Text, Glyph);
+    }
+    Text.erase(Text.find_last_not_of(' ') + 1);
+    return Text;
+}
+
+}  // namespace Tolvar

@@ -1,0 +1,81 @@
+#include "waveplay/terminal/Peaks.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace Tolvar {
+namespace {
+
+constexpr std::int64_t MostStretches = 2048;
+constexpr std::int64_t MostPlaces = 16;
+constexpr std::int64_t ProbeFrames = 512;
+
+// 0 to Count - 1 so that early ones are far apart: first the middle, then the quarters, …
+std::int64_t Spread(std::int64_t Index, std::int64_t Count) {
+    constexpr std::int64_t Odd = 7;  // has no divisor in common with 1 to 16 but 7 and 14
+    return (Index * (Count % Odd == 0 ? 5 : Odd) + Count / 2) % Count;
+}
+
+Peak Joined(const Peak& A, const Peak& B) {
+    return {std::min(A.Least, B.Least), std::max(A.Greatest, B.Greatest)};
+}
+
+}  // namespace
+
+Peaks::Peaks(std::int32_t WaveNos, std::int32_t FmtChannal, FrameReader Read)
+    : Frames(WaveNos),
+      Channels(FmtChannal),
+      ReadFrames(std::move(Read)),
+      Stretches(static_cast<std::size_t>(std::min<std::int64_t>(WaveNos, MostStretches))) {
+    const auto Count = static_cast<std::int64_t>(Stretches.size());
+    const std::int64_t Longest = (Frames + Count - 1) / Count;
+    Places = std::min(MostPlaces, (Longest + ProbeFrames - 1) / ProbeFrames);
+}
+
+std::int64_t Peaks::StretchStart(std::int64_t Stretch) const {
+    return Frames * Stretch / static_cast<std::int64_t>(Stretches.size());
+}
+
+bool Peaks::Work(int Probes) {
+    if (!ReadFrames) return false;
+    try {
+        for (; Probes > 0 && Pass < Places; --Probes)
+            Probe();
+    } catch (const std::exception& Cause) {
+        FailText = Cause.what();
+        ReadFrames = {};
+    }
+    return ReadFrames && Pass < Places;
+}
+
+void Peaks::Probe() {
+    const auto Stretch = static_cast<std::int64_t>(Next);
+    const std::int64_t First = StretchStart(Stretch);
+    const std::int64_t Length = StretchStart(Stretch + 1) - First;
+    const std::int64_t Place = Spread(Pass, Places);
+    const std::int64_t From = First + Length * Place / Places;
+    const std::int64_t Room = First + Length * (Place + 1) / Places - From;
+    if (Room > 0) {
+        Samples.resize(static_cast<std::size_t>(std::min(Room, ProbeFrames) * Channels));
+        ReadFrames(static_cast<std::int32_t>(From), Samples);
+        const auto [Least, Greatest] = std::ranges::minmax(Samples);
+        Stretches[Next] = Joined(Stretches[Next], {Least, Greatest});
+    }
+    if (++Next == Stretches.size()) {
+        Next = 0;
+        ++Pass;
+    }
+}
+
+Peak Peaks::Column(int Column, int Columns) const {
+    const auto Count = static_cast<std::int64_t>(Stretches.size());
+    const std::int64_t First = Count * Column / Columns;
+    const std::int64_t Last = std::max(First + 1, Count * (Column + 1) / Columns);
+    Peak Found;
+    for (std::int64_t I = First; I < Last; ++I)
+        Found = Joined(Found, Stretches[static_cast<std::size_t>(I)]);
+    return Found;
+}
+
+}  // namespace Tolvar

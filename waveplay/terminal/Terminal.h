@@ -1,0 +1,62 @@
+#pragma once
+
+#include <termios.h>
+
+#include <string>
+#include <string_view>
+
+#include "platform/Posix.h"
+
+namespace Tolvar {
+
+struct TerminalSize {
+    int Columns = 80;
+    int Rows = 24;
+};
+
+/// The terminal while a full-screen interface has it: keys come one by one and unseen, the picture
+/// is on the alternate screen, so that what the shell had written stands again afterwards. Keys
+/// that send signals (Ctrl-C, Ctrl-Z) keep doing so.
+///
+/// Has a descriptor of its own that never waits, so that neither a slow terminal holds the program
+/// up nor the descriptors that the shell shares change. One thread.
+class Terminal {
+  public:
+    /// RuntimeFailure(Device) when Path cannot be opened or is no terminal.
+    explicit Terminal(const std::string& Path = "/dev/tty");
+    /// Leaves.
+    ~Terminal();
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    /// Takes the terminal; once more after somebody else may have changed it. RuntimeFailure when
+    /// it refuses.
+    void Enter();
+    /// Gives it back as it was; waits up to 200 ms for a terminal that takes no output.
+    void Leave() noexcept;
+
+    /// For watching; readable when keys wait.
+    int Fd() const { return Line.Get(); }
+    TerminalSize Size() const;
+
+    /// The bytes typed so far, without waiting.
+    std::string Read();
+    /// True once the terminal is gone.
+    bool HungUp() const { return Gone; }
+
+    /// Sends Bytes, as far as the terminal takes them now; the rest is kept for Flush.
+    void Write(std::string_view Bytes);
+    /// True when nothing is left to send.
+    bool Flush();
+
+  private:
+    bool InForeground() const;
+
+    Descriptor Line;
+    std::string Waiting;
+    termios Before{};
+    bool Entered = false;
+    bool Gone = false;
+};
+
+}  // namespace Tolvar
