@@ -202,10 +202,11 @@ Message GetAllProperties(PlayDllClass& Player, sd_bus_message* Call) {
     RequireSignature(Call, "s");
     const char* Interface = nullptr;
     Taken(sd_bus_message_read(Call, "s", &Interface));
+    RequirePlayerInterface(Text(Interface));
     Message Answer = NewAnswer(Call);
     Sent(sd_bus_message_open_container(Answer.get(), 'a', "{sv}"), NoAnswer);
     for (const DispatchMember& Member : Members) {
-        if (Member.Is != Kind::Get || Text(Interface) != Wire::PlayerInterface) continue;
+        if (Member.Is != Kind::Get) continue;
         Sent(sd_bus_message_open_container(Answer.get(), 'e', "sv"), NoAnswer);
         Sent(sd_bus_message_append_basic(Answer.get(), 's', Member.Name), NoAnswer);
         AppendValue(Player, Member, Answer.get());

@@ -94,8 +94,23 @@ void Host::WatchTime() {
 void Host::End() {
     if (std::exchange(IsFinished, true)) return;
     ReleaseDue = true;
+    if (OnBus) LeaveName();
     if (Server.HasPlayer()) Server.Release();
+    AnswerTheRest();
     Link->Flush(LastAnswersMs);
+}
+
+// An editor that comes from now on is to get a new server.
+void Host::LeaveName() {
+    sd_bus_release_name(Link->Bus(), Wire::BusName);
+}
+
+// Whoever has called by now is told that the player object is gone.
+void Host::AnswerTheRest() {
+    if (!Link->Open()) return;
+    Link->Receive();
+    while (const Message Call = Link->TakeCall())
+        Serve(Call.get());
 }
 
 // Calls.
@@ -116,12 +131,14 @@ void Host::Serve(sd_bus_message* Call) {
         explicit Level(int& Counter) : Of(Counter) { ++Of; }
         ~Level() { --Of; }
     } const Entered(Depth);
+    const bool WasFree = Owner.empty();
     try {
         if (Depth > MostDepth) {
             throw WireError(Wire::LimitsExceeded, "too many calls inside reports of calls");
         }
         Carry(Call);
     } catch (const WireError& Wrong) {
+        if (WasFree) Disown();  // a call that is refused has changed nothing
         Refuse(Call, Wrong.Name(), Wrong.what());
     } catch (const std::bad_alloc&) {
         Refuse(Call, Wire::Failed, "not enough memory");
@@ -147,6 +164,8 @@ void Host::Carry(sd_bus_message* Call) {
 }
 
 void Host::Answer(sd_bus_message* Call) {
+    const std::string Name(Text(sd_bus_message_get_member(Call)));
+    if (Name != "Introspect") throw WireError(Wire::UnknownMethod, "there is no method " + Name);
     RequireSignature(Call, "");
     const std::string Found = IntrospectionOf(Text(sd_bus_message_get_path(Call)));
     if (Found.empty()) throw WireError(Wire::UnknownObject, "there is no such object");
@@ -171,6 +190,7 @@ void Host::Advise(sd_bus_message* Call) {
 void Host::Release(sd_bus_message* Call) {
     RequireSignature(Call, "");
     if (!std::exchange(ReleaseDue, true) && !Sink.Raising()) {
+        if (OnBus) LeaveName();
         Server.Release();
     } else {
         TurnLater();  // the object goes when what reported is done
@@ -205,9 +225,13 @@ void Host::RequireOwnUser(const std::string& Sender) {
     OwnUser = Sender;
 }
 
-void Host::OnOwnerGone() {
+void Host::Disown() {
     OwnerWatch.reset();
     Owner.clear();
+}
+
+void Host::OnOwnerGone() {
+    Disown();
     if (!Sink.Advised()) return;  // a passer-by, such as a command in a shell
     Sink.Forget();
     ReleaseDue = true;

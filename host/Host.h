@@ -50,7 +50,10 @@ class Host {
     void Release(sd_bus_message* Call);
     void Admit(sd_bus_message* Call);
     void RequireOwnUser(const std::string& Sender);
+    void Disown();
     void OnOwnerGone();
+    void LeaveName();
+    void AnswerTheRest();
 
     PlayServer& Server;
     std::unique_ptr<BusLink> Link;

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +17,7 @@ sigset_t Watched() {
     sigemptyset(&Set);
     sigaddset(&Set, SIGINT);
     sigaddset(&Set, SIGTERM);
+    sigaddset(&Set, SIGHUP);
     return Set;
 }
 
@@ -35,6 +37,10 @@ Interrupts::~Interrupts() {
     Home.Unwatch(Fd);
     close(Fd);
     const sigset_t Set = Watched();
+    // One more of what has been asked for already must not end the program on its way out.
+    const timespec AtOnce{};
+    while (HasSeen && sigtimedwait(&Set, nullptr, &AtOnce) > 0) {
+    }
     sigprocmask(SIG_UNBLOCK, &Set, nullptr);
 }
 

@@ -213,7 +213,8 @@ int ServerLink::Release() {
             if (!Gone()) throw;
         }
     }
-    return Process ? Process->Await() : 0;
+    // Its recording may still be on the way to the disk.
+    return Process ? Process->Await(LimitMs) : 0;
 }
 
 // Reports.
@@ -252,6 +253,9 @@ void ServerLink::ServeReport(sd_bus_message* Report) {
         const char* Ttl = nullptr;
         if (sd_bus_message_is_method_call(Report, Wire::EventInterface, "MsgBoxOb") <= 0) {
             throw WireError(Wire::UnknownMethod, "only MsgBoxOb is known here");
+        }
+        if (!Destination.empty() && Text(sd_bus_message_get_sender(Report)) != Destination) {
+            throw WireError(Wire::AccessDenied, "only the playback server reports here");
         }
         RequireSignature(Report, "ss");
         Taken(sd_bus_message_read(Report, "ss", &Msg, &Ttl));

@@ -53,6 +53,8 @@ class SpawnSetup {
         posix_spawn_file_actions_init(&Actions);
         posix_spawnattr_init(&Attributes);
         posix_spawn_file_actions_adddup2(&Actions, Socket, ServerFd);
+        // A pipe of the editor's that the server held would never end for its reader.
+        posix_spawn_file_actions_addclosefrom_np(&Actions, ServerFd + 1);
         sigset_t None;
         sigemptyset(&None);
         posix_spawnattr_setsigmask(&Attributes, &None);

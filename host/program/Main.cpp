@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
@@ -58,6 +62,16 @@ int Serve(const Words& Given) {
     return Done;
 }
 
+// Whatever the editor's own standard streams are: nothing else may take their numbers, and a
+// reader that is gone is a failed write.
+void KeepStreams() {
+    int Fd = 0;
+    while (Fd >= 0 && Fd <= STDERR_FILENO)
+        Fd = open("/dev/null", O_RDWR);
+    if (Fd > STDERR_FILENO) close(Fd);
+    signal(SIGPIPE, SIG_IGN);
+}
+
 int Run(int Count, char** Arguments) {
     CLI::App App("The playback server of a wave editor, in a process of its own.",
                  "TolvarWaveEditorDll");
@@ -80,6 +94,7 @@ int Run(int Count, char** Arguments) {
 }  // namespace Tolvar
 
 int main(int Count, char** Arguments) {
+    Tolvar::KeepStreams();
     try {
         return Tolvar::Run(Count, Arguments);
     } catch (const std::exception& Failure) {

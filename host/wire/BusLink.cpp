@@ -55,7 +55,8 @@ BusLink::BusLink(Descriptor Socket, Side As) {
         Sent(sd_id128_randomize(&Id), What);
         Sent(sd_bus_set_server(Made, 1, Id), What);
     }
-    const int Owned = fcntl(Socket.Get(), F_DUPFD_CLOEXEC, 0);  // the connection closes its own
+    // The connection closes its own; never one that lines for standard error would go to.
+    const int Owned = fcntl(Socket.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (Owned < 0) throw ErrnoFailure(What, errno, FailureKind::Library);
     Sent(sd_bus_set_fd(Made, Owned, Owned), What);
     Begin();
