@@ -1,3 +1,5 @@
+#include <signal.h>
+
 #include "tests/host/Rig.h"
 
 namespace Tolvar::Testing {
@@ -58,12 +60,14 @@ TEST(Sink, ThatCallsBackIsServedInsideTheReportUntilItIsTooDeep) {
 TEST(Sink, CallsThatAreSentWithoutWaitingKeepTheirOrder) {
     SinkEditor Editor;
     std::vector<std::uint64_t> Asked;
+    kill(Editor.Process->Id(), SIGSTOP);  // all of them are there before the first report goes out
     for (int I = 0; I < 40; ++I) {
         const char* const Member = I % 2 == 0 ? "PlayUTurn" : "PlayAgain";
         Asked.push_back(Editor.Link.Send(Editor.New(Wire::PlayerInterface, Member, "").get()));
     }
+    kill(Editor.Process->Id(), SIGCONT);
     for (const std::uint64_t Cookie : Asked)
-        EXPECT_EQ(Editor.Await(Cookie), "");
+        ASSERT_EQ(Editor.Await(Cookie), "");
     std::vector<std::string> Expected;
     for (int I = 0; I < 20; ++I) {
         for (const char* Text :
