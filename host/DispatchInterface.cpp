@@ -116,10 +116,6 @@ constexpr DispatchMember Members[] = {
     {"PlayAtPosRev", Kind::Method, "i", "Pos", "", &RunInt32<&P::PlayAtPosRev>},
 };
 
-std::string_view Text(const char* MayBeNull) {
-    return MayBeNull == nullptr ? "" : MayBeNull;
-}
-
 const DispatchMember* Find(std::string_view Name) {
     const auto* Found = std::ranges::find(Members, Name, &DispatchMember::Name);
     return Found == std::end(Members) ? nullptr : Found;
@@ -132,7 +128,7 @@ Message NewAnswer(sd_bus_message* Call) {
 }
 
 Message RunMethod(PlayDllClass& Player, sd_bus_message* Call) {
-    const std::string Name(Text(sd_bus_message_get_member(Call)));
+    const std::string Name(TextOf(sd_bus_message_get_member(Call)));
     const DispatchMember* Member = Find(Name);
     if (Member == nullptr || Member->Is != Kind::Method) {
         throw WireError(Wire::UnknownMethod, "there is no method " + Name);
@@ -188,9 +184,9 @@ Message SetProperty(PlayDllClass& Player, sd_bus_message* Call) {
     }
     const char* Given = nullptr;
     Taken(sd_bus_message_peek_type(Call, nullptr, &Given));
-    if (Text(Given) != Member.In) {
+    if (TextOf(Given) != Member.In) {
         throw WireError(Wire::InvalidArgs, std::string(Member.Name) + " is of type " + Member.In +
-                                               ", not " + std::string(Text(Given)));
+                                               ", not " + std::string(TextOf(Given)));
     }
     Taken(sd_bus_message_enter_container(Call, 'v', Member.In));
     Message Answer = NewAnswer(Call);
@@ -202,7 +198,7 @@ Message GetAllProperties(PlayDllClass& Player, sd_bus_message* Call) {
     RequireSignature(Call, "s");
     const char* Interface = nullptr;
     Taken(sd_bus_message_read(Call, "s", &Interface));
-    RequirePlayerInterface(Text(Interface));
+    RequirePlayerInterface(TextOf(Interface));
     Message Answer = NewAnswer(Call);
     Sent(sd_bus_message_open_container(Answer.get(), 'a', "{sv}"), NoAnswer);
     for (const DispatchMember& Member : Members) {
@@ -223,15 +219,15 @@ std::span<const DispatchMember> PlayDllClassMembers() {
 }
 
 bool OnlyLooks(sd_bus_message* Call) {
-    const std::string_view Interface = Text(sd_bus_message_get_interface(Call));
-    const std::string_view Name = Text(sd_bus_message_get_member(Call));
+    const std::string_view Interface = TextOf(sd_bus_message_get_interface(Call));
+    const std::string_view Name = TextOf(sd_bus_message_get_member(Call));
     return Interface == Wire::Introspectable ||
            (Interface == Wire::Properties && (Name == "Get" || Name == "GetAll"));
 }
 
 Message Dispatch(PlayDllClass& Player, sd_bus_message* Call) {
-    const std::string Interface(Text(sd_bus_message_get_interface(Call)));
-    const std::string_view Name = Text(sd_bus_message_get_member(Call));
+    const std::string Interface(TextOf(sd_bus_message_get_interface(Call)));
+    const std::string_view Name = TextOf(sd_bus_message_get_member(Call));
     if (Interface.empty() || Interface == Wire::PlayerInterface) return RunMethod(Player, Call);
     if (Interface != Wire::Properties) {
         throw WireError(Wire::UnknownInterface, "there is no interface " + Interface);

@@ -17,10 +17,6 @@ namespace {
 constexpr int MostDepth = 8;
 constexpr std::int64_t LastAnswersMs = 500;
 
-std::string_view Text(const char* MayBeNull) {
-    return MayBeNull == nullptr ? "" : MayBeNull;
-}
-
 }  // namespace
 
 Host::Host(PlayServer& ServerOf, std::unique_ptr<BusLink> LinkOf, bool IsOnBus,
@@ -150,8 +146,8 @@ void Host::Serve(sd_bus_message* Call) {
 }
 
 void Host::Carry(sd_bus_message* Call) {
-    const std::string_view Interface = Text(sd_bus_message_get_interface(Call));
-    const std::string_view Path = Text(sd_bus_message_get_path(Call));
+    const std::string_view Interface = TextOf(sd_bus_message_get_interface(Call));
+    const std::string_view Path = TextOf(sd_bus_message_get_path(Call));
     if (OnBus) Admit(Call);
     if (Interface == Wire::Introspectable) return Answer(Call);
     if (Path != Wire::PlayerPath) {
@@ -164,16 +160,16 @@ void Host::Carry(sd_bus_message* Call) {
 }
 
 void Host::Answer(sd_bus_message* Call) {
-    const std::string Name(Text(sd_bus_message_get_member(Call)));
+    const std::string Name(TextOf(sd_bus_message_get_member(Call)));
     if (Name != "Introspect") throw WireError(Wire::UnknownMethod, "there is no method " + Name);
     RequireSignature(Call, "");
-    const std::string Found = IntrospectionOf(Text(sd_bus_message_get_path(Call)));
+    const std::string Found = IntrospectionOf(TextOf(sd_bus_message_get_path(Call)));
     if (Found.empty()) throw WireError(Wire::UnknownObject, "there is no such object");
     sd_bus_reply_method_return(Call, "s", Found.c_str());
 }
 
 void Host::CarryHosting(sd_bus_message* Call) {
-    const std::string_view Name = Text(sd_bus_message_get_member(Call));
+    const std::string_view Name = TextOf(sd_bus_message_get_member(Call));
     if (Name == "Advise") return Advise(Call);
     if (Name == "Release") return Release(Call);
     throw WireError(Wire::UnknownMethod, "there is no method " + std::string(Name));
@@ -183,7 +179,7 @@ void Host::Advise(sd_bus_message* Call) {
     RequireSignature(Call, "o");
     const char* Path = nullptr;
     Taken(sd_bus_message_read(Call, "o", &Path));
-    Sink.Advise(std::string(Text(sd_bus_message_get_sender(Call))), Path);
+    Sink.Advise(std::string(TextOf(sd_bus_message_get_sender(Call))), Path);
     sd_bus_reply_method_return(Call, "");
 }
 
@@ -201,7 +197,7 @@ void Host::Release(sd_bus_message* Call) {
 // Who may do what on the session bus.
 
 void Host::Admit(sd_bus_message* Call) {
-    const std::string Sender(Text(sd_bus_message_get_sender(Call)));
+    const std::string Sender(TextOf(sd_bus_message_get_sender(Call)));
     RequireOwnUser(Sender);
     if (OnlyLooks(Call) || Sender == Owner) return;
     if (!Owner.empty()) {

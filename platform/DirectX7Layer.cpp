@@ -15,10 +15,6 @@ constexpr std::int32_t KnownFlags = DSBCAPS_LOCSOFTWARE | DSBCAPS_CTRLFREQUENCY 
                                     DSBCAPS_CTRLPOSITIONNOTIFY | DSBCAPS_GLOBALFOCUS |
                                     DSBCAPS_GETCURRENTPOSITION2;
 
-void Require(bool Holds, const std::string& Otherwise) {
-    if (!Holds) throw RuntimeFailure(FailureKind::Device, Otherwise);
-}
-
 /// Runs Work, and puts the name of the call before what it fails with.
 template <typename Work>
 auto Calling(const char* Name, Work Run) {
@@ -40,7 +36,7 @@ class DirectXEvents {
         return LastHandle;
     }
     void Require(std::int32_t Handle) const {
-        Tolvar::Require(ByHandle.contains(Handle), "there is no event " + std::to_string(Handle));
+        RequireOfDevice(ByHandle.contains(Handle), "there is no event " + std::to_string(Handle));
     }
     void Remove(std::int32_t Handle) {
         Require(Handle);
@@ -86,7 +82,8 @@ class LayerBuffer : public DirectSoundBuffer {
     void WriteBuffer(std::int32_t Start, std::int32_t Bytes, const std::int16_t* FirstSample,
                      std::int32_t WriteFlags) override {
         Calling("DirectSoundBuffer.WriteBuffer", [&] {
-            Require(WriteFlags == 0, "the flags " + std::to_string(WriteFlags) + " are not 0");
+            RequireOfDevice(WriteFlags == 0,
+                            "the flags " + std::to_string(WriteFlags) + " are not 0");
             Voice.Write(Start, Bytes, FirstSample);
         });
     }
@@ -104,8 +101,8 @@ class LayerBuffer : public DirectSoundBuffer {
 
     void Play(std::int32_t PlayFlags) override {
         Calling("DirectSoundBuffer.Play", [&] {
-            Require(PlayFlags == DSBPLAY_LOOPING,
-                    "the flags " + std::to_string(PlayFlags) + " are not DSBPLAY_LOOPING");
+            RequireOfDevice(PlayFlags == DSBPLAY_LOOPING,
+                            "the flags " + std::to_string(PlayFlags) + " are not DSBPLAY_LOOPING");
             Voice.Play();
         });
     }
@@ -123,7 +120,7 @@ class LayerBuffer : public DirectSoundBuffer {
         return Checked<std::int32_t>(Frame % Voice.BufferFrames() * Voice.BytesPerFrame());
     }
     void RequireFlag(std::int32_t Flag, const char* Name) const {
-        Require((Flags & Flag) != 0, std::string("the buffer was made without ") + Name);
+        RequireOfDevice((Flags & Flag) != 0, std::string("the buffer was made without ") + Name);
     }
 
     LoopingVoice Voice;
@@ -138,9 +135,9 @@ class LayerSound : public DirectSound {
 
     void SetCooperativeLevel(std::int32_t Window, std::int32_t Level) override {
         Calling("DirectSound.SetCooperativeLevel", [&] {
-            Require(Window != 0, "there is no window");
-            Require(Level == DSSCL_PRIORITY,
-                    "the level " + std::to_string(Level) + " is not DSSCL_PRIORITY");
+            RequireOfDevice(Window != 0, "there is no window");
+            RequireOfDevice(Level == DSSCL_PRIORITY,
+                            "the level " + std::to_string(Level) + " is not DSSCL_PRIORITY");
             HasLevel = true;
         });
     }
@@ -148,15 +145,15 @@ class LayerSound : public DirectSound {
     std::unique_ptr<DirectSoundBuffer> CreateSoundBuffer(const DSBUFFERDESC& Desc,
                                                          const WAVEFORMATEX& Format) override {
         return Calling("DirectSound.CreateSoundBuffer", [&] {
-            Require(HasLevel, "SetCooperativeLevel was not called");
-            Require((Desc.lFlags & ~KnownFlags) == 0,
-                    "the flags " + std::to_string(Desc.lFlags) + " are not all known");
+            RequireOfDevice(HasLevel, "SetCooperativeLevel was not called");
+            RequireOfDevice((Desc.lFlags & ~KnownFlags) == 0,
+                            "the flags " + std::to_string(Desc.lFlags) + " are not all known");
             const auto Playable = PlayableFormat(Format, LoopingVoice::MostHz);
-            Require(Playable.has_value(),
-                    "the format (tag " + std::to_string(Format.wFormatTag) + ", " +
-                        std::to_string(Format.nChannels) + " channels, " +
-                        std::to_string(Format.nSamplesPerSec) + " Hz, " +
-                        std::to_string(Format.wBitsPerSample) + " bits) cannot be played");
+            RequireOfDevice(Playable.has_value(),
+                            "the format (tag " + std::to_string(Format.wFormatTag) + ", " +
+                                std::to_string(Format.nChannels) + " channels, " +
+                                std::to_string(Format.nSamplesPerSec) + " Hz, " +
+                                std::to_string(Format.wBitsPerSample) + " bits) cannot be played");
             return std::make_unique<LayerBuffer>(Card, Events, *Playable, Desc);
         });
     }
@@ -178,8 +175,8 @@ DirectX7Root::~DirectX7Root() {
 
 std::unique_ptr<DirectSound> DirectX7Root::DirectSoundCreate(const std::string& Device) {
     return Calling("DirectX7.DirectSoundCreate", [&] {
-        Require(Device.empty(), "there is no device \"" + Device + "\"");
-        Require(Card.Present(), "there is no sound device");
+        RequireOfDevice(Device.empty(), "there is no device \"" + Device + "\"");
+        RequireOfDevice(Card.Present(), "there is no sound device");
         return std::make_unique<LayerSound>(Card, Events);
     });
 }

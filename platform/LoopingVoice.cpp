@@ -9,15 +9,11 @@
 namespace Tolvar {
 namespace {
 
-void Require(bool Holds, const std::string& Otherwise) {
-    if (!Holds) throw RuntimeFailure(FailureKind::Device, Otherwise);
-}
-
 void CheckFrequency(std::int32_t Hz) {
-    Require(Hz >= LoopingVoice::LeastHz && Hz <= LoopingVoice::MostHz,
-            "the frequency " + std::to_string(Hz) + " Hz is not within " +
-                std::to_string(LoopingVoice::LeastHz) + " to " +
-                std::to_string(LoopingVoice::MostHz) + " Hz");
+    RequireOfDevice(Hz >= LoopingVoice::LeastHz && Hz <= LoopingVoice::MostHz,
+                    "the frequency " + std::to_string(Hz) + " Hz is not within " +
+                        std::to_string(LoopingVoice::LeastHz) + " to " +
+                        std::to_string(LoopingVoice::MostHz) + " Hz");
 }
 
 std::vector<std::int16_t> Silence(std::int32_t Bytes) {
@@ -33,13 +29,13 @@ std::vector<std::int16_t> Silence(std::int32_t Bytes) {
 
 LoopingVoice::LoopingVoice(SoundCard& TheCard, StreamFormat TheFormat, std::int32_t Bytes)
     : Card(TheCard), Format(TheFormat), Timer(TheFormat.RateHz) {
-    Require(Card.Present(), "there is no sound device");
-    Require(Format.Channels == 1 || Format.Channels == 2,
-            std::to_string(Format.Channels) + " channels are not 1 or 2");
+    RequireOfDevice(Card.Present(), "there is no sound device");
+    RequireOfDevice(Format.Channels == 1 || Format.Channels == 2,
+                    std::to_string(Format.Channels) + " channels are not 1 or 2");
     CheckFrequency(Format.RateHz);
-    Require(Bytes > 0 && Bytes <= MostBytes, "a buffer of " + std::to_string(Bytes) +
-                                                 " bytes is not within 1 to " +
-                                                 std::to_string(MostBytes));
+    RequireOfDevice(Bytes > 0 && Bytes <= MostBytes, "a buffer of " + std::to_string(Bytes) +
+                                                         " bytes is not within 1 to " +
+                                                         std::to_string(MostBytes));
     CheckWholeFrames("size", Bytes);
     Samples = Silence(Bytes);
     Frames = Bytes / Format.BytesPerFrame();
@@ -52,12 +48,12 @@ LoopingVoice::~LoopingVoice() {
 }
 
 void LoopingVoice::SetNotifications(std::vector<Notification> Wanted) {
-    Require(!Playing, "the notifications cannot be changed while the buffer plays");
+    RequireOfDevice(!Playing, "the notifications cannot be changed while the buffer plays");
     const std::int64_t Size = Frames * BytesPerFrame();
     for (const Notification& Each : Wanted) {
-        Require(Each.Offset >= 0 && Each.Offset < Size,
-                "the notification offset " + std::to_string(Each.Offset) +
-                    " lies outside the buffer of " + std::to_string(Size) + " bytes");
+        RequireOfDevice(Each.Offset >= 0 && Each.Offset < Size,
+                        "the notification offset " + std::to_string(Each.Offset) +
+                            " lies outside the buffer of " + std::to_string(Size) + " bytes");
     }
     Notifications = std::move(Wanted);
     std::ranges::stable_sort(Notifications, {}, [this](const Notification& Each) {
@@ -68,10 +64,10 @@ void LoopingVoice::SetNotifications(std::vector<Notification> Wanted) {
 
 void LoopingVoice::Write(std::int32_t Offset, std::int32_t Bytes, const std::int16_t* FirstSample) {
     const std::int64_t Size = Frames * BytesPerFrame();
-    Require(FirstSample != nullptr, "there are no samples");
-    Require(Offset >= 0 && Bytes > 0 && std::int64_t{Offset} + Bytes <= Size,
-            std::to_string(Bytes) + " bytes at offset " + std::to_string(Offset) +
-                " do not lie inside the buffer of " + std::to_string(Size) + " bytes");
+    RequireOfDevice(FirstSample != nullptr, "there are no samples");
+    RequireOfDevice(Offset >= 0 && Bytes > 0 && std::int64_t{Offset} + Bytes <= Size,
+                    std::to_string(Bytes) + " bytes at offset " + std::to_string(Offset) +
+                        " do not lie inside the buffer of " + std::to_string(Size) + " bytes");
     CheckWholeFrames("offset", Offset);
     CheckWholeFrames("byte count", Bytes);
     CatchUp();
@@ -80,9 +76,9 @@ void LoopingVoice::Write(std::int32_t Offset, std::int32_t Bytes, const std::int
 
 void LoopingVoice::SetCursor(std::int32_t Offset) {
     const std::int64_t Size = Frames * BytesPerFrame();
-    Require(Offset >= 0 && Offset < Size, "the offset " + std::to_string(Offset) +
-                                              " lies outside the buffer of " +
-                                              std::to_string(Size) + " bytes");
+    RequireOfDevice(Offset >= 0 && Offset < Size, "the offset " + std::to_string(Offset) +
+                                                      " lies outside the buffer of " +
+                                                      std::to_string(Size) + " bytes");
     CheckWholeFrames("offset", Offset);
     CatchUp();
     Heard = HandedOver = Offset / BytesPerFrame();
@@ -144,13 +140,14 @@ void LoopingVoice::Advance() {
 }
 
 void LoopingVoice::CheckCardIsFree() const {
-    Require(!Card.PlaysOther(*this), "the sound card plays another sound already");
+    RequireOfDevice(!Card.PlaysOther(*this), "the sound card plays another sound already");
 }
 
 void LoopingVoice::CheckWholeFrames(const char* What, std::int32_t Bytes) const {
-    Require(Bytes % BytesPerFrame() == 0,
-            std::string("the ") + What + " of " + std::to_string(Bytes) +
-                " bytes is not whole frames of " + std::to_string(BytesPerFrame()) + " bytes");
+    RequireOfDevice(Bytes % BytesPerFrame() == 0, std::string("the ") + What + " of " +
+                                                      std::to_string(Bytes) +
+                                                      " bytes is not whole frames of " +
+                                                      std::to_string(BytesPerFrame()) + " bytes");
 }
 
 /// The first signal that is due when the cursor is at Frame, or later.

@@ -27,4 +27,9 @@ class RuntimeFailure : public std::runtime_error {
     FailureKind KindOf;
 };
 
+/// RuntimeFailure(Device) with that text, unless it holds.
+inline void RequireOfDevice(bool Holds, const std::string& Otherwise) {
+    if (!Holds) throw RuntimeFailure(FailureKind::Device, Otherwise);
+}
+
 }  // namespace Tolvar

@@ -37,6 +37,11 @@ int Taken(int Result);
 /// WireError(InvalidArgs) unless the arguments are exactly those.
 void RequireSignature(sd_bus_message* Call, const char* Signature);
 
+/// Empty for a null pointer, which is what sd-bus gives for a field that a message has not.
+inline std::string_view TextOf(const char* MayBeNull) {
+    return MayBeNull == nullptr ? "" : MayBeNull;
+}
+
 /// Text in which every byte that is not part of valid UTF-8, and every zero byte, has become
 /// U+FFFD: the wire takes no other.
 std::string WireText(std::string_view Text);

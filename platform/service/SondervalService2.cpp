@@ -14,10 +14,6 @@ using namespace Tolvar;
 constexpr std::int32_t Done = 1;
 constexpr std::int32_t Refused = 0;
 
-void Require(bool Holds, const std::string& Otherwise) {
-    if (!Holds) throw RuntimeFailure(FailureKind::Device, Otherwise);
-}
-
 /// Runs one entry point for the current server; no failure leaves it but as a line in the log.
 template <typename Work>
 std::int32_t Answer(const char* Name, Work Call) noexcept {
@@ -36,7 +32,7 @@ StreamingBuffer* BufferOf(const ServiceHost& Host) {
 }
 
 StreamingBuffer& NeededBuffer(const ServiceHost& Host) {
-    Require(Host.Held != nullptr, "there is no buffer");
+    RequireOfDevice(Host.Held != nullptr, "there is no buffer");
     return *BufferOf(Host);
 }
 
@@ -49,7 +45,7 @@ std::int32_t Release(ServiceHost& Host) {
 
 std::int32_t Service01(std::int32_t* Wraps, std::int32_t* Cursor) {
     return Answer("Service01", [&](ServiceHost& Host) {
-        Require(Wraps != nullptr && Cursor != nullptr, "a variable is missing");
+        RequireOfDevice(Wraps != nullptr && Cursor != nullptr, "a variable is missing");
         if (Host.Held == nullptr) return Refused;
         LoopingVoice& Voice = BufferOf(Host)->Voice();
         const std::int64_t Heard = Voice.FramesHeard();
@@ -64,7 +60,7 @@ std::int32_t Service01(std::int32_t* Wraps, std::int32_t* Cursor) {
 std::int32_t Service02(std::int32_t /*Window*/, std::int32_t Channels, std::int32_t Rate,
                        std::int32_t Bits, std::int32_t Bytes) {
     return Answer("Service02", [&](ServiceHost& Host) {
-        Require(Bits == 16, std::to_string(Bits) + " bits are not 16");
+        RequireOfDevice(Bits == 16, std::to_string(Bits) + " bits are not 16");
         Host.Held =
             std::make_unique<StreamingBuffer>(Host.Card, StreamFormat{Channels, Rate}, Bytes);
         return Done;
@@ -77,8 +73,8 @@ std::int32_t Service03() {
 
 std::int32_t Service04(std::int32_t Restart, std::int32_t Frequency) {
     return Answer("Service04", [&](ServiceHost& Host) {
-        Require(Restart == 0 || Restart == 1,
-                "the restart flag " + std::to_string(Restart) + " is not 0 or 1");
+        RequireOfDevice(Restart == 0 || Restart == 1,
+                        "the restart flag " + std::to_string(Restart) + " is not 0 or 1");
         NeededBuffer(Host).Play(Restart == 1, Frequency);
         return Done;
     });
@@ -105,9 +101,9 @@ std::int32_t Service07() {
 std::int32_t Service08(std::int32_t* Stopped, std::int32_t* RefillSecond, std::int32_t* RefillFirst,
                        std::int32_t* Spare) {
     return Answer("Service08", [&](ServiceHost& Host) {
-        Require(Stopped != nullptr && RefillSecond != nullptr && RefillFirst != nullptr &&
-                    Spare != nullptr,
-                "a variable is missing");
+        RequireOfDevice(Stopped != nullptr && RefillSecond != nullptr && RefillFirst != nullptr &&
+                            Spare != nullptr,
+                        "a variable is missing");
         StreamingBuffer* const Buffer = BufferOf(Host);
         const bool Plays = Buffer != nullptr && Buffer->Voice().IsPlaying();
         const auto Entered = Plays ? Buffer->TakeEntered() : StreamingBuffer::Entered{};

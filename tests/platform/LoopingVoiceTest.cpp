@@ -8,7 +8,7 @@
 namespace Tolvar::Testing {
 namespace {
 
-void Put(LoopingVoice& Voice, int Frame, const Samples& Some) {
+void Fill(LoopingVoice& Voice, int Frame, const Samples& Some) {
     Voice.Write(Frame * Voice.BytesPerFrame(), static_cast<std::int32_t>(Some.size()) * 2,
                 Some.data());
 }
@@ -19,7 +19,7 @@ TEST(LoopingVoiceTest, PositionsAreExactAndEveryFrameIsHeardOnceBitForBit) {
         CardRig Rig({SinkRate::Rule::Native, 0});
         LoopingVoice Voice(Rig.Card, {Channels, 44100}, 997 * Channels * 2);
         const Samples Content = Numbers(-500, 997 * Channels);
-        Put(Voice, 0, Content);
+        Fill(Voice, 0, Content);
         Voice.SetFrequency(Hz);
         Voice.Play();
         std::int64_t Passed = 0;
@@ -50,9 +50,9 @@ struct TwentyFrames : CardRig, ::testing::Test {
 };
 
 TEST_F(TwentyFrames, RefillingTheHalfThatWasLeftPlaysEveryNumberOnceThroughStopsAndChanges) {
-    Put(*Voice, 0, Numbers(0, 10));
+    Fill(*Voice, 0, Numbers(0, 10));
     for (int Segment = 1; Segment <= 20; ++Segment) {
-        Put(*Voice, Segment % 2 * 10, Numbers(Segment * 10, 10));
+        Fill(*Voice, Segment % 2 * 10, Numbers(Segment * 10, 10));
         Voice->Play();
         AdvanceNs(4'700'000);
         if (Segment % 3 == 0) Voice->Stop();
@@ -62,7 +62,7 @@ TEST_F(TwentyFrames, RefillingTheHalfThatWasLeftPlaysEveryNumberOnceThroughStops
         EXPECT_EQ(Voice->FramesHeard(), Segment * 10);
     }
     Voice->SetCursor(30);
-    Put(*Voice, 15, Numbers(200, 5));
+    Fill(*Voice, 15, Numbers(200, 5));
     Home.AdvanceBy(5);
     Voice.reset();
     EXPECT_EQ(Heard.Heard, Numbers(0, 205)) << "frames 15 to 19 of the last pass were not heard";
@@ -87,7 +87,7 @@ TEST_F(TwentyFrames, AFrequencyChangeNeverMovesThePosition) {
 }
 
 TEST_F(TwentyFrames, AFrequencyChangeLosesNothingOfWhatTheResamplerHolds) {
-    Put(*Voice, 0, Samples(20, 1000));
+    Fill(*Voice, 0, Samples(20, 1000));
     Voice->Play();
     for (const int Hz : {2000, 500, 1000, 100'000, 100}) {
         Voice->SetFrequency(Hz);
@@ -176,7 +176,7 @@ TEST(LoopingVoiceTest, ATempoMovesThePitchAndAddsNoNoiseWhereTheBufferWraps) {
                 const double Angle = 2 * std::numbers::pi * 1000 * I / Rate;
                 Sine.push_back(static_cast<std::int16_t>(std::lround(30000 * std::sin(Angle))));
             }
-            Put(Voice, 0, Sine);
+            Fill(Voice, 0, Sine);
             Voice.SetFrequency(Hz);
             Voice.Play();
             Rig.Home.AdvanceBy(1000);
