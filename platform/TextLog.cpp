@@ -1,8 +1,12 @@
 #include "platform/TextLog.h"
 
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -43,6 +47,16 @@ void AppendVisible(std::string& Line, unsigned char Byte) {
     }
 }
 
+// A pipe with room takes as much as PIPE_BUF whole, and longer lines in parts for which it waits.
+bool Printed(std::string Line) noexcept {
+    if (Line.size() >= PIPE_BUF) Line.resize(PIPE_BUF - 1);
+    Line += '\n';
+    pollfd Ready{STDERR_FILENO, POLLOUT, 0};
+    return poll(&Ready, 1, 0) > 0 && write(STDERR_FILENO, Line.data(), Line.size()) >= 0;
+}
+
+std::atomic<int> LinesDropped = 0;
+
 }  // namespace
 
 std::string OneLine(std::string_view Text) {
@@ -60,10 +74,13 @@ std::string OneLine(std::string_view Text) {
 
 void PrintError(std::string_view Line) noexcept {
     try {
-        const std::string Whole = OneLine(Line) + "\n";
-        std::fwrite(Whole.data(), 1, Whole.size(), stderr);
+        const int Before = LinesDropped;
+        if (Before > 0 && Printed("(" + std::to_string(Before) + " lines dropped here)")) {
+            LinesDropped -= Before;
+        }
+        if (!Printed(OneLine(Line))) ++LinesDropped;
     } catch (...) {
-        std::fputs("out of memory while an error was printed\n", stderr);
+        ++LinesDropped;
     }
 }
 

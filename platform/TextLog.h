@@ -27,7 +27,8 @@ class TextLog : public Log {
     Descriptor Out;
 };
 
-/// One line on standard error.
+/// One line on standard error. It never waits for a reader: a line for which there is no room now
+/// is dropped, and the next one that finds room says how many were. Any thread.
 void PrintError(std::string_view Line) noexcept;
 
 }  // namespace Tolvar

@@ -3,12 +3,18 @@
 #include <utility>
 
 namespace Tolvar {
+namespace {
+
+// Less than an editor would grant: somebody sits before the terminal and has pressed Ctrl-C.
+constexpr int LimitMs = 10'000;
+
+}  // namespace
 
 RemotePlayer::RemotePlayer(const std::optional<std::vector<std::string>>& Arguments,
                            const std::string& LogPath)
     : Journal(LogPath), Loop(Time, Journal), Client(Translated([&] {
-          return Arguments ? PlayDllClient::Start({.Arguments = *Arguments})
-                           : PlayDllClient::OnSessionBus();
+          return Arguments ? PlayDllClient::Start({.Arguments = *Arguments, .LimitMs = LimitMs})
+                           : PlayDllClient::OnSessionBus(LimitMs);
       })) {
     Client.OnServerGone([this](const std::string& Text) {
         Why = Text;

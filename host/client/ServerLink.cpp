@@ -13,10 +13,6 @@ constexpr std::int64_t NsPerMs = 1'000'000;
 constexpr int MostLastMs = 5000;  // for letting go when nobody waits to hear of it
 constexpr const char* OverText = "the playback server has been released";
 
-std::string_view Text(const char* MayBeNull) {
-    return MayBeNull == nullptr ? "" : MayBeNull;
-}
-
 // Errors with which a bus answers in the place of a process that is gone.
 bool TellsOfDeath(std::string_view Name) {
     return Name == SD_BUS_ERROR_NO_REPLY || Name == SD_BUS_ERROR_SERVICE_UNKNOWN ||
@@ -30,8 +26,8 @@ void RequireStarted(sd_bus* Bus) {
                                           "org.freedesktop.DBus", "StartServiceByName", &Error,
                                           nullptr, "su", Wire::BusName, std::uint32_t{0});
     const PlayDllError Refused{
-        std::string(Text(Error.name)),
-        "no playback server on the session bus: " + std::string(Text(Error.message))};
+        std::string(TextOf(Error.name)),
+        "no playback server on the session bus: " + std::string(TextOf(Error.message))};
     sd_bus_error_free(&Error);
     if (Result < 0) throw PlayDllError(Refused);
 }
@@ -83,7 +79,14 @@ void ServerLink::FindOnBus() {
 void ServerLink::Advise() {
     const Message Asked = NewCall(Wire::HostingInterface, "Advise");
     Sent(sd_bus_message_append(Asked.get(), "o", Wire::SinkPath), NoCall);
-    Finish(Asked);
+    try {
+        Finish(Asked);
+    } catch (const PlayDllError&) {
+        if (!Gone() || !Process) throw;
+        Link.reset();  // so that it ends, if it has not
+        throw PlayDllError("", "the playback server did not start (exit code " +
+                                   std::to_string(Process->Await()) + ")");
+    }
 }
 
 void ServerLink::OnServerGone(std::function<void(const std::string&)> Handler) {
@@ -117,7 +120,7 @@ Message ServerLink::Finish(const Message& Asked, const char* Known) {
     if (!Destination.empty() && TellsOfDeath(Error->name)) {
         FailGone(Member, "the playback server is gone: it has left the session bus");
     }
-    throw PlayDllError(Error->name, std::string(Text(Error->message)));
+    throw PlayDllError(Error->name, std::string(TextOf(Error->message)));
 }
 
 // Null when the connection is gone. A report is a sign of life, and the time that the sink takes is
@@ -254,7 +257,7 @@ void ServerLink::ServeReport(sd_bus_message* Report) {
         if (sd_bus_message_is_method_call(Report, Wire::EventInterface, "MsgBoxOb") <= 0) {
             throw WireError(Wire::UnknownMethod, "only MsgBoxOb is known here");
         }
-        if (!Destination.empty() && Text(sd_bus_message_get_sender(Report)) != Destination) {
+        if (!Destination.empty() && TextOf(sd_bus_message_get_sender(Report)) != Destination) {
             throw WireError(Wire::AccessDenied, "only the playback server reports here");
         }
         RequireSignature(Report, "ss");

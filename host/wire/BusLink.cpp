@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,12 +21,24 @@ constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t SecondNs = 1'000'000'000;
 constexpr std::uint64_t MostUnsent = 10'000;  // messages that the other end has not read
 
+void RequireStream(const Descriptor& Socket) {
+    int Type = 0;
+    socklen_t Size = sizeof Type;
+    const std::string Name = "descriptor " + std::to_string(Socket.Get());
+    if (getsockopt(Socket.Get(), SOL_SOCKET, SO_TYPE, &Type, &Size) != 0) {
+        throw ErrnoFailure(Name + " is no socket", errno, FailureKind::Input);
+    }
+    if (Type != SOCK_STREAM) {
+        throw RuntimeFailure(FailureKind::Input, Name + " is not a stream socket");
+    }
+}
+
 // A socket can be handed on, so it is the maker that is looked at: the user's own or nobody's.
 void RequireOwnUser(const Descriptor& Socket) {
     ucred Maker{};
     socklen_t Size = sizeof Maker;
     if (getsockopt(Socket.Get(), SOL_SOCKET, SO_PEERCRED, &Maker, &Size) != 0) {
-        throw ErrnoFailure("descriptor " + std::to_string(Socket.Get()) + " is no socket", errno,
+        throw ErrnoFailure("cannot tell who made descriptor " + std::to_string(Socket.Get()), errno,
                            FailureKind::Input);
     }
     if (Maker.uid != geteuid()) {
@@ -45,6 +58,7 @@ std::int64_t BusLink::NowNs() {
 
 BusLink::BusLink(Descriptor Socket, Side As) {
     const std::string What = "cannot set up the connection";
+    RequireStream(Socket);
     RequireOwnUser(Socket);
     sd_bus* Made = nullptr;
     Sent(sd_bus_new(&Made), What);
@@ -81,7 +95,10 @@ BusLink::~BusLink() = default;
 
 void BusLink::Begin() {
     Wait = Descriptor(epoll_create1(EPOLL_CLOEXEC));
-    if (!Wait) throw ErrnoFailure("cannot wait for messages", errno, FailureKind::Library);
+    Ended = Descriptor(eventfd(1, EFD_CLOEXEC));
+    if (!Wait || !Ended) {
+        throw ErrnoFailure("cannot wait for messages", errno, FailureKind::Library);
+    }
     Sent(sd_bus_add_filter(Bus(), nullptr, &OnMessage, this), "cannot watch the messages");
 }
 
@@ -102,6 +119,10 @@ void BusLink::Close(int Error) noexcept {
         Closing.clear();
     }
     sd_bus_close(Bus());
+    // Nothing of the connection would wake the owner any more, who may not know of the end yet.
+    epoll_event Event{};
+    Event.events = EPOLLIN;
+    epoll_ctl(Wait.Get(), EPOLL_CTL_ADD, Ended.Get(), &Event);
 }
 
 void BusLink::Rearm() noexcept {

@@ -37,7 +37,7 @@ class BusLink {
     /// Gives up on the other end, which sees the connection closed.
     void Abandon() noexcept { Close(ETIMEDOUT); }
 
-    /// Readable when Receive has something to do.
+    /// Readable when Receive has something to do, and for good when the connection has ended.
     int WaitFd() const { return Wait.Get(); }
     /// Nanoseconds until Receive has to be called whatever WaitFd says; none: never.
     std::optional<std::int64_t> DueInNs() const;
@@ -92,8 +92,9 @@ class BusLink {
     int Note(sd_bus_message* Come);
     static int OnMessage(sd_bus_message* Come, void* Self, sd_bus_error* Error);
 
-    Descriptor Wait;  // an epoll of the connection for what it waits for now
-    int BusFd = -1;   // the connection's
+    Descriptor Wait;   // an epoll of the connection for what it waits for now
+    Descriptor Ended;  // readable; in Wait when the connection has ended
+    int BusFd = -1;    // the connection's
     std::uint32_t Watched = 0;
     BusPtr Connection;
     bool IsOpen = true;

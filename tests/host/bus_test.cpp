@@ -149,6 +149,19 @@ TEST(Bus, ThatIsMissingIsSaidByProxyAndServer) {
     unsetenv("DBUS_SESSION_BUS_ADDRESS");
 }
 
+TEST(Descriptor, ThatIsNoStreamSocketIsRefused) {
+    std::array<int, 2> Pair{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, Pair.data()), 0);
+    const Descriptor Ours(Pair[0]), Theirs(Pair[1]);
+    int Code = 0;
+    for (const auto& [Fd, Why] : {std::pair{Theirs.Get(), "is not a stream socket"},
+                                  std::pair{1, "is no socket"}, std::pair{999, "is no socket"}}) {
+        const std::string Asked = HOST_PROGRAM " --fd " + std::to_string(Fd) + " 2>&1";
+        EXPECT_THAT(OutputOf(Asked, Code), HasSubstr(Why));
+        EXPECT_EQ(WEXITSTATUS(Code), 1);
+    }
+}
+
 TEST(AnotherUser, IsTurnedAwayOnASocketAndOnTheBus) {
     if (geteuid() != 0) GTEST_SKIP() << "takes root to be another user";
     ASSERT_EQ(seteuid(65534), 0);

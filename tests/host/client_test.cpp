@@ -103,6 +103,14 @@ std::vector<std::string> Drive(Player& Object) {
     return Lines;
 }
 
+TEST(Client, HearsWhyAServerDoesNotStart) {
+    EXPECT_THAT(FailureOf([] {
+                    StartQuiet({"--device", "wav:/nowhere/x.wav"});
+                }),
+                HasSubstr("the playback server did not start (exit code 1)"));
+    EXPECT_THAT(FailureOf([] { StartQuiet({"--rate", "x"}); }), HasSubstr("(exit code 2)"));
+}
+
 TEST(Client, EveryMemberDoesOverTheWireWhatItDoesInProcess) {
     PlayServer Near({.Engine = EngineOrder::WaveOut, .LogPath = "/dev/null"});
     PlayDllClient Far = StartQuiet();

@@ -178,6 +178,23 @@ TEST(Wire, AFloodIsAnsweredCallByCallWhileThePlayGoesOn) {
     EXPECT_GE(State.PlayCurPos, 60) << "not played to its end";
 }
 
+TEST(Wire, AnEndRightBehindAnAnswerWakesWhoeverWaits) {
+    Wired W;
+    RawEditor& Editor = W.Begin();
+    const int Waits = Editor.Link.WaitFd();
+    Editor.Meanwhile = [&W] {
+        if (!W.Hosting) return;
+        W.Server.Home().AdvanceBy(0);
+        if (W.Hosting->Finished()) W.Hosting.reset();  // answer and end are read in one go
+    };
+    EXPECT_EQ(Editor.Ask(Wire::HostingInterface, "Release", ""), "");
+    pollfd Ready{Waits, POLLIN, 0};
+    EXPECT_EQ(poll(&Ready, 1, 0), 1);
+    Editor.Link.Receive();
+    EXPECT_FALSE(Editor.Link.Open());
+    EXPECT_EQ(poll(&Ready, 1, 0), 1);
+}
+
 TEST(Wire, WhatTheFuzzerHasBegunWithIsHeardWithoutHarm) {
     int Heard = 0;
     for (const auto& Each : std::filesystem::directory_iterator(HOST_CORPUS)) {

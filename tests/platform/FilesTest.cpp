@@ -88,5 +88,27 @@ TEST_F(FilesTest, LogsAppendWholeLinesAndFallBackToStandardErrorAsBoxesDo) {
                              "message box: Disk\\\\r\\\\nfull\n"));
 }
 
+TEST_F(FilesTest, LinesThatNobodyReadsDoNotStopTheirWriter) {
+    std::array<int, 2> Pipe{};
+    ASSERT_EQ(pipe(Pipe.data()), 0);
+    const Descriptor Out(Pipe[0]);
+    const Descriptor Before(dup(STDERR_FILENO));
+    dup2(Pipe[1], STDERR_FILENO);
+    close(Pipe[1]);
+    TextLog Journal("");
+    const std::string Long(8000, 'x');
+    for (int I = 0; I < 40; ++I)  // more than any pipe takes
+        Journal.Write(Long);
+    std::string Read(1 << 20, ' ');
+    const auto First = read(Out.Get(), Read.data(), Read.size());
+    Journal.Write("seen");
+    const auto Size = read(Out.Get(), Read.data(), Read.size());
+    dup2(Before.Get(), STDERR_FILENO);
+    EXPECT_GT(First, 4095);
+    EXPECT_EQ(First % 4096, 0) << "whole lines, cut to what a pipe takes at once";
+    EXPECT_THAT(Read.substr(0, static_cast<std::size_t>(Size)),
+                MatchesRegex("\\([0-9]+ lines dropped here\\)\nseen\n"));
+}
+
 }  // namespace
 }  // namespace Tolvar::Testing
