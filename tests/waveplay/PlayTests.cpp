@@ -89,7 +89,7 @@ TEST(Play, SaysWhyThereIsNoServerAndWhatWasLost) {
     const struct {
         const char *Server, *Device, *Complaint;
     } Cases[] = {{"/no/such/server", "null", "/no/such/server: No such file"},
-                 {"/bin/false", "null", "the playback server is gone"},
+                 {"/bin/false", "null", "did not start (exit code 1)"},
                  {"", "wav:no/such/out.wav", "no/such"},
                  {"", "wav:/dev/full", "No space"}};
     for (const auto& [Server, Device, Complaint] : Cases) {
