@@ -62,7 +62,7 @@ class LoadedPlayer {
     Testing::ListBox Box;
     PosixFiles FileLayer;
     Apartment Home{Time, Journal};
-    SoundCard Card{Home, nullptr, SinkRate{}, Journal};
+    SoundCard Card{Home, {}, SinkRate{}, Journal};
     WaveOutDevice Wave{Card};
     DlServiceLibrary Service{Card, Journal};
     System Os{Home, FileLayer, Box, Journal, Wave, Service, [this] {

@@ -181,6 +181,8 @@ bool PlayApiClass::PlayMe() {
 
 bool PlayApiClass::UTurn() {
     return Trapped("UTurn failed", [this] {
+        // Paused before it is asked: what it played in between would be heard twice.
+        if (State.PlayRunningState != 0) Mm.waveOutPause(hWaveOut);
         UpdatePlayPosition();
         if (State.PlayRunningState != 0) HaltPlayback();
         TurnRound(State);

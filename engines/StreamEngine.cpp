@@ -12,6 +12,11 @@
 #include "stream/StreamBuffFill.h"
 
 namespace Tolvar {
+namespace {
+
+constexpr std::int32_t MostLateMs = 4000;  // a device that tells nothing must not keep a play alive
+
+}  // namespace
 
 StreamEngine::StreamEngine(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
     : PlayEngine(OsOf, Shared, std::move(Event)),
@@ -40,6 +45,8 @@ bool StreamEngine::PlayMe() {
 
 bool StreamEngine::UTurn() {
     State.FillEnded = false;
+    // Stopped before it is asked: what it played in between would be heard twice.
+    if (BufferLive) StopDevice();
     UpdatePlayPosition();
     HaltPlayback();
     TurnRound(State);
@@ -60,6 +67,7 @@ bool StreamEngine::StartRun(RunKind Kind) {
     // A mark left by a countdown that a halt disarmed must not end this run early.
     State.StopTimerMark = 0;
     EndSignalled = false;
+    LateMs = 0;
     if (Kind == RunKind::FromEdge) LoopCount = 0;
     SetPlayFriq();
     if (!StartDevice(true)) return FailRun();
@@ -153,8 +161,21 @@ std::int32_t StreamEngine::TimerMark(std::int32_t Since) const {
     return std::max(1, Round32(Ms - Since));
 }
 
+/// What a device that was late with its first frame, or ran dry, has still to play of the wave.
+std::int32_t StreamEngine::UnheardMs() {
+    const std::int64_t Left = std::int64_t{State.WaveNos} - State.PlayStartOff - FramesPlayed();
+    const double Ms = 1000.0 * static_cast<double>(Left) / State.PlayFriq;
+    return Left > 0 && HasDirection() ? Round32(std::ceil(std::min<double>(Ms, MostLateMs))) : 0;
+}
+
 void StreamEngine::StopPlayTimer_Timer() {
     StopPlayTimer.Enabled(false);
+    if (const std::int32_t LeftMs = UnheardMs(); LeftMs > 0 && LateMs < MostLateMs) {
+        LateMs += LeftMs;
+        StopPlayTimer.Interval(LeftMs);
+        StopPlayTimer.Enabled(true);
+        return;
+    }
     EndSignalled = false;  // a continue after the end is ended by its next signal
     if (State.LoopPlayON) {
         const std::int32_t Before = LoopCount;

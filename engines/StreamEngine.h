@@ -69,12 +69,14 @@ class StreamEngine : public PlayEngine {
     bool StartRun(RunKind Kind);
     bool FailRun();
     std::string StartText(RunKind Kind) const;
+    std::int32_t UnheardMs();
     void StopPlayTimer_Timer();
     void EndFailedRun(std::string_view Cause) noexcept;
 
     Timer& StopPlayTimer;
     bool BufferLive = false;     // a buffer has been created or started
     bool EndSignalled = false;   // a signal of this run has armed the countdown
+    std::int32_t LateMs = 0;     // by which the countdown of this run was put off
     std::int32_t LoopCount = 0;  // loop restarts since the last PlayMe
 };
 

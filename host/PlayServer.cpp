@@ -31,9 +31,14 @@ std::unique_ptr<MessageBox> MakeBox(const PlayServerOptions& Options, Log& Journ
     return std::make_unique<ConsoleMessageBox>(Journal);
 }
 
-std::unique_ptr<Sink> MakeOutput(const PlayServerOptions& Options) {
-    auto Output = MakeSink(Options.Device);
-    return Options.Through ? Options.Through(std::move(Output)) : std::move(Output);
+CardOutput OutputFor(const PlayServerOptions& Options, const Clock& Time) {
+    if (Options.VirtualClock && IsLiveDevice(Options.Device)) {
+        throw RuntimeFailure(FailureKind::Input,
+                             Options.Device + ": a sound device keeps real time: --clock real");
+    }
+    CardOutput Made = MakeOutput(Options.Device, Options.Live, Time);
+    if (Options.Through) Made.Recorded = Options.Through(std::move(Made.Recorded));
+    return Made;
 }
 
 }  // namespace
@@ -66,7 +71,7 @@ PlayServer::PlayServer(const PlayServerOptions& Options)
       Lines(Options.LogPath),
       Loop(*Time, Lines),
       Box(MakeBox(Options, Lines)),
-      Card(Loop, MakeOutput(Options), Options.Rate, Lines),
+      Card(Loop, OutputFor(Options, *Time), Options.Rate, Lines),
       Wave(Card),
       Service(Card, Lines),
       Parts{Loop,

@@ -6,11 +6,11 @@
 #include <string_view>
 
 #include "platform/Apartment.h"
+#include "platform/CardOutput.h"
 #include "platform/Clock.h"
 #include "platform/MessageBox.h"
 #include "platform/PosixFiles.h"
 #include "platform/ServiceLoader.h"
-#include "platform/Sink.h"
 #include "platform/SoundCard.h"
 #include "platform/System.h"
 #include "platform/TextLog.h"
@@ -24,7 +24,8 @@ namespace Tolvar {
 /// What a player object is set up with.
 struct PlayServerOptions {
     bool VirtualClock = false;    ///< time jumps, and descriptors are not watched
-    std::string Device = "null";  ///< as MakeSink takes it, or "auto"
+    std::string Device = "null";  ///< as MakeOutput takes it
+    LiveOptions Live = {};        ///< for a real device
     SinkRate Rate = {};
     EngineOrder Engine = EngineOrder::Auto;
     std::string LogPath = {};  ///< "": standard error

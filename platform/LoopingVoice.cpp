@@ -71,6 +71,7 @@ void LoopingVoice::Write(std::int32_t Offset, std::int32_t Bytes, const std::int
     CheckWholeFrames("offset", Offset);
     CheckWholeFrames("byte count", Bytes);
     CatchUp();
+    const auto Held = Card.HoldContent();
     std::memcpy(Samples.data() + Offset / 2, FirstSample, static_cast<std::size_t>(Bytes));
 }
 
@@ -80,18 +81,17 @@ void LoopingVoice::SetCursor(std::int32_t Offset) {
                                                       " lies outside the buffer of " +
                                                       std::to_string(Size) + " bytes");
     CheckWholeFrames("offset", Offset);
-    CatchUp();
+    Halt();
     Heard = HandedOver = Offset / BytesPerFrame();
     NextSignal = FirstSignalFrom(Heard);
     Timer.Start(Card.NowNs(), Heard);
-    ArmNext();
+    SetOff();
 }
 
 void LoopingVoice::SetFrequency(std::int32_t Hz) {
     CheckFrequency(Hz);
-    CatchUp();
-    Timer.ChangeRate(Card.NowNs(), Hz);
-    ArmNext();
+    Timer.ChangeRate(Halt(), Hz);
+    SetOff();
 }
 
 void LoopingVoice::Play() {
@@ -99,7 +99,7 @@ void LoopingVoice::Play() {
     CheckCardIsFree();
     Playing = true;
     Timer.Start(Card.NowNs(), Heard);
-    ArmNext();  // a signal that a stop overtook is told now
+    SetOff();  // a signal that a stop overtook is told now
 }
 
 void LoopingVoice::PlayFromStart() {
@@ -110,19 +110,49 @@ void LoopingVoice::PlayFromStart() {
 
 void LoopingVoice::Stop() {
     if (!Playing) return;
-    CatchUp();
+    Halt();
     Card.EndRun(*this);
     Playing = false;
     ArmNext();
 }
 
 std::int64_t LoopingVoice::FramesHeard() {
-    Advance();
+    AdvanceTo(Card.NowNs());
     return Heard;
 }
 
 void LoopingVoice::CatchUp() {
-    Advance();
+    AdvanceTo(Card.NowNs());
+    HandOver();
+}
+
+/// Nothing of what it holds is heard from the moment on that it returns.
+std::int64_t LoopingVoice::Halt() {
+    const std::int64_t NowNs = Card.CutRun(*this);
+    AdvanceTo(NowNs);
+    HandOver();
+    return NowNs;
+}
+
+/// What Halt has ended goes on, if it plays.
+void LoopingVoice::SetOff() {
+    if (Playing) Card.BeginRun(*this, {Format.Channels, Timer.RateHz()}, Format.RateHz, Heard);
+    ArmNext();
+}
+
+std::size_t LoopingVoice::ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept {
+    const std::size_t Wanted = Into.size();
+    auto From = Samples.begin() + Frame % Frames * Format.Channels;
+    while (!Into.empty()) {
+        const auto Count = std::min(std::ssize(Into), Samples.end() - From);
+        std::copy_n(From, Count, Into.begin());
+        Into = Into.subspan(static_cast<std::size_t>(Count));
+        From = Samples.begin();
+    }
+    return Wanted / static_cast<std::size_t>(Format.Channels);
+}
+
+void LoopingVoice::HandOver() {
     while (HandedOver < Heard && Card.Takes()) {
         const std::int64_t From = HandedOver % Frames;
         const std::int64_t Count = std::min(Heard - HandedOver, Frames - From);
@@ -135,8 +165,8 @@ void LoopingVoice::CatchUp() {
     HandedOver = Heard;
 }
 
-void LoopingVoice::Advance() {
-    if (Playing) Heard = Timer.FramesAt(Card.NowNs());
+void LoopingVoice::AdvanceTo(std::int64_t NowNs) {
+    if (Playing) Heard = Timer.FramesAt(NowNs);
 }
 
 void LoopingVoice::CheckCardIsFree() const {
@@ -167,7 +197,14 @@ std::int64_t LoopingVoice::FrameOf(std::int64_t Signal) const {
 void LoopingVoice::ArmNext() {
     Card.Home().Disarm(Alarm);
     if (!Playing || Notifications.empty()) return;
-    Alarm = Card.Home().Arm(Timer.NsOf(FrameOf(NextSignal)), [this] { TellNext(); });
+    const std::int64_t DueNs = Timer.NsOf(FrameOf(NextSignal));
+    Alarm = Card.Home().Arm(Card.ClockNsOf(DueNs), [this, DueNs] {
+        if (Card.NowNs() < DueNs) {
+            ArmNext();  // the listener is not there yet
+        } else {
+            TellNext();
+        }
+    });
 }
 
 void LoopingVoice::TellNext() {

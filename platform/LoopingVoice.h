@@ -12,7 +12,7 @@ namespace Tolvar {
 /// A buffer of 16-bit frames that is played round and round. Silent when it is made. Offsets and
 /// sizes are bytes, and whole frames unless said otherwise. A call that breaks its rules is a
 /// RuntimeFailure(Device) that names the value, and changes nothing. Apartment's thread only.
-class LoopingVoice : public Voice {
+class LoopingVoice : public Voice, private FrameSource {
   public:
     static constexpr std::int32_t LeastHz = 100;
     static constexpr std::int32_t MostHz = 100'000;
@@ -60,7 +60,11 @@ class LoopingVoice : public Voice {
     void CatchUp() override;
 
   private:
-    void Advance();
+    void AdvanceTo(std::int64_t NowNs);
+    void HandOver();
+    std::int64_t Halt();
+    void SetOff();
+    std::size_t ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept override;
     void CheckCardIsFree() const;
     void CheckWholeFrames(const char* What, std::int32_t Bytes) const;
     std::int64_t FirstSignalFrom(std::int64_t Frame) const;

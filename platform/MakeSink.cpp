@@ -12,8 +12,9 @@ std::unique_ptr<Sink> MakeSink(const std::string& Name) {
     if (Name.starts_with(WavPrefix) && Name.size() > WavPrefix.size()) {
         return std::make_unique<WavSink>(Name.substr(WavPrefix.size()));
     }
-    throw RuntimeFailure(FailureKind::Input, "unknown sound device \"" + Name +
-                                                 "\" (there are null, none and wav:PATH)");
+    throw RuntimeFailure(FailureKind::Input,
+                         "unknown sound device \"" + Name +
+                             "\" (there are alsa[:PCM], auto, null, none and wav:PATH)");
 }
 
 }  // namespace Tolvar

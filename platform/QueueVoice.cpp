@@ -11,6 +11,7 @@ QueueVoice::QueueVoice(SoundCard& TheCard, StreamFormat TheFormat)
 }
 
 QueueVoice::~QueueVoice() {
+    Card.CutRun(*this);
     Card.EndRun(*this);
     Card.Leave(*this);
 }
@@ -20,31 +21,40 @@ void QueueVoice::Queue(WAVEHDR& Header) {
     const auto BytesPerFrame = static_cast<DWORD>(Format.Channels) * 2U;
     const std::int64_t Frames = Header.dwBufferLength / BytesPerFrame;
     if (Frames == 0) return GiveBack(Header);
-    if (!Paused && Heard == Queued) Timer.Start(Card.NowNs(), Heard);
+    const bool WasDry = Heard == Queued;
     Header.dwFlags = (Header.dwFlags & ~WHDR_DONE) | WHDR_INQUEUE;
     const void* Samples = Header.lpData;
-    Entries.push_back(
-        {&Header, static_cast<const std::int16_t*>(Samples), Queued, Queued + Frames});
+    {
+        const auto Held = Card.HoldContent();
+        Entries.push_back(
+            {&Header, static_cast<const std::int16_t*>(Samples), Queued, Queued + Frames});
+    }
     Queued += Frames;
+    if (Paused) return;
+    if (WasDry) {
+        SetOff();
+    } else {
+        Card.HasMore();
+    }
 }
 
 void QueueVoice::Pause() {
-    CatchUp();  // another voice may play now, and must not be heard before it
+    Halt();  // another voice may play now, and must not be heard before it
     Paused = true;
 }
 
 void QueueVoice::Restart() {
     if (!Paused) return;
     Paused = false;
-    Timer.Start(Card.NowNs(), Heard);
+    SetOff();
 }
 
 void QueueVoice::Reset() {
-    CatchUp();
+    Halt();
     Card.EndRun(*this);
     for (const Entry& Each : Entries)
         GiveBack(*Each.Header);
-    Entries.clear();
+    Entries.clear();  // nothing is read from it after the halt
     Queued = Heard = HandedOver = 0;
     Paused = false;
 }
@@ -74,12 +84,40 @@ void QueueVoice::CatchUp() {
     HandOver(Heard);
 }
 
-void QueueVoice::Advance() {
+/// Nothing of what is queued is heard from here on.
+void QueueVoice::Halt() {
+    AdvanceTo(Card.CutRun(*this));
+    HandOver(Heard);
+}
+
+void QueueVoice::SetOff() {
+    Timer.Start(Card.NowNs(), Heard);
+    if (Heard < Queued) Card.BeginRun(*this, Format, Format.RateHz, Heard);
+}
+
+std::size_t QueueVoice::ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept {
+    const std::int64_t Channels = Format.Channels;
+    const std::int64_t Room = std::ssize(Into) / Channels;
+    std::int64_t Copied = 0;
+    for (const Entry& Each : Entries) {
+        const std::int64_t From = Frame + Copied;
+        if (Copied == Room) break;
+        if (From < Each.StartFrame || From >= Each.EndFrame) continue;
+        const std::int64_t Count = std::min(Each.EndFrame - From, Room - Copied);
+        std::copy_n(Each.Samples + (From - Each.StartFrame) * Channels, Count * Channels,
+                    Into.begin() + Copied * Channels);
+        Copied += Count;
+    }
+    return static_cast<std::size_t>(Copied);
+}
+
+void QueueVoice::AdvanceTo(std::int64_t NowNs) {
     if (Paused || Heard == Queued) return;
-    Heard = std::min(Timer.FramesAt(Card.NowNs()), Queued);
+    Heard = std::min(Timer.FramesAt(NowNs), Queued);
     while (!Entries.empty() && Entries.front().EndFrame <= Heard) {
         HandOver(Entries.front().EndFrame);
         WAVEHDR& Ended = *Entries.front().Header;
+        const auto Held = Card.HoldContent();
         Entries.pop_front();
         GiveBack(Ended);
     }

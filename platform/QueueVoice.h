@@ -13,7 +13,7 @@ namespace Tolvar {
 /// without a gap; when the queue has run dry, the next header starts when it is queued. A header
 /// is given back (WHDR_DONE) by the first call after its last frame was heard.
 /// Apartment's thread only.
-class QueueVoice : public Voice {
+class QueueVoice : public Voice, private FrameSource {
   public:
     /// Format.RateHz is the rate at which it plays and the one that its format names.
     QueueVoice(SoundCard& Card, StreamFormat Format);
@@ -43,7 +43,11 @@ class QueueVoice : public Voice {
         std::int64_t EndFrame;
     };
 
-    void Advance();
+    void Advance() { AdvanceTo(Card.NowNs()); }
+    void AdvanceTo(std::int64_t NowNs);
+    void Halt();
+    void SetOff();
+    std::size_t ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept override;
     void HandOver(std::int64_t UpToFrame);
     static void GiveBack(WAVEHDR& Header);
 

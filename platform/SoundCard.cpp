@@ -6,18 +6,48 @@
 
 namespace Tolvar {
 
-SoundCard::SoundCard(Apartment& TheHome, std::unique_ptr<Sink> TheOutput, SinkRate TheRate,
-                     Log& TheJournal)
+SoundCard::SoundCard(Apartment& TheHome, CardOutput To, SinkRate TheRate, Log& TheJournal)
     : HomeOf(TheHome),
-      Output(std::move(TheOutput)),
+      Output(std::move(To.Recorded)),
+      Live(std::move(To.Live)),
       Rate(TheRate),
       Journal(TheJournal),
       ToSink([this](std::span<const std::int16_t> Samples) { Output->Write(Samples); }) {}
 
 SoundCard::~SoundCard() = default;
 
+std::int64_t SoundCard::NowNs() const {
+    if (!Live) return HomeOf.Time().NowNs();
+    for (const std::string& Line : Live->TakeNotices())
+        Journal.Write(Line);
+    return Live->NowNs();
+}
+
+std::int64_t SoundCard::ClockNsOf(std::int64_t DueNs) const {
+    if (!Live) return DueNs;
+    // At least a moment ahead: a device that gets ready stands still.
+    return HomeOf.Time().NowNs() + std::max(DueNs - NowNs(), NsPerMs);
+}
+
+void SoundCard::BeginRun(FrameSource& Ahead, StreamFormat Format, int NominalHz,
+                         std::int64_t Frame) {
+    if (Live) Live->Begin({&Ahead, Format, OutputHz(Format, NominalHz), Frame});
+}
+
+std::int64_t SoundCard::CutRun(const FrameSource& Ahead) {
+    return Live ? Live->Cut(Ahead) : NowNs();
+}
+
+std::unique_lock<std::mutex> SoundCard::HoldContent() const {
+    return Live ? Live->Hold() : std::unique_lock<std::mutex>();
+}
+
+void SoundCard::HasMore() const {
+    if (Live) Live->Wake();
+}
+
 void SoundCard::Finish() {
-    if (!Present() || Finished) return;
+    if (!Output || Finished) return;
     for (Voice* Each : Voices)
         Each->CatchUp();
     EndRun();
@@ -57,10 +87,13 @@ void SoundCard::EndRun() noexcept {
     Run.reset();
 }
 
+int SoundCard::OutputHz(StreamFormat Format, int NominalHz) const {
+    if (Rate.By == SinkRate::Rule::Fixed) return Rate.Hz;
+    return Rate.By == SinkRate::Rule::Wave ? NominalHz : Format.RateHz;
+}
+
 void SoundCard::OpenSink(StreamFormat Format, int NominalHz) {
-    const int Hz = Rate.By == SinkRate::Rule::Fixed  ? Rate.Hz
-                   : Rate.By == SinkRate::Rule::Wave ? NominalHz
-                                                     : Format.RateHz;
+    const int Hz = OutputHz(Format, NominalHz);
     Output->Open(Format.Channels, Hz);
     SinkFormat = {Format.Channels, Hz};
 }

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "platform/Apartment.h"
+#include "platform/CardOutput.h"
 #include "platform/OutputConverter.h"
 #include "platform/RuntimeFailure.h"
-#include "platform/Sink.h"
 #include "platform/StreamFormat.h"
 
 namespace Tolvar {
@@ -28,19 +28,19 @@ class Voice {
     virtual bool IsPlaying() = 0;
 };
 
-/// The software sound card: it gives the voices their clock and passes what they play to the sink.
-/// One voice plays at a time; frames reach the sink in the order in which they are handed over.
-/// A sink that fails is said once in the log; from then on the card keeps time in silence.
-/// Apartment's thread only.
+/// The software sound card: it gives the voices their clock and passes what they play to a sink,
+/// once it has been heard, or to a live output, ahead of what is heard. One voice plays at a time;
+/// frames reach the sink in the order in which they are handed over. A sink that fails is said once
+/// in the log; from then on the card keeps time in silence. Apartment's thread only.
 class SoundCard {
   public:
-    /// Output null: a machine without a sound device. Home and Journal stay the caller's.
-    SoundCard(Apartment& Home, std::unique_ptr<Sink> Output, SinkRate Rate, Log& Journal);
+    /// Home and Journal stay the caller's.
+    SoundCard(Apartment& Home, CardOutput To, SinkRate Rate, Log& Journal);
     ~SoundCard();
     SoundCard(const SoundCard&) = delete;
     SoundCard& operator=(const SoundCard&) = delete;
 
-    bool Present() const { return Output != nullptr; }
+    bool Present() const { return Output != nullptr || Live != nullptr; }
 
     /// Everything heard until now is on the sink's medium when it returns; what voices play later
     /// is not taken any more. RuntimeFailure says what was lost, also what an earlier failure of
@@ -52,12 +52,28 @@ class SoundCard {
 
     // For voices.
     Apartment& Home() const { return HomeOf; }
-    std::int64_t NowNs() const { return HomeOf.Time().NowNs(); }
+    /// The listener's time: the clock's, but for a run of a live output, which goes on as its
+    /// frames are heard.
+    std::int64_t NowNs() const;
+    /// When to look whether the listener's time is DueNs, by the clock.
+    std::int64_t ClockNsOf(std::int64_t DueNs) const;
     /// The voice stays the caller's, until Leave.
     void Join(Voice& Playing) { Voices.push_back(&Playing); }
     void Leave(Voice& Playing) { std::erase(Voices, &Playing); }
     /// Whether the card is taken: a voice other than this one plays.
     bool PlaysOther(const Voice& Than) const;
+
+    // For a live output, and nothing without one. Ahead is the voice's.
+    /// A run sets off, and Frame is its first. Rates as in Render.
+    void BeginRun(FrameSource& Ahead, StreamFormat Format, int NominalHz, std::int64_t Frame);
+    /// Nothing of the voice is heard or read any more when it returns; NowNs of that moment.
+    std::int64_t CutRun(const FrameSource& Ahead);
+    /// Nothing is read from a voice while it is kept.
+    [[nodiscard]] std::unique_lock<std::mutex> HoldContent() const;
+    /// A voice that had nothing more to read ahead has more.
+    void HasMore() const;
+
+    // For a sink.
     /// False: frames are lost on it, so none need to be handed over.
     bool Takes() const { return Output && Output->WantsFrames() && !Failed && !Finished; }
     /// Takes whole frames of a voice, at its rate of the moment, that were heard; Samples is read
@@ -69,6 +85,7 @@ class SoundCard {
     void EndRun(const Voice& Of) noexcept;
 
   private:
+    int OutputHz(StreamFormat Format, int NominalHz) const;
     void OpenSink(StreamFormat Format, int NominalHz);
     void EndRun() noexcept;
     void FlushRun();
@@ -77,7 +94,8 @@ class SoundCard {
     void Guarded(Work Step) noexcept;
 
     Apartment& HomeOf;
-    std::unique_ptr<Sink> Output;
+    std::unique_ptr<Sink> Output;  // at most one of the two is there
+    std::unique_ptr<LiveOutput> Live;
     SinkRate Rate;
     Log& Journal;
     std::vector<Voice*> Voices;

@@ -3,9 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <iostream>
 #include <string>
 #include <string_view>
 
+#include "platform/AlsaDevice.h"
+#include "platform/CardOutput.h"
 #include "platform/RuntimeFailure.h"
 #include "waveplay/ParseNumber.h"
 
@@ -89,15 +92,26 @@ std::string TakeConnection(const std::string& Given, Connection& To) {
     return Choose(Places, Given, To, "neither private nor bus");
 }
 
-// A script has standard output for itself, and only a listener wants the device of the moment.
+[[noreturn]] void ShowDevices() {
+    std::cout << "auto\n    the user's own device, as alsa\n"
+                 "null\n    no device: time passes in silence\n"
+                 "none\n    a machine without a sound device\n"
+                 "wav:PATH\n    records what is heard\n";
+    for (const AlsaPcm& Each : AlsaPcms())
+        std::cout << "alsa:" << Each.Name << "\n    " << Each.About << '\n';
+    throw CLI::Success();
+}
+
+// A script has standard output for itself.
 std::string TakeDevice(const std::string& Given, bool ForScript, std::string& Device) {
     if (ForScript && Given == "wav:-") return "standard output is for the script's own lines";
+    if (Given == "help") ShowDevices();
     const bool IsFile = Given.starts_with("wav:") && Given.size() > 4;
-    if (Given == "null" || Given == "none" || IsFile || (!ForScript && Given == "auto")) {
+    if (Given == "null" || Given == "none" || IsFile || IsLiveDevice(Given)) {
         Device = Given;
         return {};
     }
-    return ForScript ? "not one of null, none, wav:PATH" : "not one of auto, null, none, wav:PATH";
+    return "not one of auto, alsa[:PCM], null, none, wav:PATH (--device help lists them)";
 }
 
 void AddPieces(CLI::App& Command, std::vector<std::string>& Pieces, RunOptions& Run) {
@@ -143,6 +157,15 @@ void AddClock(CLI::App& Command, SessionOptions& Setup, const char* About) {
 }
 
 void AddDevice(CLI::App& Command, SessionOptions& Setup, bool ForScript, const char* About) {
+    Command
+        .add_option("--latency", Setup.Live.LatencyMs, "of sound given to a real device ahead (60)")
+        ->type_name("MS")
+        ->check(CLI::Range(LiveOptions::LeastLatencyMs, LiveOptions::MostLatencyMs));
+    Command
+        .add_option("--fade", Setup.Live.FadeMs,
+                    "of the ramps where a real device starts or stops (5)")
+        ->type_name("MS")
+        ->check(CLI::Range(0, LiveOptions::MostFadeMs));
     AddTaken(Command, "--device", About, [&Setup, ForScript](const std::string& Given) {
         return TakeDevice(Given, ForScript, Setup.Device);
     })->type_name("DEVICE");
@@ -152,8 +175,12 @@ void RequireSettable(const CLI::App& Command, const SessionOptions& Setup) {
     if (Setup.VirtualClock && Command.count("--connect") > 0) {
         throw CLI::ValidationError("--connect", "a server keeps real time: --clock real");
     }
+    if (Setup.VirtualClock && Command.count("--device") > 0 && IsLiveDevice(Setup.Device)) {
+        throw CLI::ValidationError("--device", "a sound device keeps real time: --clock real");
+    }
     if (Setup.To != Connection::Bus) return;
-    for (const char* const Setting : {"--device", "--rate", "--engine", "--log"}) {
+    for (const char* const Setting :
+         {"--device", "--latency", "--fade", "--rate", "--engine", "--log"}) {
         if (Command.count(Setting) == 0) continue;
         throw CLI::ValidationError(Setting,
                                    "the server on the session bus has settings of its own");
@@ -182,7 +209,8 @@ CLI::App* AddPlay(CLI::App& Root, PlayOptions& Options) {
         ->add_option("--memory", Options.Run.MemorySizeToUse,
                      "BYTES of samples that may be kept in memory")
         ->check(CLI::NonNegativeNumber);
-    AddDevice(*Command, Options.Setup, false, "auto (default), null, none or wav:PATH");
+    AddDevice(*Command, Options.Setup, false,
+              "auto (default), alsa[:PCM], null, none, wav:PATH or help");
     AddClock(*Command, Options.Setup, "real (default) or virtual");
     AddSetup(*Command, Options.Setup);
     AddConnection(*Command, Options.Setup);
@@ -207,7 +235,7 @@ CLI::App* AddScript(CLI::App& Root, ScriptOptions& Options) {
     Options.Setup.VirtualClock = true;
     Command->add_option("FILE", Options.Path, "the script; - or none is standard input");
     Command->add_flag("--strict", Options.Strict, "end with exit code 1 at the first error");
-    AddDevice(*Command, Options.Setup, true, "null (default), none or wav:PATH");
+    AddDevice(*Command, Options.Setup, true, "null (default), auto, alsa[:PCM], none or wav:PATH");
     AddClock(*Command, Options.Setup, "virtual (default) or real");
     AddSetup(*Command, Options.Setup);
     AddConnection(*Command, Options.Setup);

@@ -11,7 +11,7 @@ namespace Tolvar {
 
 struct PlayOptions {
     std::vector<std::string> Pieces;  ///< none: the program's own phrase
-    SessionOptions Setup;             ///< Device may also be "auto"
+    SessionOptions Setup;
     RunOptions Run;
 };
 

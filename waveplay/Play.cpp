@@ -16,13 +16,6 @@ void Say(const std::string& Line) {
     std::fprintf(stderr, "%s\n", Line.c_str());
 }
 
-// Without hardware the time of the play passes all the same.
-std::string ChosenDevice(const std::string& Wanted) {
-    if (Wanted != "auto") return Wanted;
-    Say("no sound card: keeping time in silence");
-    return "null";
-}
-
 const char* StateName(std::int32_t RunningState) {
     switch (RunningState) {
         case 1:
@@ -74,8 +67,8 @@ bool PlayThrough(Session& Playing, const Wave& Whole, const PlayOptions& Options
 }  // namespace
 
 ExitCode Play(PlayOptions Options) {
-    const bool OwnDevice = Options.Setup.To != Connection::Bus;
-    if (OwnDevice) Options.Setup.Device = ChosenDevice(Options.Setup.Device);
+    // Virtual time passes without anybody who could listen.
+    if (Options.Setup.VirtualClock && Options.Setup.Device == "auto") Options.Setup.Device = "null";
     std::unique_ptr<DemoPhrase> Demo;
     if (Options.Pieces.empty()) Demo = std::make_unique<DemoPhrase>();
     const Wave Whole = Demo ? Demo->Phrase() : JoinPieces(Options.Pieces);

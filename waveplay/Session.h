@@ -25,7 +25,8 @@ struct SessionOptions {
     Connection To = Connection::Private;
     bool VirtualClock = false;  ///< then it is in process whatever To says
     // A server on the bus has settings of its own instead of these.
-    std::string Device = "null";  ///< as MakeSink takes it
+    std::string Device = "null";  ///< as MakeOutput takes it
+    LiveOptions Live = {};        ///< for a real device
     std::string Rate = "wave";    ///< as SinkRateOf takes it
     std::string Engine = "auto";  ///< as EngineOrderOf takes it
     std::string LogPath = {};     ///< "" = standard error

@@ -21,7 +21,7 @@ constexpr int Lost = 1;
 constexpr int Usage = 2;
 
 struct Words {
-    PlayServerOptions Setup;
+    PlayServerOptions Setup{.Device = "auto"};
     std::string Rate = "wave";
     std::string Engine = "auto";
     int Fd = -1;
@@ -35,7 +35,13 @@ void Declare(CLI::App& App, Words& Given) {
         ->check(CLI::Range(0, 1 << 20));
     Where->add_flag("--bus", Given.OnBus, "serve one editor at a time on the user's session bus");
     Where->require_option(1);
-    App.add_option("--device", Given.Setup.Device, "null (default), none or wav:PATH");
+    App.add_option("--device", Given.Setup.Device,
+                   "auto (default: the user's own), alsa[:PCM], null, none or wav:PATH");
+    LiveOptions& Live = Given.Setup.Live;
+    App.add_option("--latency", Live.LatencyMs, "MS of sound given to a sound device ahead")
+        ->check(CLI::Range(LiveOptions::LeastLatencyMs, LiveOptions::MostLatencyMs));
+    App.add_option("--fade", Live.FadeMs, "MS of the ramps at the edges of what a device plays")
+        ->check(CLI::Range(0, LiveOptions::MostFadeMs));
     App.add_option("--rate", Given.Rate, "the output's rate: wave (default), native or HZ");
     App.add_option("--engine", Given.Engine, "auto (default), dx9, dx7 or waveout");
     App.add_option("--log", Given.Setup.LogPath, "append causes of failures to FILE")

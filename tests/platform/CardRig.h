@@ -39,7 +39,7 @@ inline std::string FailureOf(const std::function<void()>& Run) {
 /// A sound card on the virtual clock, whose listener stays with the test and which can fail.
 struct CardRig {
     explicit CardRig(SinkRate Rate = {})
-        : Card(Home, std::make_unique<TestSink>(*this), Rate, Journal) {}
+        : Card(Home, {std::make_unique<TestSink>(*this), nullptr}, Rate, Journal) {}
 
     void AdvanceNs(std::int64_t Ns) { Home.RunUntil(Time.NowNs() + Ns); }
     std::int64_t NowMs() const { return Time.NowNs() / NsPerMs; }

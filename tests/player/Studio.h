@@ -36,8 +36,8 @@ struct TestWave {
 struct Studio {
     explicit Studio(EngineOrder Engine = EngineOrder::WaveOut, bool WithDevice = true)
         : Ears(new ListeningSink),
-          Card(Home, std::unique_ptr<Sink>(WithDevice ? Ears : (delete Ears, nullptr)), SinkRate{},
-               Journal),
+          Card(Home, {std::unique_ptr<Sink>(WithDevice ? Ears : (delete Ears, nullptr)), nullptr},
+               SinkRate{}, Journal),
           Device(Card),
           Service(Card, Journal),
           Os{Home,

@@ -18,7 +18,7 @@ TEST(Play, TellsItsProgressAndEnds) {
     EXPECT_EQ(Ran.Code, 0);
     EXPECT_EQ(Ran.Out, "");
     EXPECT_EQ(Ran.Err,
-              "no sound card: keeping time in silence\nWriting to Play Buffer\nStopped\nDone\n"
+              "Writing to Play Buffer\nStopped\nDone\n"
               "Playing\nplaying forward 1.0 / 2.5 s\nplaying forward 2.0 / 2.5 s\nPlay Done\n");
 }
 

@@ -1,0 +1,25 @@
+#include "platform/CardOutput.h"
+
+#include "platform/AlsaDevice.h"
+
+namespace Tolvar {
+namespace {
+
+const std::string AlsaPrefix = "alsa:";
+
+}  // namespace
+
+bool IsLiveDevice(const std::string& Name) {
+    return Name == "auto" || Name == "alsa" ||
+           (Name.starts_with(AlsaPrefix) && Name.size() > AlsaPrefix.size());
+}
+
+CardOutput MakeOutput(const std::string& Name, const LiveOptions& Options, const Clock& Time) {
+    if (!IsLiveDevice(Name)) return {MakeSink(Name), nullptr};
+    const std::string Pcm =
+        Name.starts_with(AlsaPrefix) ? Name.substr(AlsaPrefix.size()) : "default";
+    return {nullptr,
+            std::make_unique<LiveOutput>(std::make_unique<AlsaDevice>(Pcm), Time, Options)};
+}
+
+}  // namespace Tolvar

@@ -1,0 +1,158 @@
+#pragma once
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "platform/FrameSource.h"
+#include "platform/FrameTimer.h"
+#include "platform/OutputConverter.h"
+#include "platform/OutputDevice.h"
+#include "platform/StreamFormat.h"
+
+namespace Tolvar {
+
+struct LiveOptions {
+    static constexpr int LeastLatencyMs = 10;
+    static constexpr int MostLatencyMs = 2000;
+    static constexpr int MostFadeMs = 20;
+
+    int LatencyMs = 60;  ///< of sound that the device is given ahead
+    int FadeMs = 5;      ///< of the ramps at the edges of what is played; 0: none
+};
+
+/// What a live output is to play.
+struct LiveRun {
+    FrameSource* Source = nullptr;  ///< the caller's, until it is cut
+    StreamFormat Format;
+    int DeviceHz = 0;        ///< to ask of the device; other rates are resampled
+    std::int64_t Frame = 0;  ///< the first to be heard
+};
+
+/// The two sides of a live output: what the apartment asks, under a lock that is never kept during
+/// a call of the device, and Turn, the round of the render thread that keeps the device full.
+/// Counters are frames of the device unless a name says otherwise, and only grow within a run.
+class LivePump {
+  public:
+    LivePump(std::unique_ptr<OutputDevice> Device, const Clock& Time, LiveOptions Options);
+
+    // The apartment's side; see LiveOutput.
+    std::int64_t NowNs();
+    void Begin(const LiveRun& Wanted);
+    /// False: this source does not play, and nothing is to be waited for.
+    bool AskCut(const FrameSource& Source);
+    /// The listener's time at the cut that was asked for, waiting up to WaitMs for it. A render
+    /// thread that has not come back from the device by then finds the run gone when it does.
+    std::int64_t FinishCut(int WaitMs);
+    std::unique_lock<std::mutex> Hold() { return std::unique_lock(Lock); }
+    void Wake();
+    std::vector<std::string> TakeNotices();
+    void End();
+    /// Whether the device has been closed for good; waits up to WaitMs for it.
+    bool Ended(int WaitMs);
+
+    // The render thread's side.
+    /// One round: nanoseconds until the next is due, Forever for none. Ended has come when it
+    /// clears Going.
+    std::int64_t Turn(bool& Going);
+    /// Waits as Turn said, or until something is asked for.
+    void WaitNs(std::int64_t Ns);
+
+  private:
+    enum class Phase { Idle, Sounding, Silent };
+    enum class Happening { NotOpened, Lost, StoodStill, Back, RanDry };
+    struct Notice {
+        Happening What;
+        int Value;  // error number, or count
+    };
+
+    // Of both sides; the lock is held.
+    std::int64_t ListenerNs();
+    bool Adopted() const { return Mode == Phase::Sounding && AdoptedRun == RunNumber; }
+    void FallSilent(Happening Why, int Error);
+    void EndRun();
+    void Note(Happening What, int Value);
+    std::string TextOf(const Notice& Of) const;
+
+    // The render thread's; the lock is free.
+    std::int64_t Play(std::uint64_t Number);
+    std::int64_t Retry(std::uint64_t Number);
+    std::int64_t Linger();
+    bool Start(std::uint64_t Number);
+    int OpenDevice(const LiveRun& For);
+    void Adopt(std::uint64_t Number, const LiveRun& Taken);
+    bool Measure();
+    bool Feed();
+    bool Produce();
+    std::size_t ReadAhead();
+    void Append(std::span<const std::int16_t> Samples);
+    void Remember(std::span<const std::int16_t> Samples);
+    void RunDry();
+    void SawHeard(std::int64_t Frames, std::int64_t ClockNs);
+    bool Lose(Happening Why, int Error);
+    void Quieten();
+    bool FadeOut(std::int64_t HeldFrames);
+    void Close();
+    std::int64_t FramesIn(std::int64_t Ms) const { return Ms * Opened.RateHz / 1000; }
+    std::int64_t MostHeard(std::int64_t ClockNs) const;
+    template <typename Call>
+    auto Calling(Call Do);
+
+    std::unique_ptr<OutputDevice> Device;
+    const Clock& Time;
+    const LiveOptions Options;
+
+    // Guarded by Lock.
+    std::mutex Lock;
+    std::condition_variable ToThread;     // something is asked of the render thread
+    std::condition_variable ToApartment;  // it has been done
+    bool Woken = false;
+    Phase Mode = Phase::Idle;
+    LiveRun Run;
+    std::uint64_t RunNumber = 0;
+    std::uint64_t AdoptedRun = 0;  // the run that the counters are of
+    FrameTimer RunTime{1};         // the listener's time of the run's frames
+    FrameTimer HeardTime{1};       // and of the device's, counted as the two below
+    std::int64_t Written = 0;
+    std::int64_t Heard = 0;
+    std::int64_t SeenClock = 0;  // the clock's when Heard was seen
+    std::int64_t FreeNs =
+        0;  // the listener's time where it left a device's or could not take it up,
+    std::int64_t FreeClock = 0;   // and the clock's, with which it goes on
+    std::int64_t ToldNs = 0;      // never told less again
+    std::int64_t CallClock = -1;  // the clock's when the device was called; -1: it is not
+    bool CutWanted = false;
+    std::int64_t CutNs = 0;
+    bool Ending = false;
+    bool HasEnded = false;
+    std::array<Notice, 8> Notices{};
+    std::size_t NoticeCount = 0;
+
+    // The render thread's own.
+    StreamFormat Opened;         // as it is open; no channels while it is not
+    StreamFormat Asked;          // when it was opened
+    std::uint64_t PlaysRun = 0;  // 0: none
+    StreamFormat Source;
+    std::unique_ptr<OutputConverter> Converter;
+    OutputConverter::Output ToPending;
+    std::vector<std::int16_t> Ahead;    // read from the source
+    std::vector<std::int16_t> Pending;  // for the device
+    std::size_t PendingFrom = 0;        // samples of it that it has taken
+    std::vector<std::int16_t> Recent;   // what it took last, round and round, for fading out
+    std::int64_t NextFrame = 0;         // of the source
+    std::int64_t Made = 0;              // frames of the run that were brought to Pending
+    int Underruns = 0;                  // of the run
+    bool Dry = false;                   // the source had nothing more
+    std::int64_t StartClock = -1;       // the clock's at the first write; -1: none yet
+    std::int64_t ProgressClock = 0;     // the clock's when Heard last grew
+    std::int64_t QuietClock = 0;
+    std::int64_t RetryClock = 0;
+};
+
+}  // namespace Tolvar
