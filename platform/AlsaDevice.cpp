@@ -2,6 +2,7 @@
 
 #include <alsa/asoundlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <utility>
@@ -106,9 +107,15 @@ long AlsaDevice::TakeBack(long Frames) {
     return snd_pcm_rewind(Pcm.get(), static_cast<snd_pcm_uframes_t>(Frames));
 }
 
-int AlsaDevice::Drop() {
-    const int Result = snd_pcm_drop(Pcm.get());
-    return Result < 0 ? Result : snd_pcm_prepare(Pcm.get());
+long AlsaDevice::Drop() {
+    snd_pcm_uframes_t Size = 0;
+    snd_pcm_uframes_t Period = 0;
+    snd_pcm_get_params(Pcm.get(), &Size, &Period);
+    const long Room = snd_pcm_avail(Pcm.get());  // less than nothing: all has been heard
+    const long Unheard = Room < 0 ? 0 : static_cast<long>(Size) - Room;
+    int Result = snd_pcm_drop(Pcm.get());
+    if (Result >= 0) Result = snd_pcm_prepare(Pcm.get());
+    return Result < 0 ? Result : std::max(Unheard, 0L);
 }
 
 void AlsaDevice::Close() {

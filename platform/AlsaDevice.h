@@ -23,7 +23,7 @@ class AlsaDevice : public OutputDevice {
     long Write(std::span<const std::int16_t> Samples) override;
     long Held() override;
     long TakeBack(long Frames) override;
-    int Drop() override;
+    long Drop() override;
     void Close() override;
     std::string TextOf(int Error) const override;
 

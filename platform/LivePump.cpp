@@ -369,10 +369,12 @@ bool LivePump::Feed() {
     return true;
 }
 
+/// A run begins with a full device: one that starts with little runs dry at once.
 bool LivePump::Produce() {
+    const std::int64_t Wanted = StartClock < 0 ? FramesIn(Options.LatencyMs) : 1;
     Pending.clear();
     PendingFrom = 0;
-    while (Pending.empty()) {
+    while (std::ssize(Pending) < Wanted * Opened.Channels) {
         const std::size_t Frames = ReadAhead();
         if (Frames == 0) {
             if (Converter) Converter->Flush(ToPending);
@@ -427,13 +429,7 @@ bool LivePump::Lose(Happening Why, int Error) {
 }
 
 void LivePump::Quieten() {
-    if (StartClock >= 0) {
-        const long Answer = Calling([](OutputDevice& Of) { return Of.Held(); });
-        const std::int64_t HeldFrames = std::max(Answer, 0L);
-        if (AdoptedRun == PlaysRun) SawHeard(Written - HeldFrames, Time.NowNs());
-        const bool Faded = Answer > 0 && FadeOut(HeldFrames);
-        if (!Faded && Calling([](OutputDevice& Of) { return Of.Drop(); }) < 0) Close();
-    }
+    if (StartClock >= 0 && !FadeOut()) DropAll();
     if (Underruns > 0) {
         const auto Held = Hold();
         Note(Happening::RanDry, Underruns);
@@ -442,13 +438,23 @@ void LivePump::Quieten() {
     QuietClock = Time.NowNs();
 }
 
+/// What cannot be dropped any more will be heard, and so counts as heard.
+void LivePump::DropAll() {
+    const long Dropped = Calling([](OutputDevice& Of) { return Of.Drop(); });
+    if (Dropped < 0) return Close();
+    SawHeard(Written - Dropped, Time.NowNs() + SlackMs * NsPerMs);
+}
+
 /// The frames that follow those that are as good as heard fall to silence; they are not counted.
-bool LivePump::FadeOut(std::int64_t HeldFrames) {
+bool LivePump::FadeOut() {
     const std::int64_t Ramp = FramesIn(Options.FadeMs);
+    if (Ramp == 0) return false;
+    const long HeldFrames = Calling([](OutputDevice& Of) { return Of.Held(); });
     const std::int64_t Back = HeldFrames - FramesIn(KeepMs);
     const std::size_t Channels = Index(Opened.Channels);
-    if (Ramp == 0 || Back < Ramp || Back > std::ssize(Recent) / Opened.Channels) return false;
+    if (Back < Ramp || Back > std::ssize(Recent) / Opened.Channels) return false;
     if (Calling([Back](OutputDevice& Of) { return Of.TakeBack(Back); }) != Back) return false;
+    SawHeard(Written - HeldFrames, Time.NowNs());
     Pending.clear();
     for (std::int64_t Frame = 0; Frame < Ramp; ++Frame) {
         const std::size_t From = Index(Written - Back + Frame) * Channels % Recent.size();

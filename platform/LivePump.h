@@ -97,7 +97,8 @@ class LivePump {
     void SawHeard(std::int64_t Frames, std::int64_t ClockNs);
     bool Lose(Happening Why, int Error);
     void Quieten();
-    bool FadeOut(std::int64_t HeldFrames);
+    void DropAll();
+    bool FadeOut();
     void Close();
     std::int64_t FramesIn(std::int64_t Ms) const { return Ms * Opened.RateHz / 1000; }
     std::int64_t MostHeard(std::int64_t ClockNs) const;

@@ -29,8 +29,9 @@ class OutputDevice {
     /// Takes the last Frames that were taken back, unheard. How many; fewer where it cannot.
     virtual long TakeBack(long Frames) = 0;
 
-    /// What it holds is not heard any more. 0: the next Write plays at once.
-    virtual int Drop() = 0;
+    /// What can still be kept from being heard is not heard any more, and the next Write plays at
+    /// once. How many frames: fewer than Held where a part is on its way and will be heard.
+    virtual long Drop() = 0;
 
     /// Harmless when it is not open.
     virtual void Close() = 0;

@@ -82,11 +82,12 @@ struct FakeDevice : OutputDevice {
         Queue.erase(Queue.end() - Frames, Queue.end());
         return Frames;
     }
-    int Drop() override {
+    long Drop() override {
         Settle();
+        const long Dropped = std::ssize(Queue);
         Queue.clear();
         Sounding = RanDry = false;
-        return 0;
+        return Dropped;
     }
     void Close() override {
         Settle();
