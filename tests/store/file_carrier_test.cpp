@@ -165,18 +165,22 @@ TEST(FileCarrier, LeavesAReleasedFileAloneAndNeedsANewOneBeforeItWrites) {
     EXPECT_THROW(S.Carrier.ReDimSize(5), RuntimeFailure);
     EXPECT_THROW(S.Carrier.ReDimSize(1), RuntimeFailure);
     EXPECT_EQ(S.All(), (Wave{4, 3}));
+    S.Carrier.FileName1(Chosen);  // unless it is taken over
+    EXPECT_EQ(FileShop::In(S.Disk.Content[Chosen]), Wave{1});
+    EXPECT_EQ(S.All(), Wave{1});
     S.Carrier.FileName1("none");
+    EXPECT_FALSE(S.Disk.Exists(Chosen));
     EXPECT_EQ(S.Carrier.WaveSize(), 0);
     EXPECT_EQ(S.Carrier.FileName1(), "");
     EXPECT_THROW(S.Carrier.MovePointer(1), RuntimeFailure);
     EXPECT_EQ(S.Carrier.FileName1(), "");
     S.Carrier.MovePointer(0);
     EXPECT_EQ(S.All(), Wave{0});
-    S.Carrier.ReDimSize(0);
+    S.Carrier.WaveLR(1, 7);
+    S.Carrier.WaveSize(0);
     S.Carrier.FileRelease();
     EXPECT_EQ(S.All(), Wave{0}) << "a new file, not the buffer of the old one";
     EXPECT_EQ(FileShop::In(S.Disk.Content["f"]), (Wave{4, 6}));
-    EXPECT_EQ(FileShop::In(S.Disk.Content[Chosen]), Wave{1});
 }
 
 TEST(FileCarrier, FailsWhenItsFileHasGoneInsteadOfMakingAnother) {
@@ -285,14 +289,11 @@ TEST_P(FileCarrierModel, HoldsTheSameSamplesAsAPlainArray) {
     };
     const auto Take = [&](const std::string& Name) {
         const bool Exists = S.Disk.Content.contains(Name);
+        const Wave Given = Exists ? FileShop::In(S.Disk.Content[Name]) : Wave{};
         Carrier.UseOrgFile(D.Below(2) == 0);
         Carrier.FileName1(Name);
         Own = Carrier.FileName1();
-        if (Exists) {
-            Model = FileShop::In(S.Disk.Content[Own]);
-        } else {
-            Model = Wave(Own.empty() ? 0 : 1);
-        }
+        Model = Exists ? Given : Wave(Own.empty() ? 0 : 1);
     };
     const auto Operate = [&](std::int32_t What, int Step) {
         if (Own.empty()) {
@@ -346,7 +347,7 @@ TEST_P(FileCarrierModel, HoldsTheSameSamplesAsAPlainArray) {
         if (D.Below(3) == 0) S.Disk.Content[Given].push_back(77);
         const auto Sizes = S.FileSizes();
         const std::int32_t BuffLength = Carrier.BuffLength();
-        S.Disk.FailAtCall = D.Below(3) != 0 ? S.Disk.Calls + 1 + D.Below(9) : 0;
+        S.Disk.FailAtCall = D.Below(3) != 0 ? S.Disk.Calls + 1 + D.Below(13) : 0;
         try {
             Operate(D.Below(100), Step);
         } catch (const RuntimeFailure&) {

@@ -76,7 +76,11 @@ class MemoryFiles : public Files {
         Handle(MemoryFiles& From, std::string Name) : Owner(From), NameOf(std::move(Name)) {
             ++Owner.OpenNow;
         }
-        ~Handle() override { --Owner.OpenNow; }
+        ~Handle() override {
+            --Owner.OpenNow;
+            // A close that nobody looks at can fail all the same.
+            if (!IsClosed && !Written.second.empty() && ++Owner.Calls == Owner.FailAtCall) Lose();
+        }
         void ReadAt(std::int64_t BytePos, std::span<std::byte> Into) override {
             const Bytes& Raw = Reach("read");
             const auto End = BytePos - 1 + static_cast<std::int64_t>(Into.size());
@@ -100,7 +104,7 @@ class MemoryFiles : public Files {
             try {
                 Reach("close");
             } catch (const RuntimeFailure&) {
-                Put(Written.first, std::span(Written.second).first(Written.second.size() / 2));
+                Lose();
                 IsClosed = true;
                 throw;
             }
@@ -108,6 +112,9 @@ class MemoryFiles : public Files {
         }
 
       private:
+        void Lose() {
+            Put(Written.first, std::span(Written.second).first(Written.second.size() / 2));
+        }
         // What lay there before.
         std::vector<std::byte> Put(std::int64_t BytePos, std::span<const std::byte> From) {
             Bytes& Raw = Owner.Content[NameOf];
