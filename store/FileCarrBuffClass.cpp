@@ -1,6 +1,7 @@
 #include "store/FileCarrBuffClass.h"
 
 #include <algorithm>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::string_view OutOfLimit = "Out of limit - Error";
 constexpr std::int32_t LeastBuffLen = 262144;
+constexpr std::int32_t MostBytes = std::numeric_limits<std::int32_t>::max();
 
 // A twentieth of the budget's bytes, in whole fours of samples.
 std::int32_t BuffLenFor(std::int32_t MemorySizeToUse) {
@@ -28,6 +30,14 @@ void RefuseNegative(std::int32_t Size) {
     if (Size >= 0) return;
     throw RuntimeFailure(FailureKind::Input,
                          "A channel cannot be " + std::to_string(Size) + " samples long");
+}
+
+std::int32_t ChannelBytes(File& From, const std::string& Name) {
+    const std::int64_t Bytes = From.Length();
+    if (Bytes >= 2 && Bytes <= MostBytes) return static_cast<std::int32_t>(Bytes);
+    throw RuntimeFailure(FailureKind::Input, Name + " is " + std::to_string(Bytes) +
+                                                 " bytes long; a channel has 2 to " +
+                                                 std::to_string(MostBytes));
 }
 
 }  // namespace
@@ -97,10 +107,7 @@ std::string FileCarrBuffClass::FileName1() {
 void FileCarrBuffClass::FileName1(const std::string& NewName) {
     Files& Disk = Store.Disk();
     const auto Taken = Disk.Exists(NewName) ? OpenToTake(NewName) : nullptr;
-    const std::int32_t Bytes = Taken ? Checked<std::int32_t>(Taken->Length()) : 0;
-    if (Taken && Bytes < 2) {
-        throw RuntimeFailure(FailureKind::Input, NewName + " does not hold a single sample");
-    }
+    const std::int32_t Bytes = Taken ? ChannelBytes(*Taken, NewName) : 0;
     std::vector<std::int16_t> Loaded(static_cast<std::size_t>(std::min(BuffLen, Bytes / 2)));
     if (Taken) Taken->ReadAt(1, std::as_writable_bytes(std::span(Loaded)));
 

@@ -120,9 +120,9 @@ class MemoryFiles : public Files {
             Bytes& Raw = Owner.Content[NameOf];
             const auto Start = static_cast<std::size_t>(BytePos - 1);
             Raw.resize(std::max(Raw.size(), Start + From.size()));
-            std::vector<std::byte> Old(From.size());
-            std::memcpy(Old.data(), Raw.data() + Start, From.size());
-            std::memcpy(Raw.data() + Start, From.data(), From.size());
+            const auto Place = std::as_writable_bytes(std::span(Raw)).subspan(Start, From.size());
+            std::vector<std::byte> Old(Place.begin(), Place.end());
+            std::ranges::copy(From, Place.begin());
             return Old;
         }
         Bytes& Reach(const std::string& What) {
