@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <limits>
 
 #include "platform/Clocks.h"
 #include "platform/PosixFiles.h"
@@ -15,8 +14,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
-
-constexpr std::int32_t Max = std::numeric_limits<std::int32_t>::max();
 
 /// A carrier that may take over "f", and the store around it.
 struct FileShop : Shop {
