@@ -9,8 +9,9 @@
 namespace Tolvar {
 
 enum class FileAccess {
-    Read,   ///< the file must exist
-    Write,  ///< made when missing, never shortened
+    Read,    ///< the file must exist
+    Write,   ///< made when missing, never shortened
+    Update,  ///< for writing; the file must exist
 };
 
 /// One open file; the destructor closes it. Byte positions are 1-based. Apartment's thread only.
@@ -24,6 +25,16 @@ class File {
 
     /// Writes From whole at BytePos; the file grows as needed.
     virtual void WriteAt(std::int64_t BytePos, std::span<const std::byte> From) = 0;
+
+    /// Bytes.
+    virtual std::int64_t Length() = 0;
+
+    /// Cuts the file, or lengthens it by zeros. Nothing has changed when it fails.
+    virtual void SetLength(std::int64_t Bytes) = 0;
+
+    /// The last call. A failure says that something written may not have been kept; the file is
+    /// closed even so.
+    virtual void Close() = 0;
 };
 
 /// The file system as the system knows it: full paths as byte strings, folders joined with a
@@ -43,6 +54,10 @@ class Files {
 
     /// A missing file is not a failure.
     virtual void Delete(const std::string& Name) = 0;
+
+    /// True when both are names of one existing file, however they are spelled or linked, and when
+    /// they are spelled alike. Never throws a RuntimeFailure: what cannot be looked at is no file.
+    virtual bool SameFile(const std::string& One, const std::string& Other) = 0;
 };
 
 }  // namespace Tolvar

@@ -32,6 +32,18 @@ void CheckPosition(const char* Action, const std::string& Path, std::int64_t Byt
                          AtByte(Action, Path, BytePos) + ": the first byte is number 1");
 }
 
+int FlagsFor(FileAccess Access) {
+    switch (Access) {
+        case FileAccess::Read:
+            return O_RDONLY;
+        case FileAccess::Write:
+            return O_RDWR | O_CREAT;
+        case FileAccess::Update:
+            break;
+    }
+    return O_RDWR;
+}
+
 class PosixFile : public File {
   public:
     PosixFile(Descriptor Fd, std::string Path) : FdOf(std::move(Fd)), PathOf(std::move(Path)) {}
@@ -61,6 +73,31 @@ class PosixFile : public File {
         }
     }
 
+    std::int64_t Length() override {
+        struct stat Info {};
+        if (::fstat(FdOf.Get(), &Info) != 0) {
+            throw ErrnoFailure("cannot measure " + PathOf, errno);
+        }
+        return Info.st_size;
+    }
+
+    void SetLength(std::int64_t Bytes) override {
+        int Result = 0;
+        do {
+            Result = ::ftruncate(FdOf.Get(), Bytes);
+        } while (Result != 0 && errno == EINTR);
+        if (Result != 0) {
+            throw ErrnoFailure(
+                "cannot make " + PathOf + " " + std::to_string(Bytes) + " bytes long", errno);
+        }
+    }
+
+    void Close() override {
+        if (const int Error = FdOf.Close(); Error != 0) {
+            throw ErrnoFailure("cannot finish writing " + PathOf, Error);
+        }
+    }
+
   private:
     RuntimeFailure TooShort(std::int64_t BytePos, std::size_t Wanted, std::size_t Got) const {
         return {FailureKind::File, AtByte("read", PathOf, BytePos) + ": wanted " +
@@ -77,8 +114,7 @@ class PosixFile : public File {
 std::unique_ptr<File> PosixFiles::Open(const std::string& Name, FileAccess Access) {
     const std::string Path = HostPath(Name);
     // Non-blocking, so that a pipe opens at once and can be refused.
-    const int Flags = (Access == FileAccess::Read ? O_RDONLY : O_RDWR | O_CREAT) | O_NONBLOCK;
-    Descriptor Fd = OpenDescriptor(Path, Flags);
+    Descriptor Fd = OpenDescriptor(Path, FlagsFor(Access) | O_NONBLOCK);
     struct stat Info {};
     if (!Fd || ::fstat(Fd.Get(), &Info) != 0) throw ErrnoFailure("cannot open " + Path, errno);
     if (!S_ISREG(Info.st_mode)) {
@@ -108,6 +144,18 @@ void PosixFiles::Delete(const std::string& Name) {
     if (::unlink(Path.c_str()) != 0 && errno != ENOENT && errno != ENOTDIR) {
         throw ErrnoFailure("cannot delete " + Path, errno);
     }
+}
+
+bool PosixFiles::SameFile(const std::string& One, const std::string& Other) {
+    if (One == Other) return true;
+    if ((One + Other).find('\0') != std::string::npos) return false;
+    const std::string Path = HostPath(One);
+    const std::string OtherPath = HostPath(Other);
+    if (Path == OtherPath) return true;
+    struct stat Info {};
+    struct stat OtherInfo {};
+    return ::stat(Path.c_str(), &Info) == 0 && ::stat(OtherPath.c_str(), &OtherInfo) == 0 &&
+           Info.st_dev == OtherInfo.st_dev && Info.st_ino == OtherInfo.st_ino;
 }
 
 }  // namespace Tolvar

@@ -13,6 +13,7 @@ class PosixFiles : public Files {
     /// failure.
     bool Exists(const std::string& Name) override;
     void Delete(const std::string& Name) override;
+    bool SameFile(const std::string& One, const std::string& Other) override;
 };
 
 }  // namespace Tolvar

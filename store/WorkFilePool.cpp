@@ -4,6 +4,12 @@
 
 namespace Tolvar {
 
+const std::string& RequireFolder(const std::string& Folder) {
+    if (!Folder.empty()) return Folder;
+    throw RuntimeFailure(FailureKind::File,
+                         "Cannot name a new work file: AppTmpDir, its folder, is empty");
+}
+
 WorkFilePool::~WorkFilePool() {
     for (const std::string& Name : Made) {
         try {
@@ -20,11 +26,7 @@ std::string WorkFilePool::NextName(const std::string& Folder) {
         // A folder that was left behind may be full or gone.
         if (Folder.empty() || Name.starts_with(Folder + "\\")) return Name;
     }
-    if (Folder.empty()) {
-        throw RuntimeFailure(FailureKind::File,
-                             "Cannot name a new work file: AppTmpDir, its folder, is empty");
-    }
-    return Folder + "\\wb" + std::to_string(++LastNumber) + ".tmp";
+    return RequireFolder(Folder) + "\\wb" + std::to_string(++LastNumber) + ".tmp";
 }
 
 std::unique_ptr<File> WorkFilePool::OpenForWriting(const std::string& Name) {

@@ -11,6 +11,9 @@
 
 namespace Tolvar {
 
+/// Folder, where work files are made; RuntimeFailure(File) when it is "".
+const std::string& RequireFolder(const std::string& Folder);
+
 /// The work files that the store has made itself, as opposed to those that the editor named. One
 /// that no block needs any more is written again rather than a further one made; the destructor
 /// deletes them all, as far as the system lets it.
@@ -27,6 +30,7 @@ class WorkFilePool {
     std::string NextName(const std::string& Folder);
 
     bool Holds(const std::string& Name) const { return NumberOf.contains(Name); }
+    const std::vector<std::string>& Names() const { return Made; }
 
     /// Opens a file of the pool, or makes Name and takes it in. Null, with nothing touched, when a
     /// file of that name exists that is not the pool's.

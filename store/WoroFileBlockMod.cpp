@@ -1,5 +1,7 @@
 #include "store/WoroFileBlockMod.h"
 
+#include <algorithm>
+
 #include "platform/Checked.h"
 
 namespace Tolvar {
@@ -67,6 +69,17 @@ void WoroFileBlockMod::OrgFileRelease(std::int32_t Slot) {
     if (Rec.OrgUseCnt == 0) OrgFiles.Rename(Slot, {});
 }
 
+bool WoroFileBlockMod::BlocksUse(const std::string& Name) const {
+    const auto IsName = [&](const std::string& Other) { return FileLayer.SameFile(Name, Other); };
+    for (std::int32_t Slot = 1; Slot <= OrgFileCnt(); ++Slot) {
+        if (OrgFile(Slot).OrgUseCnt > 0 && IsName(OrgFile(Slot).OrgFileName)) return true;
+    }
+    for (std::int32_t Slot = 1; Slot <= WorkFileCnt(); ++Slot) {
+        if (WorkFile(Slot).WorkUseCnt > 0 && IsName(WorkFile(Slot).WorkFileName)) return true;
+    }
+    return std::ranges::any_of(OwnFiles.Names(), IsName);
+}
+
 void WoroFileBlockMod::UseFileOf(std::int32_t Type, std::int32_t Slot) {
     if (Type == BlkOrgFile) OrgFiles.Use(Slot);
     if (Type != BlkFile && Type != BlkBoth) return;
@@ -92,7 +105,9 @@ std::unique_ptr<File> WoroFileBlockMod::OpenOwnFile(std::int32_t Slot) {
 std::int32_t WoroFileBlockMod::WriteToWorkFile(std::span<const std::int16_t> Samples) {
     const std::int32_t Slot = WorkFileAdd();
     try {
-        OpenOwnFile(Slot)->WriteAt(1, std::as_bytes(Samples));
+        const auto Own = OpenOwnFile(Slot);
+        Own->WriteAt(1, std::as_bytes(Samples));
+        Own->Close();
         UseFileOf(BlkFile, Slot);
     } catch (...) {
         WorkFiles.Rename(Slot, {});

@@ -12,6 +12,7 @@
 #include "server/PlayDllMod.h"
 #include "store/BlockRec.h"
 #include "store/BlockTable.h"
+#include "store/CarrierFile.h"
 #include "store/FileTable.h"
 #include "store/OpenFile.h"
 #include "store/SampleCodec.h"
@@ -102,6 +103,15 @@ class WoroFileBlockMod {
     /// A block as the editor describes it: BlkSilent (Slot 0), or BlkFile or BlkOrgFile in Slot.
     std::int32_t BlockHandOver(const Extent& Where, BlkTypes Type, std::int32_t Slot);
 
+    // What the carriers that keep a file of their own share with the blocks.
+
+    Files& Disk() { return FileLayer; }
+    /// RuntimeFailure(File) when AppTmpDir is "".
+    const std::string& WorkFolder() const { return RequireFolder(State.AppTmpDir); }
+    CarrierFiles& FilesOfCarriers() { return OfCarriers; }
+    /// True when blocks read from the file Name, or the store writes its own there.
+    bool BlocksUse(const std::string& Name) const;
+
   private:
     std::int32_t BlockNewBuff(std::int32_t Len);
     std::int32_t BlockNewFile(std::int32_t Len);
@@ -130,6 +140,7 @@ class WoroFileBlockMod {
     FileTable<OrgFileRec> OrgFiles;
     FileTable<WorkFileRec> WorkFiles;
     WorkFilePool OwnFiles;
+    CarrierFiles OfCarriers;
     OpenFile OrgOpen;
     OpenFile WorkOpen;
     std::vector<std::int16_t> Scratch;  // file bytes on their way through the conversion

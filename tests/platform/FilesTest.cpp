@@ -59,6 +59,8 @@ TEST_F(FilesTest, EveryFailureNamesFilePositionAndCause) {
     const auto Reader = Disk.Open(Path, FileAccess::Read);
     const std::vector<std::pair<std::function<void()>, std::string>> Cases{
         {[&] { Disk.Open(Folder / "none", FileAccess::Read); }, Folder / "none: No such file"},
+        {[&] { Disk.Open(Folder / "none", FileAccess::Update); }, "none: No such file"},
+        {[&] { Reader->SetLength(3); }, "cannot make " + Path + " 3 bytes long: "},
         {[&] { Disk.Open(Path + "\\x", FileAccess::Write); }, "Not a directory"},
         {[&] { Disk.Open(Folder / "pipe", FileAccess::Read); }, "not a regular file"},
         {[&] { Disk.Open(std::string("a\0b", 3), FileAccess::Read); }, "zero byte"},

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@ namespace Tolvar::Testing {
 
 using Blocks = std::vector<std::int32_t>;
 using Wave = std::vector<std::int16_t>;
+
+inline constexpr std::int32_t Max = std::numeric_limits<std::int32_t>::max();
 
 inline std::int32_t Size(const auto& Many) {
     return static_cast<std::int32_t>(Many.size());

@@ -1,15 +1,11 @@
 #include <gmock/gmock.h>
 
-#include <limits>
-
 #include "tests/store/Shop.h"
 
 namespace Tolvar::Testing {
 namespace {
 
 using testing::ElementsAre;
-
-constexpr std::int32_t Max = std::numeric_limits<std::int32_t>::max();
 
 TEST(Carrier, StampsAndLoadsOnlyTheBlockThatASampleIsReadFrom) {
     Shop S;

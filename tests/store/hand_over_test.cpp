@@ -30,7 +30,6 @@ TEST(HandOver, MakesOneBlockAnEntryAndOpensNothing) {
 }
 
 TEST(HandOver, RefusalsNameChannelEntryIndexAndValue) {
-    const std::int32_t Max = 2147483647;
     const std::pair<std::vector<std::int32_t>, std::string> Cases[] = {
         {{}, "index 1"},
         {{0, 1, 0, 1, 5, 1, 1, 1, 16}, "index 1, value 0"},

@@ -28,19 +28,22 @@ struct ListBox : MessageBox {
     void Show(std::string_view Text) override { Texts.emplace_back(Text); }
 };
 
-/// A file system in memory that counts what is open and can refuse the n-th call.
+/// A file system in memory that counts what is open and can refuse the n-th call. What it refuses
+/// to write or to close has been written by half. A file in use after its close fails the test.
 class MemoryFiles : public Files {
   public:
     using Bytes = std::vector<std::uint8_t>;
     std::map<std::string, Bytes> Content;
     int OpenNow = 0;
     int OpensSoFar = 0;
-    int FailAtCall = 0;  ///< the call (open, read, write, delete) that fails, counted from 1
+    int FailAtCall = 0;  ///< the call of any kind that fails, counted from 1
     int Calls = 0;
+    std::vector<std::size_t> Writes;  ///< bytes
 
     std::unique_ptr<File> Open(const std::string& Name, FileAccess Access) override {
         Count("open", Name);
-        if (Access == FileAccess::Read && !Content.contains(Name)) Refuse("open", Name);
+        if (Access != FileAccess::Write && !Content.contains(Name)) Refuse("open", Name);
+        if (Access == FileAccess::Write) Content.try_emplace(Name);
         ++OpensSoFar;
         return std::make_unique<Handle>(*this, Name);
     }
@@ -49,7 +52,13 @@ class MemoryFiles : public Files {
         if (!Content.try_emplace(Name).second) return nullptr;
         return std::make_unique<Handle>(*this, Name);
     }
-    bool Exists(const std::string& Name) override { return Content.contains(Name); }
+    bool Exists(const std::string& Name) override {
+        Count("look for", Name);
+        return Content.contains(Name);
+    }
+    bool SameFile(const std::string& One, const std::string& Other) override {
+        return One == Other;
+    }
     void Delete(const std::string& Name) override {
         Count("delete", Name);
         Content.erase(Name);
@@ -67,25 +76,65 @@ class MemoryFiles : public Files {
         Handle(MemoryFiles& From, std::string Name) : Owner(From), NameOf(std::move(Name)) {
             ++Owner.OpenNow;
         }
-        ~Handle() override { --Owner.OpenNow; }
+        ~Handle() override {
+            --Owner.OpenNow;
+            // A close that nobody looks at can fail all the same.
+            if (!IsClosed && !Written.second.empty() && ++Owner.Calls == Owner.FailAtCall) Lose();
+        }
         void ReadAt(std::int64_t BytePos, std::span<std::byte> Into) override {
-            Owner.Count("read", NameOf);
-            const Bytes& Raw = Owner.Content[NameOf];
+            const Bytes& Raw = Reach("read");
             const auto End = BytePos - 1 + static_cast<std::int64_t>(Into.size());
             if (BytePos < 1 || End > static_cast<std::int64_t>(Raw.size())) Refuse("read", NameOf);
             std::memcpy(Into.data(), Raw.data() + (BytePos - 1), Into.size());
         }
         void WriteAt(std::int64_t BytePos, std::span<const std::byte> From) override {
-            Owner.Count("write", NameOf);
-            Bytes& Raw = Owner.Content[NameOf];
-            const auto Start = static_cast<std::size_t>(BytePos - 1);
-            Raw.resize(std::max(Raw.size(), Start + From.size()));
-            std::memcpy(Raw.data() + Start, From.data(), From.size());
+            const bool Fails = Owner.Calls + 1 == Owner.FailAtCall;
+            if (Fails) Put(BytePos, From.first(From.size() / 2));
+            Reach("write");
+            Written = {BytePos, Put(BytePos, From)};
+            Owner.Writes.push_back(From.size());
+        }
+        std::int64_t Length() override {
+            return static_cast<std::int64_t>(Reach("measure").size());
+        }
+        void SetLength(std::int64_t Bytes) override {
+            Reach("cut").resize(static_cast<std::size_t>(Bytes));
+        }
+        void Close() override {
+            try {
+                Reach("close");
+            } catch (const RuntimeFailure&) {
+                Lose();
+                IsClosed = true;
+                throw;
+            }
+            IsClosed = true;
         }
 
       private:
+        void Lose() {
+            Put(Written.first, std::span(Written.second).first(Written.second.size() / 2));
+        }
+        // What lay there before.
+        std::vector<std::byte> Put(std::int64_t BytePos, std::span<const std::byte> From) {
+            Bytes& Raw = Owner.Content[NameOf];
+            const auto Start = static_cast<std::size_t>(BytePos - 1);
+            Raw.resize(std::max(Raw.size(), Start + From.size()));
+            const auto Place = std::as_writable_bytes(std::span(Raw)).subspan(Start, From.size());
+            std::vector<std::byte> Old(Place.begin(), Place.end());
+            std::ranges::copy(From, Place.begin());
+            return Old;
+        }
+        Bytes& Reach(const std::string& What) {
+            if (IsClosed) throw std::logic_error(NameOf + " is closed");
+            Owner.Count(What, NameOf);
+            return Owner.Content[NameOf];
+        }
+
         MemoryFiles& Owner;
         std::string NameOf;
+        std::pair<std::int64_t, std::vector<std::byte>> Written{1, {}};
+        bool IsClosed = false;
     };
 
     [[noreturn]] static void Refuse(const std::string& What, const std::string& Name) {
