@@ -149,6 +149,8 @@ class LivePump {
     std::int64_t NextFrame = 0;         // of the source
     std::int64_t Made = 0;              // frames of the run that were brought to Pending
     int Underruns = 0;                  // of the run
+    int DryLooks = 0;                   // at the device, one after the other, that found it dry
+    int DryInARow = 0;                  // looks at the device that found it dry
     bool Dry = false;                   // the source had nothing more
     std::int64_t StartClock = -1;       // the clock's at the first write; -1: none yet
     std::int64_t ProgressClock = 0;     // the clock's when Heard last grew
