@@ -74,6 +74,7 @@ class LivePump {
 
     // Of both sides; the lock is held.
     std::int64_t ListenerNs();
+    void FindStuck();
     bool Adopted() const { return Mode == Phase::Sounding && AdoptedRun == RunNumber; }
     void FallSilent(Happening Why, int Error);
     void EndRun();
@@ -128,6 +129,7 @@ class LivePump {
     std::int64_t FreeClock = 0;   // and the clock's, with which it goes on
     std::int64_t ToldNs = 0;      // never told less again
     std::int64_t CallClock = -1;  // the clock's when the device was called; -1: it is not
+    bool Missing = false;         // it has been said that the device is not there
     bool CutWanted = false;
     std::int64_t CutNs = 0;
     bool Ending = false;

@@ -102,7 +102,6 @@ std::int64_t LivePump::Retry(std::uint64_t Number) {
     Run.Frame = RunTime.FramesAt(ListenerNs());
     Mode = Phase::Sounding;
     AdoptedRun = 0;
-    Note(Happening::Back, 0);
     return 0;
 }
 
@@ -162,6 +161,7 @@ void LivePump::Adopt(std::uint64_t Number, const LiveRun& Taken) {
     HeardTime.Start(RunTime.NsOf(Taken.Frame), 0);
     Written = Heard = 0;
     AdoptedRun = Number;
+    if (std::exchange(Missing, false)) Note(Happening::Back, 0);
 }
 
 /// No device can have played more by then, nor one that takes everything at once.
