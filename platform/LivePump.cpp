@@ -10,7 +10,7 @@ namespace Tolvar {
 namespace {
 
 constexpr std::int64_t MostCallNs = NsPerSecond;
-constexpr std::int64_t MostUnseenNs = 20 * NsPerMs;
+constexpr std::int64_t MostUnseenNs = 60 * NsPerMs;
 constexpr std::int64_t SurelyNs = NsPerMs;  // a position must not be told before it is heard
 
 }  // namespace

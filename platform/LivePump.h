@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <cstdint>
@@ -101,6 +102,9 @@ class LivePump {
     void DropAll();
     bool FadeOut();
     void Close();
+    /// Between two looks at the device: often enough for the rest of what it holds to bridge one
+    /// that is late, seldom enough to cost little.
+    int TurnMs() const { return std::clamp(Options.LatencyMs * 2 / 5, 2, 50); }
     std::int64_t FramesIn(std::int64_t Ms) const { return Ms * Opened.RateHz / 1000; }
     std::int64_t MostHeard(std::int64_t ClockNs) const;
     template <typename Call>
