@@ -1,0 +1,387 @@
+#include "tests/model/Commands.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "store/BlockRec.h"
+#include "tests/player/Studio.h"
+
+namespace Tolvar::Testing {
+namespace {
+
+using Kind = Command::Kind;
+
+constexpr std::array KindNames{
+    "WriteWaveMemo", "PlayAgain",    "PlayAgainRev",       "PlayUTurn",           "PlayAtPos",
+    "PlayAtPosRev",  "StopPlay",     "PlayPause",          "PlayContinue",        "LoopPlayON",
+    "PlayTempoFor",  "PlayTempoRev", "UpdatePlayPosition", "PlayCurrentPosition", "wait"};
+
+std::string Result(std::int32_t Value) {
+    return "= " + std::to_string(Value);
+}
+
+/// Takes every frame as it was played, whatever the tempo.
+struct ExactEars : ListeningSink {
+    std::vector<std::int32_t> Stream;
+
+    bool TakesEveryFormat() const override { return true; }
+    void Open(int ChannelCount, int Rate) override {
+        Stream.push_back(ModelPlayer::FormatMark(ChannelCount, Rate));
+    }
+    void Write(std::span<const std::int16_t> Samples) override {
+        Stream.insert(Stream.end(), Samples.begin(), Samples.end());
+    }
+};
+
+void Apply(ModelPlayer& Model, const Trial& Of, const Command& Given) {
+    switch (Given.What) {
+        case Kind::HandOver:
+            Model.HandOver(Of.Waves[static_cast<std::size_t>(Given.Value)].Heard);
+            Model.PlayTempo(1, Given.Factor);
+            return Model.PlayTempo(-1, Given.Factor);
+        case Kind::PlayAgain:
+            return Model.PlayFromEdge(1);
+        case Kind::PlayAgainRev:
+            return Model.PlayFromEdge(-1);
+        case Kind::PlayUTurn:
+            return Model.UTurn();
+        case Kind::PlayAtPos:
+            return Model.PlayAt(1, Given.Value);
+        case Kind::PlayAtPosRev:
+            return Model.PlayAt(-1, Given.Value);
+        case Kind::StopPlay:
+            return Model.StopPlay();
+        case Kind::PlayPause:
+            return Model.PlayPause();
+        case Kind::PlayContinue:
+            return Model.PlayContinue();
+        case Kind::LoopPlayON:
+            return Model.LoopPlayON(Given.Value != 0);
+        case Kind::PlayTempoFor:
+            return Model.PlayTempo(1, Given.Factor);
+        case Kind::PlayTempoRev:
+            return Model.PlayTempo(-1, Given.Factor);
+        case Kind::UpdatePlayPosition:
+            return Model.UpdatePlayPosition();
+        case Kind::PlayCurrentPosition:
+            return Model.Say(Result(Model.PlayCurrentPosition()));
+        case Kind::Wait:
+            return Model.Wait(Given.Value);
+    }
+}
+
+/// A player and its model, side by side.
+class Pair {
+  public:
+    explicit Pair(const Trial& TheTrial)
+        : Of(TheTrial),
+          Ears(new ExactEars),
+          Real(Of.Engine, std::unique_ptr<ListeningSink>(Ears), {SinkRate::Rule::Native}),
+          Model(Of.Engine) {
+        Real.Disk.Content = WaveFiles();
+        Real.TakeEngine();
+        Real.OnReport = [this](const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); };
+    }
+
+    /// How they differ behind it; nothing when they do not.
+    std::string Try(const Command& Given) {
+        try {
+            ApplyToReal(Given);
+        } catch (const std::exception& Thrown) {
+            return std::string("thrown: ") + Thrown.what();
+        }
+        Apply(Model, Of, Given);
+        return Difference();
+    }
+
+    std::string Stop() {
+        const std::string Differs = Try({Kind::StopPlay});
+        if (!Differs.empty() || Ears->Stream.size() == Model.Heard.size()) return Differs;
+        return std::to_string(Model.Heard.size() - Ears->Stream.size()) + " samples were not heard";
+    }
+
+    const ModelPlayer& TheModel() const { return Model; }
+
+  private:
+    void Say(const std::string& What) {
+        Said.push_back("@" + std::to_string(Real.NowMs()) + " " + What);
+    }
+
+    void ApplyToReal(const Command& Given);
+    std::string Difference();
+
+    const Trial& Of;
+    std::vector<std::string> Said;  // until the player, who reports to the end, is gone
+    ExactEars* Ears;                // the card's
+    Studio Real;
+    ModelPlayer Model;
+    std::size_t HeardBefore = 0;
+};
+
+void Pair::ApplyToReal(const Command& Given) {
+    PlayDllClass& Player = *Real.Player;
+    switch (Given.What) {
+        case Kind::HandOver: {
+            const MadeWave& Wave = Of.Waves[static_cast<std::size_t>(Given.Value)];
+            Player.WriteWaveMemo(Wave.Bits, Wave.Heard.Channels, Wave.Heard.Rate,
+                                 static_cast<std::int32_t>(Wave.Heard.Frames.size()),
+                                 ListOf(Wave.Left), ListOf(Wave.Right));
+            Player.PlayTempoFor(Given.Factor);
+            return Player.PlayTempoRev(Given.Factor);
+        }
+        case Kind::PlayAgain:
+            return Player.PlayAgain();
+        case Kind::PlayAgainRev:
+            return Player.PlayAgainRev();
+        case Kind::PlayUTurn:
+            return Player.PlayUTurn();
+        case Kind::PlayAtPos:
+            return Player.PlayAtPos(Given.Value);
+        case Kind::PlayAtPosRev:
+            return Player.PlayAtPosRev(Given.Value);
+        case Kind::StopPlay:
+            return Player.StopPlay();
+        case Kind::PlayPause:
+            return Player.PlayPause();
+        case Kind::PlayContinue:
+            return Player.PlayContinue();
+        case Kind::LoopPlayON:
+            return Player.LoopPlayON(Given.Value != 0);
+        case Kind::PlayTempoFor:
+            return Player.PlayTempoFor(Given.Factor);
+        case Kind::PlayTempoRev:
+            return Player.PlayTempoRev(Given.Factor);
+        case Kind::UpdatePlayPosition:
+            return Player.UpdatePlayPosition();
+        case Kind::PlayCurrentPosition:
+            return Say(Result(Player.PlayCurrentPosition()));
+        case Kind::Wait:
+            return Real.Advance(Given.Value);
+    }
+}
+
+std::string Pair::Difference() {
+    const std::int32_t State = Real.Player->PlayRunningDx7State();
+    if (State != Model.State) {
+        return "state " + std::to_string(State) + " is to be " + std::to_string(Model.State);
+    }
+    for (std::size_t I = 0; I < std::max(Said.size(), Model.Said.size()); ++I) {
+        const std::string Is = I < Said.size() ? Said[I] : "nothing";
+        const std::string Should = I < Model.Said.size() ? Model.Said[I] : "nothing";
+        if (Is != Should) return Is + " is to be " + Should;
+    }
+    Said.clear();
+    Model.Said.clear();
+    // The card hands frames over late, but never one that has not been heard.
+    const auto Count = std::ssize(Ears->Stream);
+    if (Count > std::ssize(Model.Heard)) return "more samples than time for them";
+    const auto [Is, Should] =
+        std::mismatch(Ears->Stream.begin(), Ears->Stream.end(), Model.Heard.begin());
+    if (Is != Ears->Stream.end()) {
+        return "sample " + std::to_string(HeardBefore + std::size_t(Is - Ears->Stream.begin())) +
+               ": " + std::to_string(*Is) + " is to be " + std::to_string(*Should);
+    }
+    HeardBefore += Ears->Stream.size();
+    Model.Heard.erase(Model.Heard.begin(), Model.Heard.begin() + Count);
+    Ears->Stream.clear();
+    return {};
+}
+
+// Random commands.
+
+std::int32_t RandomWait(Dice& Random, const ModelPlayer& Now) {
+    constexpr std::int64_t MostFrames = 60'000;
+    constexpr std::int64_t MostMs = 20'000;
+    std::int64_t Frame = Now.FramesPlayed() + Random.Between(0, Now.SegFrames());
+    if (Random.OneIn(3)) {  // around the next border, or the one after it
+        Frame = (Now.FramesPlayed() / Now.SegFrames() + Random.Between(1, 2)) * Now.SegFrames();
+    } else if (Random.OneIn(3)) {
+        Frame = Now.FramesOfRun();
+    } else if (Random.OneIn(2)) {
+        return Random.Between(0, 200);
+    } else if (Random.OneIn(8)) {
+        Frame = Now.FramesPlayed() + Random.Between(0, 5 * Now.SegFrames());
+    }
+    const std::int64_t Ms = (Frame - Now.FramesPlayed()) * 1000 / Now.Hz() + Random.Between(-3, 4);
+    return static_cast<std::int32_t>(
+        std::clamp<std::int64_t>(Ms, 0, std::min(MostMs, MostFrames * 1000 / Now.Hz())));
+}
+
+std::int32_t RandomFrame(Dice& Random, const ModelPlayer& Now) {
+    if (Random.OneIn(10)) return Random.Of(std::array{INT32_MIN, -1, 0, INT32_MAX});
+    if (Random.OneIn(3)) return Now.SegFrames() * Random.Between(0, 3) + Random.Between(-1, 2);
+    if (Random.OneIn(4)) return Now.Length() + Random.Between(-20, 1);
+    return Random.Between(1, Now.Length());
+}
+
+float RandomTempo(Dice& Random) {
+    if (Random.OneIn(2)) return Random.Of(std::array{1.0F, 0.5F, 1.5F, 2.0F, 0.7937F, 3.0F});
+    if (Random.OneIn(20)) return Random.Of(std::array{-1.0F, 0.0F, 40.0F, 1e9F});
+    return static_cast<float>(Random.Between(50, 6000)) / 1000;
+}
+
+Command RandomCommand(Dice& Random, const Trial& Of, const ModelPlayer& Now) {
+    static const std::vector<std::pair<Kind, int>> Often{
+        {Kind::Wait, 90},        {Kind::PlayCurrentPosition, 24}, {Kind::UpdatePlayPosition, 8},
+        {Kind::PlayAgain, 8},    {Kind::PlayAgainRev, 8},         {Kind::PlayUTurn, 12},
+        {Kind::PlayAtPos, 10},   {Kind::PlayAtPosRev, 10},        {Kind::StopPlay, 4},
+        {Kind::PlayPause, 10},   {Kind::PlayContinue, 12},        {Kind::LoopPlayON, 6},
+        {Kind::PlayTempoFor, 5}, {Kind::PlayTempoRev, 5},         {Kind::HandOver, 4}};
+    static const std::vector<Kind> All = [] {
+        std::vector<Kind> Made;
+        for (const auto& [What, Count] : Often)
+            Made.insert(Made.end(), static_cast<std::size_t>(Count), What);
+        return Made;
+    }();
+    Command Made{Random.Of(All)};
+    if (Made.What == Kind::HandOver) Made.Value = Random.Between(0, std::ssize(Of.Waves) - 1);
+    if (Made.What == Kind::Wait) Made.Value = RandomWait(Random, Now);
+    if (Made.What == Kind::LoopPlayON) Made.Value = Random.Between(0, 1);
+    if (Made.What == Kind::PlayAtPos || Made.What == Kind::PlayAtPosRev) {
+        Made.Value = RandomFrame(Random, Now);
+    }
+    Made.Factor = RandomTempo(Random);
+    return Made;
+}
+
+// Scripts.
+
+std::string BlockLine(const char* Channel, const ListEntry& Block) {
+    const std::string Where = std::to_string(Block.Len) + " " + std::to_string(Block.Start);
+    const std::string Line = std::string("block ") + Channel;
+    if (Block.Type == BlkSilent) return Line + " silent " + Where + "\n";
+    const std::string From = " " + std::to_string(Block.FilePos);
+    const std::string Name = " " + std::string(Block.Name) + "\n";
+    if (Block.Type == BlkFile) return Line + " work " + Where + From + Name;
+    return Line + " org " + Where + From + " " + std::to_string(Block.Channels) + " " +
+           std::to_string(Block.Bits) + Name;
+}
+
+std::string Decimal(float Factor) {
+    std::array<char, 32> Text{};
+    std::snprintf(Text.data(), Text.size(), " %.9g\n", static_cast<double>(Factor));
+    return Text.data();
+}
+
+std::string HandOverLines(const MadeWave& Wave, float Factor) {
+    std::string Text;
+    for (const ListEntry& Each : Wave.Left)
+        Text += BlockLine("L", Each);
+    for (const ListEntry& Each : Wave.Right)
+        Text += BlockLine("R", Each);
+    Text += "WriteWaveMemo " + std::to_string(Wave.Bits) + " " +
+            std::to_string(Wave.Heard.Channels) + " " + std::to_string(Wave.Heard.Rate) + " " +
+            std::to_string(Wave.Heard.Frames.size()) + "\n";
+    return Text + "PlayTempoFor" + Decimal(Factor) + "PlayTempoRev" + Decimal(Factor);
+}
+
+std::string ScriptLine(const Command& Given) {
+    const std::string Name = KindNames[static_cast<std::size_t>(Given.What)];
+    switch (Given.What) {
+        case Kind::PlayAtPos:
+        case Kind::PlayAtPosRev:
+        case Kind::LoopPlayON:
+        case Kind::Wait:
+            return Name + " " + std::to_string(Given.Value) + "\n";
+        case Kind::PlayTempoFor:
+        case Kind::PlayTempoRev:
+            return Name + Decimal(Given.Factor);
+        default:
+            return Name + "\n";
+    }
+}
+
+}  // namespace
+
+const char* NameOf(EngineOrder Engine) {
+    return Engine == EngineOrder::WaveOut ? "waveout" : Engine == EngineOrder::Dx7 ? "dx7" : "dx9";
+}
+
+Trial RandomTrial(EngineOrder Engine, std::uint32_t Seed, int Count, std::string& Difference) {
+    Dice Random(Seed);
+    Trial Made{Engine, {}, {{Kind::HandOver}}};
+    for (int I = 0; I < 4; ++I)
+        Made.Waves.push_back(MakeWave(Random));
+    Pair Both(Made);
+    Difference = Both.Try(Made.Commands.back());
+    for (int I = 1; I < Count && Difference.empty(); ++I) {
+        Made.Commands.push_back(RandomCommand(Random, Made, Both.TheModel()));
+        Difference = Both.Try(Made.Commands.back());
+    }
+    if (Difference.empty()) Difference = Both.Stop();
+    return Made;
+}
+
+std::string Trial::Difference() const {
+    Pair Both(*this);
+    for (const Command& Each : Commands) {
+        if (const std::string Differs = Both.Try(Each); !Differs.empty()) return Differs;
+    }
+    return Both.Stop();
+}
+
+Trial Trial::Shrunk() const {
+    Trial Least = *this;
+    for (auto Piece = std::ssize(Commands) / 2; Piece > 0;) {
+        bool Shorter = false;
+        for (auto From = std::ssize(Least.Commands) - Piece; From > 0; From -= Piece) {
+            Trial Less = Least;
+            const auto First = Less.Commands.begin() + From;
+            Less.Commands.erase(First, First + Piece);
+            if (Less.Difference().empty()) continue;
+            Least = std::move(Less);
+            Shorter = true;
+        }
+        if (!Shorter || Piece > 1) Piece /= 2;
+    }
+    return Least;
+}
+
+std::string Trial::Script() const {
+    std::string Text = std::string("# waveplay script --engine ") + NameOf(Engine) +
+                       " script | diff expected -\nDxObj 1\n";
+    for (const Command& Each : Commands) {
+        Text += Each.What == Kind::HandOver
+                    ? HandOverLines(Waves[static_cast<std::size_t>(Each.Value)], Each.Factor)
+                    : ScriptLine(Each);
+    }
+    return Text + "StopPlay\n";
+}
+
+std::string Trial::Expected() const {
+    ModelPlayer Model(Engine);
+    Model.Say(Result(1));
+    for (const Command& Each : Commands)
+        Apply(Model, *this, Each);
+    Model.StopPlay();
+    Model.Say("event \"S2\" \"Driver is Off\"");  // the editor lets go
+    std::string Text;
+    for (const std::string& Each : Model.Said)
+        Text += Each + "\n";
+    return Text;
+}
+
+void Trial::Write(const std::string& Folder) const {
+    const auto Put = [&](const std::string& Name, const auto& Content) {
+        std::ofstream(Folder + "/" + Name, std::ios::binary)
+            .write(reinterpret_cast<const char*>(Content.data()), std::ssize(Content));
+    };
+    for (const auto& [Name, Content] : WaveFiles())
+        Put(Name, Content);
+    Put("script", Script());
+    Put("expected", Expected());
+}
+
+std::string Explained(const Trial& Differing) {
+    const Trial Least = Differing.Shrunk();
+    std::string Folder = (std::filesystem::temp_directory_path() / "tolvar-model-XXXXXX").string();
+    if (mkdtemp(Folder.data()) == nullptr) throw std::runtime_error("cannot make " + Folder);
+    Least.Write(Folder);
+    const std::string Script = Least.Script();
+    return std::to_string(Least.Commands.size()) + " commands: " + Least.Difference() + "\n" +
+           Script + "# written to " + Folder + "\n";
+}
+
+}  // namespace Tolvar::Testing
