@@ -13,13 +13,32 @@ namespace {
 
 using Kind = Command::Kind;
 
-constexpr std::array KindNames{
-    "WriteWaveMemo", "PlayAgain",    "PlayAgainRev",       "PlayUTurn",           "PlayAtPos",
-    "PlayAtPosRev",  "StopPlay",     "PlayPause",          "PlayContinue",        "LoopPlayON",
-    "PlayTempoFor",  "PlayTempoRev", "UpdatePlayPosition", "PlayCurrentPosition", "wait"};
+enum class Takes { Nothing, Number, Factor };
 
-std::string Result(std::int32_t Value) {
-    return "= " + std::to_string(Value);
+/// In the order of Kind.
+struct KindRow {
+    const char* Name;  // the console's
+    Takes Argument;
+    int Often;
+};
+constexpr std::array<KindRow, 15> Rows{{{"WriteWaveMemo", Takes::Number, 4},
+                                        {"PlayAgain", Takes::Nothing, 8},
+                                        {"PlayAgainRev", Takes::Nothing, 8},
+                                        {"PlayUTurn", Takes::Nothing, 12},
+                                        {"PlayAtPos", Takes::Number, 10},
+                                        {"PlayAtPosRev", Takes::Number, 10},
+                                        {"StopPlay", Takes::Nothing, 4},
+                                        {"PlayPause", Takes::Nothing, 10},
+                                        {"PlayContinue", Takes::Nothing, 12},
+                                        {"LoopPlayON", Takes::Number, 6},
+                                        {"PlayTempoFor", Takes::Factor, 5},
+                                        {"PlayTempoRev", Takes::Factor, 5},
+                                        {"UpdatePlayPosition", Takes::Nothing, 8},
+                                        {"PlayCurrentPosition", Takes::Nothing, 24},
+                                        {"wait", Takes::Number, 90}}};
+
+const KindRow& RowOf(Kind What) {
+    return Rows[static_cast<std::size_t>(What)];
 }
 
 /// Takes every frame as it was played, whatever the tempo.
@@ -35,102 +54,13 @@ struct ExactEars : ListeningSink {
     }
 };
 
-void Apply(ModelPlayer& Model, const Trial& Of, const Command& Given) {
+/// What a player and its model are told alike; Side is one of them with its clock.
+void Apply(auto& Side, auto& Player, const Command& Given) {
     switch (Given.What) {
         case Kind::HandOver:
-            Model.HandOver(Of.Waves[static_cast<std::size_t>(Given.Value)].Heard);
-            Model.PlayTempo(1, Given.Factor);
-            return Model.PlayTempo(-1, Given.Factor);
-        case Kind::PlayAgain:
-            return Model.PlayFromEdge(1);
-        case Kind::PlayAgainRev:
-            return Model.PlayFromEdge(-1);
-        case Kind::PlayUTurn:
-            return Model.UTurn();
-        case Kind::PlayAtPos:
-            return Model.PlayAt(1, Given.Value);
-        case Kind::PlayAtPosRev:
-            return Model.PlayAt(-1, Given.Value);
-        case Kind::StopPlay:
-            return Model.StopPlay();
-        case Kind::PlayPause:
-            return Model.PlayPause();
-        case Kind::PlayContinue:
-            return Model.PlayContinue();
-        case Kind::LoopPlayON:
-            return Model.LoopPlayON(Given.Value != 0);
-        case Kind::PlayTempoFor:
-            return Model.PlayTempo(1, Given.Factor);
-        case Kind::PlayTempoRev:
-            return Model.PlayTempo(-1, Given.Factor);
-        case Kind::UpdatePlayPosition:
-            return Model.UpdatePlayPosition();
-        case Kind::PlayCurrentPosition:
-            return Model.Say(Result(Model.PlayCurrentPosition()));
-        case Kind::Wait:
-            return Model.Wait(Given.Value);
-    }
-}
-
-/// A player and its model, side by side.
-class Pair {
-  public:
-    explicit Pair(const Trial& TheTrial)
-        : Of(TheTrial),
-          Ears(new ExactEars),
-          Real(Of.Engine, std::unique_ptr<ListeningSink>(Ears), {SinkRate::Rule::Native}),
-          Model(Of.Engine) {
-        Real.Disk.Content = WaveFiles();
-        Real.TakeEngine();
-        Real.OnReport = [this](const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); };
-    }
-
-    /// How they differ behind it; nothing when they do not.
-    std::string Try(const Command& Given) {
-        try {
-            ApplyToReal(Given);
-        } catch (const std::exception& Thrown) {
-            return std::string("thrown: ") + Thrown.what();
-        }
-        Apply(Model, Of, Given);
-        return Difference();
-    }
-
-    std::string Stop() {
-        const std::string Differs = Try({Kind::StopPlay});
-        if (!Differs.empty() || Ears->Stream.size() == Model.Heard.size()) return Differs;
-        return std::to_string(Model.Heard.size() - Ears->Stream.size()) + " samples were not heard";
-    }
-
-    const ModelPlayer& TheModel() const { return Model; }
-
-  private:
-    void Say(const std::string& What) {
-        Said.push_back("@" + std::to_string(Real.NowMs()) + " " + What);
-    }
-
-    void ApplyToReal(const Command& Given);
-    std::string Difference();
-
-    const Trial& Of;
-    std::vector<std::string> Said;  // until the player, who reports to the end, is gone
-    ExactEars* Ears;                // the card's
-    Studio Real;
-    ModelPlayer Model;
-    std::size_t HeardBefore = 0;
-};
-
-void Pair::ApplyToReal(const Command& Given) {
-    PlayDllClass& Player = *Real.Player;
-    switch (Given.What) {
-        case Kind::HandOver: {
-            const MadeWave& Wave = Of.Waves[static_cast<std::size_t>(Given.Value)];
-            Player.WriteWaveMemo(Wave.Bits, Wave.Heard.Channels, Wave.Heard.Rate,
-                                 static_cast<std::int32_t>(Wave.Heard.Frames.size()),
-                                 ListOf(Wave.Left), ListOf(Wave.Right));
+            Side.HandOver(Given.Value);
             Player.PlayTempoFor(Given.Factor);
             return Player.PlayTempoRev(Given.Factor);
-        }
         case Kind::PlayAgain:
             return Player.PlayAgain();
         case Kind::PlayAgainRev:
@@ -156,36 +86,105 @@ void Pair::ApplyToReal(const Command& Given) {
         case Kind::UpdatePlayPosition:
             return Player.UpdatePlayPosition();
         case Kind::PlayCurrentPosition:
-            return Say(Result(Player.PlayCurrentPosition()));
+            return Side.Say("= " + std::to_string(Player.PlayCurrentPosition()));
         case Kind::Wait:
-            return Real.Advance(Given.Value);
+            return Side.Wait(Given.Value);
     }
 }
 
-std::string Pair::Difference() {
-    const std::int32_t State = Real.Player->PlayRunningDx7State();
-    if (State != Model.State) {
-        return "state " + std::to_string(State) + " is to be " + std::to_string(Model.State);
+struct ModelSide {
+    const Trial& Of;
+    ModelPlayer Player{Of.Engine};
+
+    void HandOver(std::int32_t Wave) {
+        Player.HandOver(Of.Waves[static_cast<std::size_t>(Wave)].Heard);
     }
-    for (std::size_t I = 0; I < std::max(Said.size(), Model.Said.size()); ++I) {
-        const std::string Is = I < Said.size() ? Said[I] : "nothing";
-        const std::string Should = I < Model.Said.size() ? Model.Said[I] : "nothing";
-        if (Is != Should) return Is + " is to be " + Should;
+    void Say(const std::string& What) { Player.Say(What); }
+    void Wait(std::int32_t Ms) { Player.Wait(Ms); }
+};
+
+struct RealSide {
+    const Trial& Of;
+    std::vector<std::string> Said;    // until the player, who reports to the end, is gone
+    ExactEars* Ears = new ExactEars;  // the card's
+    Studio Real{Of.Engine, std::unique_ptr<ListeningSink>(Ears), {SinkRate::Rule::Native}};
+
+    explicit RealSide(const Trial& TheTrial) : Of(TheTrial) {
+        Real.Disk.Content = WaveFiles();
+        Real.OnReport = [this](const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); };
+        Real.TakeEngine();
     }
-    Said.clear();
-    Model.Said.clear();
-    // The card hands frames over late, but never one that has not been heard.
-    const auto Count = std::ssize(Ears->Stream);
-    if (Count > std::ssize(Model.Heard)) return "more samples than time for them";
-    const auto [Is, Should] =
-        std::mismatch(Ears->Stream.begin(), Ears->Stream.end(), Model.Heard.begin());
-    if (Is != Ears->Stream.end()) {
-        return "sample " + std::to_string(HeardBefore + std::size_t(Is - Ears->Stream.begin())) +
-               ": " + std::to_string(*Is) + " is to be " + std::to_string(*Should);
+    void HandOver(std::int32_t Number) {
+        const MadeWave& Wave = Of.Waves[static_cast<std::size_t>(Number)];
+        const auto Length = static_cast<std::int32_t>(Wave.Heard.Frames.size());
+        Real.Player->WriteWaveMemo(Wave.Bits, Wave.Heard.Channels, Wave.Heard.Rate, Length,
+                                   ListOf(Wave.Left), ListOf(Wave.Right));
     }
-    HeardBefore += Ears->Stream.size();
-    Model.Heard.erase(Model.Heard.begin(), Model.Heard.begin() + Count);
-    Ears->Stream.clear();
+    void Say(const std::string& What) {
+        Said.push_back("@" + std::to_string(Real.NowMs()) + " " + What);
+    }
+    void Wait(std::int32_t Ms) { Real.Advance(Ms); }
+};
+
+class Pair {
+  public:
+    explicit Pair(const Trial& Of) : Real(Of), Model{Of} {}
+
+    /// How they differ behind it; nothing when they do not.
+    std::string Try(const Command& Given) {
+        try {
+            Apply(Real, *Real.Real.Player, Given);
+        } catch (const std::exception& Thrown) {
+            return std::string("thrown: ") + Thrown.what();
+        }
+        Apply(Model, Model.Player, Given);
+        const std::string Differs = DifferentWords();
+        return Differs.empty() ? DifferentSound() : Differs;
+    }
+
+    std::string Stop() {
+        const std::string Differs = Try({Kind::StopPlay});
+        const auto Missing = Model.Player.Heard.size();
+        return !Differs.empty() || Missing == 0 ? Differs
+                                                : std::to_string(Missing) + " samples not heard";
+    }
+
+    const ModelPlayer& TheModel() const { return Model.Player; }
+
+  private:
+    std::string DifferentWords();
+    std::string DifferentSound();
+
+    RealSide Real;
+    ModelSide Model;
+    std::size_t HeardBefore = 0;
+};
+
+std::string Pair::DifferentWords() {
+    auto& Is = Real.Said;
+    auto& Should = Model.Player.Said;
+    Real.Say("in state " + std::to_string(Real.Real.Player->PlayRunningDx7State()));
+    Model.Say("in state " + std::to_string(Model.Player.State));
+    const auto [Other, Right] = std::ranges::mismatch(Is, Should);
+    if (Other != Is.end()) return *Other + " is to be " + *Right;  // neither ends before
+    Is.clear();
+    Should.clear();
+    return {};
+}
+
+/// The card hands frames over late, but never one that has not been heard.
+std::string Pair::DifferentSound() {
+    auto& Is = Real.Ears->Stream;
+    auto& Should = Model.Player.Heard;
+    if (Is.size() > Should.size()) return "more samples than time for them";
+    const auto [Other, Right] = std::ranges::mismatch(Is, Should);
+    if (Other != Is.end()) {
+        return "sample " + std::to_string(HeardBefore + std::size_t(Other - Is.begin())) + ": " +
+               std::to_string(*Other) + " is to be " + std::to_string(*Right);
+    }
+    HeardBefore += Is.size();
+    Should.erase(Should.begin(), Right);
+    Is.clear();
     return {};
 }
 
@@ -223,16 +222,10 @@ float RandomTempo(Dice& Random) {
 }
 
 Command RandomCommand(Dice& Random, const Trial& Of, const ModelPlayer& Now) {
-    static const std::vector<std::pair<Kind, int>> Often{
-        {Kind::Wait, 90},        {Kind::PlayCurrentPosition, 24}, {Kind::UpdatePlayPosition, 8},
-        {Kind::PlayAgain, 8},    {Kind::PlayAgainRev, 8},         {Kind::PlayUTurn, 12},
-        {Kind::PlayAtPos, 10},   {Kind::PlayAtPosRev, 10},        {Kind::StopPlay, 4},
-        {Kind::PlayPause, 10},   {Kind::PlayContinue, 12},        {Kind::LoopPlayON, 6},
-        {Kind::PlayTempoFor, 5}, {Kind::PlayTempoRev, 5},         {Kind::HandOver, 4}};
     static const std::vector<Kind> All = [] {
         std::vector<Kind> Made;
-        for (const auto& [What, Count] : Often)
-            Made.insert(Made.end(), static_cast<std::size_t>(Count), What);
+        for (std::size_t I = 0; I < Rows.size(); ++I)
+            Made.insert(Made.end(), static_cast<std::size_t>(Rows[I].Often), Kind(I));
         return Made;
     }();
     Command Made{Random.Of(All)};
@@ -278,19 +271,9 @@ std::string HandOverLines(const MadeWave& Wave, float Factor) {
 }
 
 std::string ScriptLine(const Command& Given) {
-    const std::string Name = KindNames[static_cast<std::size_t>(Given.What)];
-    switch (Given.What) {
-        case Kind::PlayAtPos:
-        case Kind::PlayAtPosRev:
-        case Kind::LoopPlayON:
-        case Kind::Wait:
-            return Name + " " + std::to_string(Given.Value) + "\n";
-        case Kind::PlayTempoFor:
-        case Kind::PlayTempoRev:
-            return Name + Decimal(Given.Factor);
-        default:
-            return Name + "\n";
-    }
+    const auto& [Name, Argument, Often] = RowOf(Given.What);
+    if (Argument == Takes::Factor) return Name + Decimal(Given.Factor);
+    return Name + (Argument == Takes::Number ? " " + std::to_string(Given.Value) : "") + "\n";
 }
 
 }  // namespace
@@ -351,14 +334,14 @@ std::string Trial::Script() const {
 }
 
 std::string Trial::Expected() const {
-    ModelPlayer Model(Engine);
-    Model.Say(Result(1));
+    ModelSide Model{*this};
+    Model.Say(Engine == EngineOrder::WaveOut ? "= 2" : "= 1");
     for (const Command& Each : Commands)
-        Apply(Model, *this, Each);
-    Model.StopPlay();
+        Apply(Model, Model.Player, Each);
+    Model.Player.StopPlay();
     Model.Say("event \"S2\" \"Driver is Off\"");  // the editor lets go
     std::string Text;
-    for (const std::string& Each : Model.Said)
+    for (const std::string& Each : Model.Player.Said)
         Text += Each + "\n";
     return Text;
 }

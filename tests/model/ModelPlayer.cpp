@@ -172,11 +172,10 @@ void ModelPlayer::HandOver(const ModelWave& Given) {
     Say(Report("Done"));
 }
 
-void ModelPlayer::PlayTempo(int Of, float Factor) {
-    float& Tempo = TempoOf(Of) = Factor;
+float ModelPlayer::Clamped(float Factor) const {
     const double Wanted = static_cast<double>(Factor) * Wave.Rate;
-    if (Wanted < 100) Tempo = static_cast<float>(100.0 / Wave.Rate);
-    if (Wanted > 100'000) Tempo = static_cast<float>(100'000.0 / Wave.Rate);
+    if (Wanted < 100) return static_cast<float>(100.0 / Wave.Rate);
+    return Wanted > 100'000 ? static_cast<float>(100'000.0 / Wave.Rate) : Factor;
 }
 
 void ModelPlayer::PlayFromEdge(int Towards) {
@@ -187,25 +186,19 @@ void ModelPlayer::PlayFromEdge(int Towards) {
     StartRun(true);
 }
 
-void ModelPlayer::PlayAt(int Towards, std::int32_t Pos) {
+void ModelPlayer::PlayFrom(int Towards, std::int32_t Pos) {
     Direction = Towards;
     CurPos = Pos;
     Halt();
-    StartAtCurPos();
-}
-
-void ModelPlayer::UTurn() {
-    UpdatePlayPosition();
-    Halt();
-    Direction = -Direction;
-    StartAtCurPos();
-}
-
-void ModelPlayer::StartAtCurPos() {
-    const std::int64_t From = Direction == 1 ? CurPos : std::int64_t{Length()} - CurPos + 1;
+    const std::int64_t From = Direction == 1 ? Pos : std::int64_t{Length()} - Pos + 1;
     Next = static_cast<std::int32_t>(std::clamp<std::int64_t>(From, 1, Length()));
     StartOff = Next - 1;
     StartRun(false);
+}
+
+void ModelPlayer::PlayUTurn() {
+    UpdatePlayPosition();
+    PlayFrom(-Direction, CurPos);
 }
 
 void ModelPlayer::StartRun(bool FromEdge) {
@@ -233,8 +226,7 @@ void ModelPlayer::StartRun(bool FromEdge) {
 
 /// A segment that plays in less time than the DirectSound 9 poll takes is missed.
 void ModelPlayer::TakeTempo() {
-    const double Hertz = static_cast<double>(TempoOf(Direction)) * Wave.Rate;
-    DeviceHz = static_cast<std::int32_t>(std::nearbyint(Hertz));
+    DeviceHz = static_cast<std::int32_t>(std::nearbyint(Tempo() * Wave.Rate));
     if (Engine == EngineOrder::Dx9 && Poll.Ms * DeviceHz >= 1000 * SegFrames()) TooFast = true;
 }
 
@@ -267,9 +259,8 @@ void ModelPlayer::PlayContinue() {
 // The end of play.
 
 void ModelPlayer::ArmCountdown() {
-    const double Tempo = TempoOf(Direction);
-    const auto Counted = std::llrint(LastSegMs / Tempo + 1);
-    Interval(Countdown, std::max<std::int64_t>(Counted, RoundUp(1000LL * Filled, DeviceHz)));
+    const std::int64_t Counted = std::llrint(LastSegMs / Tempo() + 1);
+    Interval(Countdown, std::max(Counted, RoundUp(1000LL * Filled, DeviceHz)));
     Start(Countdown);
 }
 

@@ -24,14 +24,17 @@ class ModelPlayer {
     explicit ModelPlayer(EngineOrder TheEngine) : Engine(TheEngine) {}
 
     void HandOver(const ModelWave& Given);
-    void PlayFromEdge(int Direction);
-    void PlayAt(int Direction, std::int32_t Pos);
-    void UTurn();
+    void PlayAgain() { PlayFromEdge(1); }
+    void PlayAgainRev() { PlayFromEdge(-1); }
+    void PlayAtPos(std::int32_t Pos) { PlayFrom(1, Pos); }
+    void PlayAtPosRev(std::int32_t Pos) { PlayFrom(-1, Pos); }
+    void PlayUTurn();
     void StopPlay();
     void PlayPause();
     void PlayContinue();
     void LoopPlayON(bool On) { Looping = On; }
-    void PlayTempo(int Direction, float Factor);
+    void PlayTempoFor(float Factor) { TempoFor = Clamped(Factor); }
+    void PlayTempoRev(float Factor) { TempoRev = Clamped(Factor); }
     void UpdatePlayPosition();
     std::int32_t PlayCurrentPosition();
     void Wait(std::int64_t Ms);
@@ -61,7 +64,8 @@ class ModelPlayer {
     };
 
     bool IsWaveOut() const { return Engine == EngineOrder::WaveOut; }
-    float& TempoOf(int Of) { return Of == 1 ? TempoFor : TempoRev; }
+    double Tempo() const { return Direction == 1 ? TempoFor : TempoRev; }
+    float Clamped(float Factor) const;
 
     // Time.
     void Arm(Timer& Which, std::int64_t DueNs);
@@ -80,7 +84,8 @@ class ModelPlayer {
     const ModelFrame& FrameOfRun(std::int64_t Number) const;
     void TakeTempo();
     std::vector<ModelFrame> NextFrames();
-    void StartAtCurPos();
+    void PlayFromEdge(int Towards);
+    void PlayFrom(int Towards, std::int32_t Pos);
     void StartRun(bool FromEdge);
     void EndOfPlay();
     void ArmCountdown();
