@@ -217,7 +217,7 @@ std::int32_t RandomFrame(Dice& Random, const ModelPlayer& Now) {
 
 float RandomTempo(Dice& Random) {
     if (Random.OneIn(2)) return Random.Of(std::array{1.0F, 0.5F, 1.5F, 2.0F, 0.7937F, 3.0F});
-    if (Random.OneIn(20)) return Random.Of(std::array{-1.0F, 0.0F, 40.0F, 1e9F});
+    if (Random.OneIn(10)) return Random.Of(std::array{-1.0F, 0.0F, 40.0F, 80.0F, 1e9F});
     return static_cast<float>(Random.Between(50, 6000)) / 1000;
 }
 

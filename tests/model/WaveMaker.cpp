@@ -32,13 +32,19 @@ std::int16_t SampleAt(const SourceFile& Source, std::int32_t BytePos) {
     return static_cast<std::int16_t>(At[0] | At[1] << 8);
 }
 
+/// Mostly slow, so that segments are short and many of their borders are met.
+std::int32_t MakeRate(Dice& Random) {
+    if (Random.OneIn(100)) return 44'100;
+    return Random.OneIn(5) ? Random.Between(400, 8000) : Random.Between(100, 400);
+}
+
 std::int32_t MakeLength(Dice& Random, std::int32_t SegFrames) {
     if (Random.OneIn(4)) return Random.Between(1, 20);
     if (Random.OneIn(2)) return Random.Between(1, 5 * SegFrames);
     return Random.Between(1, 4) * SegFrames + Random.Between(-3, 3);
 }
 
-/// Appends a block of at most Most samples to a channel; Put takes each of its samples.
+/// A block of at most Most samples; Put takes each of them, as a carrier reads it.
 ListEntry MakeBlock(Dice& Random, std::int32_t Most, std::int32_t Bits, auto&& Put) {
     const std::int32_t Longest = 1 << Random.Between(0, 14);
     ListEntry Block{.Type = BlkSilent, .Len = Random.Between(1, std::min(Most, Longest))};
@@ -84,7 +90,7 @@ const std::map<std::string, MemoryFiles::Bytes>& WaveFiles() {
 MadeWave MakeWave(Dice& Random) {
     MadeWave Made;
     Made.Bits = Random.OneIn(3) ? 8 : 16;
-    Made.Heard.Rate = Random.OneIn(5) ? Random.Between(400, 4000) : Random.Between(100, 400);
+    Made.Heard.Rate = MakeRate(Random);
     Made.Heard.Channels = Random.Between(1, 2);
     const std::int32_t Length = MakeLength(Random, 4 * Made.Heard.Rate);
     Made.Heard.Frames.resize(static_cast<std::size_t>(Length));

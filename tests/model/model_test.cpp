@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdio>
+#include <cstdlib>
 
 #include "tests/model/Commands.h"
 #include "tests/support/TempFolder.h"
@@ -22,9 +22,9 @@ TEST(Model, ThePlayerDoesWhatTheModelDoes) {
     }
 }
 
-/// What the console prints of a script in that folder.
+/// What the console prints of the script in that folder.
 std::string Printed(const std::string& Folder, EngineOrder Engine) {
-    const std::string Line = "cd '" + Folder + "' && " WAVEPLAY_PROGRAM " script --engine " +
+    const std::string Line = "cd '" + Folder + "' && '" WAVEPLAY_PROGRAM "' script --engine " +
                              NameOf(Engine) + " script >printed 2>&1";
     EXPECT_EQ(std::system(Line.c_str()), 0);
     return Get(Folder + "/printed");
