@@ -107,25 +107,26 @@ struct RealSide {
     const Trial& Of;
     std::vector<std::string> Said;    // until the player, who reports to the end, is gone
     ExactEars* Ears = new ExactEars;  // the card's
-    Studio Real{Of.Engine, std::unique_ptr<ListeningSink>(Ears), {SinkRate::Rule::Native}};
+    Studio Room{Of.Engine, std::unique_ptr<ListeningSink>(Ears), {SinkRate::Rule::Native}};
 
     explicit RealSide(const Trial& TheTrial) : Of(TheTrial) {
-        Real.Disk.Content = WaveFiles();
-        Real.OnReport = [this](const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); };
-        Real.TakeEngine();
+        Room.Disk.Content = WaveFiles();
+        Room.OnReport = [this](const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); };
+        Room.TakeEngine();
     }
     void HandOver(std::int32_t Number) {
         const MadeWave& Wave = Of.Waves[static_cast<std::size_t>(Number)];
         const auto Length = static_cast<std::int32_t>(Wave.Heard.Frames.size());
-        Real.Player->WriteWaveMemo(Wave.Bits, Wave.Heard.Channels, Wave.Heard.Rate, Length,
+        Room.Player->WriteWaveMemo(Wave.Bits, Wave.Heard.Channels, Wave.Heard.Rate, Length,
                                    ListOf(Wave.Left), ListOf(Wave.Right));
     }
     void Say(const std::string& What) {
-        Said.push_back("@" + std::to_string(Real.NowMs()) + " " + What);
+        Said.push_back("@" + std::to_string(Room.NowMs()) + " " + What);
     }
-    void Wait(std::int32_t Ms) { Real.Advance(Ms); }
+    void Wait(std::int32_t Ms) { Room.Advance(Ms); }
 };
 
+/// Both, with an ear on each.
 class Pair {
   public:
     explicit Pair(const Trial& Of) : Real(Of), Model{Of} {}
@@ -133,7 +134,7 @@ class Pair {
     /// How they differ behind it; nothing when they do not.
     std::string Try(const Command& Given) {
         try {
-            Apply(Real, *Real.Real.Player, Given);
+            Apply(Real, *Real.Room.Player, Given);
         } catch (const std::exception& Thrown) {
             return std::string("thrown: ") + Thrown.what();
         }
@@ -163,7 +164,7 @@ class Pair {
 std::string Pair::DifferentWords() {
     auto& Is = Real.Said;
     auto& Should = Model.Player.Said;
-    Real.Say("in state " + std::to_string(Real.Real.Player->PlayRunningDx7State()));
+    Real.Say("in state " + std::to_string(Real.Room.Player->PlayRunningDx7State()));
     Model.Say("in state " + std::to_string(Model.Player.State));
     const auto [Other, Right] = std::ranges::mismatch(Is, Should);
     if (Other != Is.end()) return *Other + " is to be " + *Right;  // neither ends before
@@ -324,7 +325,8 @@ Trial Trial::Shrunk() const {
 
 std::string Trial::Script() const {
     std::string Text = std::string("# waveplay script --engine ") + NameOf(Engine) +
-                       " script | diff expected -\nDxObj 1\n";
+                       " script | diff expected -\n# What is heard: --rate native --device "
+                       "wav:heard.wav\nDxObj 1\n";
     for (const Command& Each : Commands) {
         Text += Each.What == Kind::HandOver
                     ? HandOverLines(Waves[static_cast<std::size_t>(Each.Value)], Each.Factor)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace Tolvar::Testing {
 namespace {
@@ -14,14 +15,14 @@ std::int64_t RoundUp(std::int64_t Value, std::int64_t By) {
     return Value <= 0 ? 0 : (Value + By - 1) / By;
 }
 
+std::string Report(const std::string& Text) {
+    return "event \"S2\" \"" + Text + "\"";
+}
+
 }  // namespace
 
 void ModelPlayer::Say(const std::string& What) {
     Said.push_back("@" + std::to_string(NowNs / NsPerMs) + " " + What);
-}
-
-static std::string Report(const std::string& Text) {
-    return "event \"S2\" \"" + Text + "\"";
 }
 
 // Time.
@@ -165,9 +166,9 @@ void ModelPlayer::HandOver(const ModelWave& Given) {
         Buffer.assign(static_cast<std::size_t>(2 * SegFrames()), {});
         SignalNo = SecondsTold = 0;
         FirstsTold = 1;
-        const double PollMs = std::nearbyint(4.0 / TempoFor * 25.0);
-        if (Engine == EngineOrder::Dx9)
-            Interval(Poll, std::max<std::int64_t>(1, std::llrint(PollMs)));
+    }
+    if (Engine == EngineOrder::Dx9) {
+        Interval(Poll, std::max(1LL, std::llrint(4.0 / TempoFor * 25.0)));
     }
     Say(Report("Done"));
 }
@@ -266,13 +267,13 @@ void ModelPlayer::ArmCountdown() {
 
 void ModelPlayer::EndOfPlay() {
     Countdown.On = false;
-    if (const std::int64_t Left = FramesOfRun() - Played; !IsWaveOut() && Left > 0) {
+    // It does not come before the wave's last frame was heard, unless that takes far too long.
+    const std::int64_t Left = IsWaveOut() ? 0 : FramesOfRun() - Played;
+    if (Left > 0 && LateMs < MostLateMs) {
         const std::int64_t LeftMs = std::min(RoundUp(1000 * Left, DeviceHz), MostLateMs);
-        if (LateMs < MostLateMs) {
-            LateMs += LeftMs;
-            Interval(Countdown, LeftMs);
-            return Start(Countdown);
-        }
+        LateMs += LeftMs;
+        Interval(Countdown, LeftMs);
+        return Start(Countdown);
     }
     EndSignalled = false;
     const int Before = LoopCount;

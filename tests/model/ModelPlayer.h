@@ -52,7 +52,6 @@ class ModelPlayer {
     std::int64_t FramesPlayed() const { return Played; }
     std::int64_t FramesOfRun() const { return Length() - StartOff; }
     std::int32_t SegFrames() const { return 4 * Wave.Rate; }
-    std::int32_t Rate() const { return Wave.Rate; }
     std::int32_t Hz() const { return Engine == EngineOrder::WaveOut ? Wave.Rate : DeviceHz; }
 
   private:
@@ -67,7 +66,7 @@ class ModelPlayer {
     double Tempo() const { return Direction == 1 ? TempoFor : TempoRev; }
     float Clamped(float Factor) const;
 
-    // Time.
+    // Time. A timer that fires goes on; one that is on is not started again.
     void Arm(Timer& Which, std::int64_t DueNs);
     void Start(Timer& Which);
     void Interval(Timer& Which, std::int64_t Ms);
@@ -137,7 +136,7 @@ class ModelPlayer {
     // DirectSound.
     bool Marked = false;        // the countdown was armed and has not fired
     bool EndSignalled = false;  // by the first crossing behind the last segment
-    std::int64_t LateMs = 0;
+    std::int64_t LateMs = 0;    // by which the countdown was put off
     std::int64_t SignalNo = 0;
     std::int64_t FirstsTold = 1;
     std::int64_t SecondsTold = 0;

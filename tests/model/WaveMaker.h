@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "tests/model/ModelPlayer.h"

@@ -12,7 +12,7 @@ namespace {
 constexpr std::array Engines{EngineOrder::Dx9, EngineOrder::Dx7, EngineOrder::WaveOut};
 
 TEST(Model, ThePlayerDoesWhatTheModelDoes) {
-    for (std::uint32_t Seed = 1; Seed <= 40; ++Seed) {
+    for (std::uint32_t Seed = 1; Seed <= 60; ++Seed) {
         for (const EngineOrder Engine : Engines) {
             std::string Difference;
             const Trial Tried = RandomTrial(Engine, Seed, 250, Difference);
