@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdlib>
 
 #include "tests/model/Commands.h"
@@ -9,16 +8,18 @@
 namespace Tolvar::Testing {
 namespace {
 
-constexpr std::array Engines{EngineOrder::Dx9, EngineOrder::Dx7, EngineOrder::WaveOut};
+class Model : public ::testing::TestWithParam<EngineOrder> {};
 
-TEST(Model, ThePlayerDoesWhatTheModelDoes) {
+INSTANTIATE_TEST_SUITE_P(All, Model,
+                         ::testing::Values(EngineOrder::Dx9, EngineOrder::Dx7,
+                                           EngineOrder::WaveOut),
+                         [](const auto& Info) { return std::string(NameOf(Info.param)); });
+
+TEST_P(Model, ThePlayerDoesWhatTheModelDoes) {
     for (std::uint32_t Seed = 1; Seed <= 60; ++Seed) {
-        for (const EngineOrder Engine : Engines) {
-            std::string Difference;
-            const Trial Tried = RandomTrial(Engine, Seed, 250, Difference);
-            ASSERT_EQ(Difference, "") << NameOf(Engine) << ", seed " << Seed << "\n"
-                                      << Explained(Tried);
-        }
+        std::string Difference;
+        const Trial Tried = RandomTrial(GetParam(), Seed, 250, Difference);
+        ASSERT_EQ(Difference, "") << "seed " << Seed << "\n" << Explained(Tried);
     }
 }
 
@@ -30,14 +31,12 @@ std::string Printed(const std::string& Folder, EngineOrder Engine) {
     return Get(Folder + "/printed");
 }
 
-TEST(Model, AScriptReplaysWhatWasTried) {
-    for (const EngineOrder Engine : Engines) {
-        std::string Difference;
-        const Trial Tried = RandomTrial(Engine, 7, 150, Difference);
-        const TempFolder Folder;
-        Tried.Write(Folder / ".");
-        EXPECT_EQ(Printed(Folder / ".", Engine), Tried.Expected()) << NameOf(Engine);
-    }
+TEST_P(Model, AScriptReplaysWhatWasTried) {
+    std::string Difference;
+    const Trial Tried = RandomTrial(GetParam(), 7, 150, Difference);
+    const TempFolder Folder;
+    Tried.Write(Folder / ".");
+    EXPECT_EQ(Printed(Folder / ".", GetParam()), Tried.Expected());
 }
 
 }  // namespace
