@@ -36,7 +36,7 @@ CardOutput OutputFor(const PlayServerOptions& Options, const Clock& Time) {
         throw RuntimeFailure(FailureKind::Input,
                              Options.Device + ": a sound device keeps real time: --clock real");
     }
-    CardOutput Made = MakeOutput(Options.Device, Options.Live, Time);
+    CardOutput Made = MakeOutput(Options.Device, Options.Output, Time);
     if (Options.Through) Made.Recorded = Options.Through(std::move(Made.Recorded));
     return Made;
 }

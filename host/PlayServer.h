@@ -25,7 +25,7 @@ namespace Tolvar {
 struct PlayServerOptions {
     bool VirtualClock = false;    ///< time jumps, and descriptors are not watched
     std::string Device = "null";  ///< as MakeOutput takes it
-    LiveOptions Live = {};        ///< for a real device
+    OutputOptions Output = {};
     SinkRate Rate = {};
     EngineOrder Engine = EngineOrder::Auto;
     std::string LogPath = {};  ///< "": standard error

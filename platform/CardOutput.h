@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/Clock.h"
@@ -9,10 +10,21 @@
 
 namespace Tolvar {
 
+struct OutputOptions {
+    static constexpr int LeastLatencyMs = 10;
+    static constexpr int MostLatencyMs = 2000;
+    static constexpr int MostFadeMs = 20;
+
+    int LatencyMs = 60;  ///< of sound that a real device is given ahead
+    std::optional<int> FadeMs =
+        {};  ///< of the ramps at the edges; none: 5 on a real device, else 0
+};
+
 /// Where a sound card's output ends: one of the two, or, on a machine without a sound device, none.
 struct CardOutput {
     std::unique_ptr<Sink> Recorded;    ///< takes what was heard, as the clock tells it
     std::unique_ptr<LiveOutput> Live;  ///< is heard, and tells what was
+    int RecordedFadeMs = 0;            ///< of the ramps at the edges of what is recorded
 };
 
 /// Whether a device of that name is a real one: "auto" or "alsa", which are the user's default
@@ -22,6 +34,6 @@ bool IsLiveDevice(const std::string& Name);
 /// What that name stands for, or as MakeSink takes it. A real device keeps real time, so Time is
 /// to be a real clock; it is opened when something is played, so nothing is said of it here.
 /// RuntimeFailure as MakeSink.
-CardOutput MakeOutput(const std::string& Name, const LiveOptions& Options, const Clock& Time);
+CardOutput MakeOutput(const std::string& Name, const OutputOptions& Options, const Clock& Time);
 
 }  // namespace Tolvar

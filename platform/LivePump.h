@@ -20,10 +20,6 @@
 namespace Tolvar {
 
 struct LiveOptions {
-    static constexpr int LeastLatencyMs = 10;
-    static constexpr int MostLatencyMs = 2000;
-    static constexpr int MostFadeMs = 20;
-
     int LatencyMs = 60;  ///< of sound that the device is given ahead
     int FadeMs = 5;      ///< of the ramps at the edges of what is played; 0: none
 };

@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "platform/EdgeRamps.h"
 #include "platform/LivePump.h"
 
 // The render thread's side.
@@ -17,10 +18,6 @@ constexpr std::int64_t StandStillNs = 2 * NsPerSecond;  // wireless ones take a 
 constexpr std::int64_t KeepMs = 2;     // what the device is about to play is not taken back
 constexpr std::int64_t SlackMs = 200;  // for a device that fills buffers of its own first
 constexpr int MostDryLooks = 10;  // a server that is gone may take all it is given and play nothing
-
-std::int16_t Scaled(std::int16_t Sample, std::int64_t Part, std::int64_t Of) {
-    return static_cast<std::int16_t>(Sample * Part / Of);
-}
 
 std::size_t Index(std::int64_t Of) {
     return static_cast<std::size_t>(Of);
@@ -266,7 +263,7 @@ void LivePump::Append(std::span<const std::int16_t> Samples) {
     Pending.insert(Pending.end(), Samples.begin(), Samples.end());
     for (auto At = Pending.begin() + First; At != Pending.end() && Made < Ramp; ++Made) {
         for (int Channel = 0; Channel < Opened.Channels; ++Channel, ++At)
-            *At = Scaled(*At, Made + 1, Ramp + 1);
+            *At = Ramped(*At, Made, Ramp);
     }
 }
 
@@ -321,7 +318,7 @@ bool LivePump::FadeOut() {
     for (std::int64_t Frame = 0; Frame < Ramp; ++Frame) {
         const std::size_t From = Index(Written - Back + Frame) * Channels % Recent.size();
         for (std::size_t Channel = 0; Channel < Channels; ++Channel)
-            Pending.push_back(Scaled(Recent[From + Channel], Ramp - Frame, Ramp + 1));
+            Pending.push_back(Ramped(Recent[From + Channel], Ramp - 1 - Frame, Ramp));
     }
     return Calling([this](OutputDevice& To) { return To.Write(Pending); }) >= 0;
 }

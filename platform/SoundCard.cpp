@@ -12,7 +12,15 @@ SoundCard::SoundCard(Apartment& TheHome, CardOutput To, SinkRate TheRate, Log& T
       Live(std::move(To.Live)),
       Rate(TheRate),
       Journal(TheJournal),
-      ToSink([this](std::span<const std::int16_t> Samples) { Output->Write(Samples); }) {}
+      FadeMs(To.RecordedFadeMs),
+      ToSink([this](std::span<const std::int16_t> Samples) {
+          if (Ramps) {
+              Ramps->Pass(Samples, ToOutput);
+          } else {
+              Output->Write(Samples);
+          }
+      }),
+      ToOutput([this](std::span<const std::int16_t> Samples) { Output->Write(Samples); }) {}
 
 SoundCard::~SoundCard() = default;
 
@@ -98,11 +106,13 @@ void SoundCard::OpenSink(StreamFormat Format, int NominalHz) {
     const int Hz = OutputHz(Format, NominalHz);
     Output->Open(Format.Channels, Hz);
     SinkFormat = {Format.Channels, Hz};
+    if (FadeMs > 0) Ramps.emplace(SinkFormat, FadeMs);
 }
 
 void SoundCard::FlushRun() {
     const auto Ended = std::move(Run);
     Ended->Flush(ToSink);
+    if (Ramps) Ramps->Finish(ToOutput);
 }
 
 void SoundCard::Fail(const RuntimeFailure& Cause) {

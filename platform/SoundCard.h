@@ -9,6 +9,7 @@
 
 #include "platform/Apartment.h"
 #include "platform/CardOutput.h"
+#include "platform/EdgeRamps.h"
 #include "platform/OutputConverter.h"
 #include "platform/RuntimeFailure.h"
 #include "platform/StreamFormat.h"
@@ -102,7 +103,10 @@ class SoundCard {
     StreamFormat SinkFormat;               // no channels before the first frames
     std::unique_ptr<OutputConverter> Run;  // null between runs
     const Voice* RunOf = nullptr;          // whose frames were the last; never followed
+    int FadeMs;
+    std::optional<EdgeRamps> Ramps;  // none before the first frames, and where FadeMs is 0
     OutputConverter::Output ToSink;
+    EdgeRamps::Output ToOutput;
     std::optional<RuntimeFailure> Failed;
     bool Finished = false;
 };

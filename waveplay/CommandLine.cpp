@@ -158,14 +158,15 @@ void AddClock(CLI::App& Command, SessionOptions& Setup, const char* About) {
 
 void AddDevice(CLI::App& Command, SessionOptions& Setup, bool ForScript, const char* About) {
     Command
-        .add_option("--latency", Setup.Live.LatencyMs, "of sound given to a real device ahead (60)")
+        .add_option("--latency", Setup.Output.LatencyMs,
+                    "of sound given to a real device ahead (60)")
         ->type_name("MS")
-        ->check(CLI::Range(LiveOptions::LeastLatencyMs, LiveOptions::MostLatencyMs));
+        ->check(CLI::Range(OutputOptions::LeastLatencyMs, OutputOptions::MostLatencyMs));
     Command
-        .add_option("--fade", Setup.Live.FadeMs,
-                    "of the ramps where a real device starts or stops (5)")
+        .add_option("--fade", Setup.Output.FadeMs,
+                    "of the ramps at the edges of what is played (real device: 5, else 0)")
         ->type_name("MS")
-        ->check(CLI::Range(0, LiveOptions::MostFadeMs));
+        ->check(CLI::Range(0, OutputOptions::MostFadeMs));
     AddTaken(Command, "--device", About, [&Setup, ForScript](const std::string& Given) {
         return TakeDevice(Given, ForScript, Setup.Device);
     })->type_name("DEVICE");

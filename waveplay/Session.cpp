@@ -10,11 +10,12 @@ namespace Tolvar {
 namespace {
 
 std::vector<std::string> ServerArguments(const SessionOptions& Options) {
-    std::vector<std::string> Words{"--device",  Options.Device,
-                                   "--rate",    Options.Rate,
-                                   "--engine",  Options.Engine,
-                                   "--latency", std::to_string(Options.Live.LatencyMs),
-                                   "--fade",    std::to_string(Options.Live.FadeMs)};
+    std::vector<std::string> Words{
+        "--device", Options.Device, "--rate",    Options.Rate,
+        "--engine", Options.Engine, "--latency", std::to_string(Options.Output.LatencyMs)};
+    if (Options.Output.FadeMs) {
+        Words.insert(Words.end(), {"--fade", std::to_string(*Options.Output.FadeMs)});
+    }
     if (!Options.LogPath.empty()) Words.insert(Words.end(), {"--log", Options.LogPath});
     return Words;
 }
@@ -25,7 +26,7 @@ PlayServerOptions LocalSetup(const SessionOptions& Options) {
     PlayServerOptions Setup;
     Setup.VirtualClock = Options.VirtualClock;
     Setup.Device = Options.Device;
-    Setup.Live = Options.Live;
+    Setup.Output = Options.Output;
     Setup.Rate = SinkRateOf(Options.Rate);
     Setup.Engine = EngineOrderOf(Options.Engine);
     Setup.LogPath = Options.LogPath;

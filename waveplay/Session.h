@@ -26,7 +26,7 @@ struct SessionOptions {
     bool VirtualClock = false;  ///< then it is in process whatever To says
     // A server on the bus has settings of its own instead of these.
     std::string Device = "null";  ///< as MakeOutput takes it
-    LiveOptions Live = {};        ///< for a real device
+    OutputOptions Output = {};
     std::string Rate = "wave";    ///< as SinkRateOf takes it
     std::string Engine = "auto";  ///< as EngineOrderOf takes it
     std::string LogPath = {};     ///< "" = standard error

@@ -37,11 +37,12 @@ void Declare(CLI::App& App, Words& Given) {
     Where->require_option(1);
     App.add_option("--device", Given.Setup.Device,
                    "auto (default: the user's own), alsa[:PCM], null, none or wav:PATH");
-    LiveOptions& Live = Given.Setup.Live;
-    App.add_option("--latency", Live.LatencyMs, "MS of sound given to a sound device ahead")
-        ->check(CLI::Range(LiveOptions::LeastLatencyMs, LiveOptions::MostLatencyMs));
-    App.add_option("--fade", Live.FadeMs, "MS of the ramps at the edges of what a device plays")
-        ->check(CLI::Range(0, LiveOptions::MostFadeMs));
+    OutputOptions& Output = Given.Setup.Output;
+    App.add_option("--latency", Output.LatencyMs, "MS of sound given to a sound device ahead")
+        ->check(CLI::Range(OutputOptions::LeastLatencyMs, OutputOptions::MostLatencyMs));
+    App.add_option("--fade", Output.FadeMs,
+                   "MS of the ramps at the edges of what is played (device: 5, file: 0)")
+        ->check(CLI::Range(0, OutputOptions::MostFadeMs));
     App.add_option("--rate", Given.Rate, "the output's rate: wave (default), native or HZ");
     App.add_option("--engine", Given.Engine, "auto (default), dx9, dx7 or waveout");
     App.add_option("--log", Given.Setup.LogPath, "append causes of failures to FILE")

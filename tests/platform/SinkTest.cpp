@@ -4,6 +4,7 @@
 #include <cstring>
 #include <thread>
 
+#include "platform/EdgeRamps.h"
 #include "platform/OutputConverter.h"
 #include "platform/WavSink.h"
 #include "tests/platform/CardRig.h"
@@ -79,6 +80,31 @@ TEST_F(WavSinkTest, WhatCannotBeWrittenFailsAtOnceAndClearly) {
     Small.Write(Some);
     EXPECT_THAT(FailureOf([&] { Small.Write(Some); }),
                 AllOf(HasSubstr("big.wav"), HasSubstr("4 GiB")));
+}
+
+TEST(EdgeRamps, RiseAndFallInWhateverPiecesTheRunComes) {
+    for (const int Frames : {1, 7, 60, 500}) {
+        for (const std::size_t Piece : {1U, 13U, 1000U}) {
+            EdgeRamps Ramps({2, 8000}, 5);
+            Samples Got;
+            const auto Out = [&](std::span<const std::int16_t> Some) {
+                Got.insert(Got.end(), Some.begin(), Some.end());
+            };
+            const Samples Flat(static_cast<std::size_t>(Frames) * 2, 8200);
+            for (std::span Left(Flat); !Left.empty();) {
+                const auto Part = Left.first(std::min(Piece * 2, Left.size()));
+                Ramps.Pass(Part, Out);
+                Left = Left.subspan(Part.size());
+            }
+            Ramps.Finish(Out);
+            ASSERT_EQ(Got.size(), Flat.size());
+            for (int Frame = 0; Frame < Frames; ++Frame) {
+                const double In = std::min(1.0, (Frame + 1) / 41.0);
+                const double Down = std::min(1.0, (Frames - Frame) / 41.0);
+                EXPECT_NEAR(Got[static_cast<std::size_t>(Frame) * 2 + 1], 8200 * In * Down, 1);
+            }
+        }
+    }
 }
 
 Samples Converted(const Samples& From, StreamFormat Format, StreamFormat To, std::size_t Piece) {
