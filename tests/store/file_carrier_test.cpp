@@ -173,20 +173,24 @@ TEST(FileCarrier, LosesNothingBehindAWaveSizeThatWasSetLower) {
     S.Carrier.WaveSize(3);
     EXPECT_EQ(S.Carrier.WaveLR(3), 99);
     EXPECT_EQ(S.Disk.Calls, Calls) << "it is a number and no more";
-    const auto FailsAt = [&](int Call) {
+    for (int Call = 1; Call <= 10; ++Call) {  // flush, growth, load: open, work on it, close
+        const auto Sample = static_cast<std::int16_t>(99 + Call);
+        S.Carrier.WaveLR(3, Sample);
         S.Carrier.WaveSize(1);
         S.Disk.FailAtCall = S.Disk.Calls + Call;
         EXPECT_THROW(S.Carrier.BuffPut(1, Wave{7, 8, 9}), RuntimeFailure) << Call;
         S.Disk.FailAtCall = 0;
         S.Carrier.WaveSize(3);
-    };
-    for (int Call = 1; Call <= 10; ++Call) {  // flush, growth, load: open, work on it, close
-        S.Carrier.WaveLR(3, 99);
-        FailsAt(Call);
-        EXPECT_EQ(S.All(), (Wave{1, 2, 99})) << Call;
+        EXPECT_EQ(S.All(), (Wave{1, 2, Sample})) << Call;
         S.Carrier.MovePointer(2);
-        EXPECT_EQ(S.In("f"), (Wave{1, 2, 99})) << Call;
+        EXPECT_EQ(S.In("f"), (Wave{1, 2, Sample})) << Call;
     }
+    S.Carrier.WaveLR(3, 98);
+    S.Disk.Content["f"].resize(4);         // by somebody else
+    S.Disk.FailAtCall = S.Disk.Calls + 9;  // the load, after growth and flush
+    EXPECT_THROW(S.Carrier.BuffPut(2, Wave{7, 8, 9}), RuntimeFailure);
+    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98})) << "written back and then cut off";
+    S.Carrier.MovePointer(0);
     S.Carrier.WaveSize(0);
     S.Carrier.ReDimSize(3, true);
     EXPECT_EQ(S.All(), (Wave{0, 0, 0})) << "what the file holds, not what the buffer held";
