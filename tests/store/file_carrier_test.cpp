@@ -11,7 +11,6 @@ namespace Tolvar::Testing {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::SizeIs;
 
 TEST(FileCarrier, StartsWithOneSampleInAFileNamedAfterTheTimeOfDayAndDeletesIt) {
