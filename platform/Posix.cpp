@@ -12,6 +12,10 @@ RuntimeFailure ErrnoFailure(const std::string& What, int Error, FailureKind Kind
     return {Kind, What + ": " + std::generic_category().message(Error)};
 }
 
+RuntimeFailure NothingTaken(const std::string& What) {
+    return {FailureKind::File, What + ": the system takes no more and does not say why"};
+}
+
 int Descriptor::Close() noexcept {
     const int Fd = std::exchange(FdOf, -1);
     // Never tried again: Linux frees the number even when a signal came between.
@@ -31,6 +35,7 @@ void WriteWhole(const Descriptor& To, std::span<const std::byte> From, const std
         const ssize_t Count = ::write(To.Get(), From.data(), From.size());
         if (Count < 0 && errno == EINTR) continue;
         if (Count < 0) throw ErrnoFailure("cannot write " + Name, errno);
+        if (Count == 0) throw NothingTaken("cannot write " + Name);
         From = From.subspan(static_cast<std::size_t>(Count));
     }
 }

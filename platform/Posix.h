@@ -14,6 +14,9 @@ namespace Tolvar {
 RuntimeFailure ErrnoFailure(const std::string& What, int Error,
                             FailureKind Kind = FailureKind::File);
 
+/// A write that took none of its bytes, which would be tried for ever; What as above.
+RuntimeFailure NothingTaken(const std::string& What);
+
 /// The one owner of a file descriptor; -1 owns none. Any thread, one at a time.
 class Descriptor {
   public:

@@ -69,6 +69,7 @@ class PosixFile : public File {
                                            BytePos - 1 + static_cast<off_t>(Done));
             if (Count < 0 && errno == EINTR) continue;
             if (Count < 0) throw ErrnoFailure(AtByte("write", PathOf, BytePos), errno);
+            if (Count == 0) throw NothingTaken(AtByte("write", PathOf, BytePos));
             Done += static_cast<std::size_t>(Count);
         }
     }

@@ -9,7 +9,9 @@ namespace Tolvar {
 /// The file in which a carrier keeps its samples.
 struct CarrierFile {
     std::string Name;   ///< full path; "" = none
-    bool Kept = false;  ///< the carrier has made the file or taken it over; else it is only a name
+    bool Made = false;  ///< the carrier has made the file or taken it over; else it is only a name
+
+    bool OnlyNamed() const { return !Made && !Name.empty(); }
 };
 
 /// The files of all carriers of a store, so that no two of them keep the same one.
@@ -25,6 +27,21 @@ class CarrierFiles {
 
   private:
     std::vector<const CarrierFile*> All;
+};
+
+/// Makes a carrier's file known to the others for as long as both live.
+class Registration {
+  public:
+    Registration(CarrierFiles& ToAll, const CarrierFile& ToOwn) : All(ToAll), Owned(ToOwn) {
+        All.Add(Owned);
+    }
+    ~Registration() { All.Remove(Owned); }
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+  private:
+    CarrierFiles& All;
+    const CarrierFile& Owned;
 };
 
 }  // namespace Tolvar

@@ -1,6 +1,7 @@
 #include "store/FileCarrBuffClass.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <optional>
 #include <string_view>
@@ -15,6 +16,7 @@ namespace {
 
 constexpr std::string_view OutOfLimit = "Out of limit - Error";
 constexpr std::int32_t LeastBuffLen = 262144;
+constexpr std::array<std::int16_t, 1> OneSilent{};
 constexpr std::int32_t MostBytes = std::numeric_limits<std::int32_t>::max();
 
 // A twentieth of the budget's bytes, in whole fours of samples.
@@ -47,13 +49,12 @@ FileCarrBuffClass::FileCarrBuffClass(WoroFileBlockMod& TheStore, const Clock& Ti
       Time(TimeOfDay),
       Known(TheStore.FilesOfCarriers(), Own),
       BuffLen(BuffLenFor(TheStore.MemorySizeToUse())) {
-    Own = MakeTempFile(true);
-    Samples = 1;
+    MakeTempFile();
 }
 
 FileCarrBuffClass::~FileCarrBuffClass() {
     try {
-        KillFileIfAny(Own);
+        KillFileIfAny();
     } catch (...) {  // nobody is left to tell; the file stays in its folder
         return;
     }
@@ -66,37 +67,52 @@ void FileCarrBuffClass::WaveSize(std::int32_t NewVal) {
 
 // The file.
 
-const std::string& FileCarrBuffClass::KeptName() const {
-    if (Own.Kept) return Own.Name;
+const std::string& FileCarrBuffClass::MadeName() const {
+    if (Own.Made) return Own.Name;
     throw RuntimeFailure(FailureKind::File, Own.Name.empty()
                                                 ? "The carrier has no file"
                                                 : "The carrier has not made its file " + Own.Name);
 }
 
-CarrierFile FileCarrBuffClass::MakeTempFile(bool Create) const {
+CarrierFile FileCarrBuffClass::FreeTempFile(bool Create) const {
     const std::string Start = Store.WorkFolder() + "\\tm";
     const std::int32_t Second = Round32(Time.SecondsSinceMidnight());
     for (std::int32_t Number = CheckedAdd(Second, 1);; Number = CheckedAdd(Number, 1)) {
         const std::string Name = Start + std::to_string(Number) + ".tmp";
         const auto HasIt = [&](const CarrierFile& Each) { return Each.Name == Name; };
         if (Store.FilesOfCarriers().Any(HasIt)) continue;
-        if (Create ? SampleFileMake(Store.Disk(), Name) : !Store.Disk().Exists(Name)) {
+        if (Create ? SampleFileMake(Store.Disk(), Name, OneSilent) : !Store.Disk().Exists(Name)) {
             return {Name, Create};
         }
     }
 }
 
-void FileCarrBuffClass::KillFileIfAny(const CarrierFile& Gone) {
-    if (Gone.Kept && !Store.BlocksUse(Gone.Name)) Store.Disk().Delete(Gone.Name);
+void FileCarrBuffClass::MakeTempFile() {
+    Own = FreeTempFile(Samples == 0);
+    if (Own.Made) Samples = 1;
+}
+
+void FileCarrBuffClass::MakeFile(std::span<const std::int16_t> Content) {
+    if (!SampleFileMake(Store.Disk(), Own.Name, Content)) {
+        throw RuntimeFailure(FailureKind::File, "The carrier cannot make its file " + Own.Name +
+                                                    ": there is one that is not the carrier's");
+    }
+    Own.Made = true;
+}
+
+void FileCarrBuffClass::KillFileIfAny() {
+    if (!Own.Made) return;
+    if (Store.BlocksUse(Own.Name)) {
+        FlushBuff();
+    } else {
+        Store.Disk().Delete(Own.Name);
+    }
 }
 
 void FileCarrBuffClass::FileRelease() {
     FlushBuff();
-    const bool Create = Samples == 0;
-    Own = MakeTempFile(Create);
-    if (!Create) return;
-    Samples = 1;
-    BuffDrop();
+    MakeTempFile();
+    if (Own.Made) BuffDrop();
 }
 
 std::string FileCarrBuffClass::FileName1() {
@@ -105,42 +121,51 @@ std::string FileCarrBuffClass::FileName1() {
 }
 
 void FileCarrBuffClass::FileName1(const std::string& NewName) {
-    Files& Disk = Store.Disk();
-    const auto Taken = Disk.Exists(NewName) ? OpenToTake(NewName) : nullptr;
-    const std::int32_t Bytes = Taken ? ChannelBytes(*Taken, NewName) : 0;
-    std::vector<std::int16_t> Loaded(static_cast<std::size_t>(std::min(BuffLen, Bytes / 2)));
-    if (Taken) Taken->ReadAt(1, std::as_writable_bytes(std::span(Loaded)));
-
-    CarrierFile Fresh;
+    Channel Next = Take(NewName);
     const OnFailure Unmake([&] {
-        if (!OrgFile && Fresh.Kept) Disk.Delete(Fresh.Name);
+        if (!OrgFile) Store.Disk().Delete(Next.Home.Name);
     });
-    if (!OrgFile) {
-        Fresh = MakeTempFile(true);
-        if (Taken) SampleFileCopy(*Taken, Bytes, Disk, Fresh.Name);
-    } else if (Taken) {
-        Fresh = {NewName, true};
-    }
-    KillFileIfAny(Own);
+    KillFileIfAny();
 
-    Own = std::move(Fresh);
-    Samples = Taken ? Bytes / 2 : Own.Kept ? 1 : 0;
+    Own = std::move(Next.Home);
+    Samples = Next.Samples;
     BuffDrop();
-    BuffData = std::move(Loaded);
+    BuffData = std::move(Next.Buff);
 }
 
-std::unique_ptr<File> FileCarrBuffClass::OpenToTake(const std::string& NewName) {
+FileCarrBuffClass::Channel FileCarrBuffClass::Take(const std::string& NewName) const {
     Files& Disk = Store.Disk();
-    if (Own.Kept && Disk.SameFile(NewName, Own.Name)) {
+    if (!Disk.Exists(NewName)) {
+        return OrgFile ? Channel{} : Channel{.Home = FreeTempFile(true), .Samples = 1, .Buff = {}};
+    }
+    RequireTakeable(NewName);
+    const auto Given = Disk.Open(NewName, OrgFile ? FileAccess::Update : FileAccess::Read);
+    const std::int32_t Bytes = ChannelBytes(*Given, NewName);
+    Channel Next{.Home = {NewName, true}, .Samples = Bytes / 2, .Buff = {}};
+    Next.Buff.resize(static_cast<std::size_t>(std::min(BuffLen, Next.Samples)));
+    Given->ReadAt(1, std::as_writable_bytes(std::span(Next.Buff)));
+    if (!OrgFile) Next.Home = MakeCopy(*Given, Bytes);
+    return Next;
+}
+
+void FileCarrBuffClass::RequireTakeable(const std::string& NewName) const {
+    Files& Disk = Store.Disk();
+    if (Own.Made && Disk.SameFile(NewName, Own.Name)) {
         throw RuntimeFailure(FailureKind::Input, NewName + " is the carrier's own file");
     }
     const auto HasIt = [&](const CarrierFile& Each) {
-        return Each.Kept && Disk.SameFile(NewName, Each.Name);
+        return Each.Made && Disk.SameFile(NewName, Each.Name);
     };
     if (OrgFile && (Store.BlocksUse(NewName) || Store.FilesOfCarriers().Any(HasIt))) {
         throw RuntimeFailure(FailureKind::Input, NewName + " holds samples that are in use");
     }
-    return Disk.Open(NewName, FileAccess::Read);
+}
+
+CarrierFile FileCarrBuffClass::MakeCopy(File& Given, std::int32_t Bytes) const {
+    CarrierFile Copy = FreeTempFile(true);
+    const OnFailure Unmake([&] { Store.Disk().Delete(Copy.Name); });
+    SampleFileCopy(Given, Bytes, Store.Disk(), Copy.Name);
+    return Copy;
 }
 
 // Its size.
@@ -155,22 +180,21 @@ void FileCarrBuffClass::ReDimSize(std::int32_t NewSz, bool DoInitilize) {
 }
 
 SampleFileGrowth FileCarrBuffClass::Grow(std::int32_t NewSz, bool DoInitilize) {
-    SampleFileGrowth Growth(Store.Disk(), KeptName(), Samples, NewSz);
+    FlushUnlessWithin(Samples);
+    if (Own.OnlyNamed() && Samples == 0) MakeFile({});
+    SampleFileGrowth Growth(Store.Disk(), MadeName(), Samples, NewSz);
     DoInitilize ? Growth.WriteAll(BuffLen) : Growth.WriteLast();
+    BuffCut(Samples);
     Samples = NewSz;
     return Growth;
 }
 
 void FileCarrBuffClass::Shrink(std::int32_t NewSz) {
-    const std::int64_t Kept = std::max(std::int64_t{NewSz} - ZeroPtr, std::int64_t{0});
     const auto Bytes = CheckedMul(2, NewSz);
-    if (static_cast<std::int64_t>(BuffData.size()) > Kept) FlushBuff();
-    // Nothing is written that the close could lose.
-    Store.Disk().Open(KeptName(), FileAccess::Update)->SetLength(Bytes);
+    FlushUnlessWithin(NewSz);
+    SampleFileSetLength(Store.Disk(), MadeName(), Bytes);
+    BuffCut(NewSz);
     Samples = NewSz;
-    if (static_cast<std::int64_t>(BuffData.size()) > Kept) {
-        BuffData.resize(static_cast<std::size_t>(Kept));
-    }
 }
 
 // The buffer.
@@ -191,8 +215,23 @@ void FileCarrBuffClass::BuffDrop() noexcept {
 
 void FileCarrBuffClass::FlushBuff() {
     if (!BuffDirty) return;
-    SamplesWrite(Store.Disk(), KeptName(), ZeroPtr, BuffData);
+    const bool IsWhole = ZeroPtr == 0 && std::ssize(BuffData) >= Samples;
+    if (Own.OnlyNamed() && IsWhole) {
+        MakeFile(BuffData);
+    } else {
+        SamplesWrite(Store.Disk(), MadeName(), ZeroPtr, BuffData);
+    }
     BuffDirty = false;
+}
+
+// What the buffer holds behind sample Size is about to change, or there is no file yet.
+void FileCarrBuffClass::FlushUnlessWithin(std::int32_t Size) {
+    if (ZeroPtr + std::ssize(BuffData) > Size || !Own.Made) FlushBuff();
+}
+
+void FileCarrBuffClass::BuffCut(std::int32_t Size) {
+    const std::int64_t Left = std::max(std::int64_t{Size} - ZeroPtr, std::int64_t{0});
+    if (std::ssize(BuffData) > Left) BuffData.resize(static_cast<std::size_t>(Left));
 }
 
 void FileCarrBuffClass::BuffLength(std::int32_t NewVal) {
@@ -207,11 +246,11 @@ void FileCarrBuffClass::MovePointer(std::int32_t NewZeroPtr, std::int32_t NewRan
     const std::int32_t Length = NewRange != 0 ? NewRange : BuffLen;
     if (!Own.Name.empty()) return BuffLoad(NewZeroPtr, Length);
     const std::int32_t Before = Samples;
-    Own = MakeTempFile(Before == 0);
-    if (Own.Kept) Samples = 1;
+    MakeTempFile();
     const OnFailure Unmake([&] {
         Samples = Before;
-        KillFileIfAny(std::exchange(Own, {}));
+        const CarrierFile Unused = std::exchange(Own, {});
+        if (Unused.Made) Store.Disk().Delete(Unused.Name);
     });
     BuffLoad(NewZeroPtr, Length);
 }
@@ -225,9 +264,9 @@ void FileCarrBuffClass::BuffLoad(std::int32_t NewZeroPtr, std::int32_t Length) {
                                                      std::to_string(Samples) + " has none to hold");
     }
     FlushBuff();
-    std::vector<std::int16_t> Fresh(static_cast<std::size_t>(Range));
-    SamplesRead(Store.Disk(), KeptName(), NewZeroPtr, Fresh);
-    BuffData = std::move(Fresh);
+    std::vector<std::int16_t> Loaded(static_cast<std::size_t>(Range));
+    SamplesRead(Store.Disk(), MadeName(), NewZeroPtr, Loaded);
+    BuffData = std::move(Loaded);
     ZeroPtr = NewZeroPtr;
     BuffLen = Length;
 }
@@ -271,18 +310,22 @@ void FileCarrBuffClass::BuffPut(std::int32_t WavPos, std::span<const std::int16_
     std::optional<SampleFileGrowth> Growth;
     const OnFailure Shorten([&] {
         Samples = Before;
-        if (Growth) Growth->Undo();
+        if (!Growth) return;
+        BuffDirty = BuffDirty || !BuffData.empty();
+        Growth->Undo();
     });
     if (Last > Samples) Growth.emplace(Grow(Last, false));
+    // This may write the buffer back before it fails; what is undone above may be part of that.
     if (!BuffHolds(WavPos, Last)) MovePointer(WavPos - 1);
     std::ranges::copy(PutData, BuffAt(WavPos));
     BuffDirty = true;
 }
 
 void FileCarrBuffClass::BuffGet(std::int32_t WavPos, std::span<std::int16_t> GetData) {
-    const auto Count = static_cast<std::int64_t>(GetData.size());
-    const auto Last = Checked<std::int32_t>(std::int64_t{WavPos} + Count - 1);
-    if (WavPos < 1 || Count > BuffLen || Last > Samples) {
+    const auto Count = Checked<std::int32_t>(static_cast<std::int64_t>(GetData.size()));
+    const bool Fits = WavPos >= 1 && Count <= BuffLen;
+    const std::int32_t Last = Fits ? CheckedAdd(WavPos, Count - 1) : 0;
+    if (!Fits || Last > Samples) {
         Store.ShowError(OutOfLimit);
         return;
     }

@@ -19,15 +19,16 @@ namespace Tolvar {
 /// them. Positions are samples, 1-based. Apartment's thread only.
 ///
 /// What is outside the channel is answered in the message box, and the operation then does nothing.
-/// An operation that throws (RuntimeFailure, std::bad_alloc) leaves samples, WaveSize, the file
-/// and BuffLength as they were; what could not be written stays in the buffer and is written with
-/// the next attempt.
+/// An operation that throws (RuntimeFailure, std::bad_alloc) leaves samples, WaveSize, BuffLength
+/// and the file, but for what the buffer had to write back, as they were; what could not be written
+/// stays in the buffer and is written with the next attempt.
 class FileCarrBuffClass {
   public:
     /// Makes a work file of one sample in AppTmpDir, named after the time of day, and takes its
     /// BuffLength from MemorySizeToUse. The store and the clock must outlive the carrier.
     FileCarrBuffClass(WoroFileBlockMod& Store, const Clock& TimeOfDay);
-    /// Deletes the file, unless blocks of the store read from it; writes nothing, never throws.
+    /// Deletes the file and writes nothing. A file that blocks of the store read from is completed
+    /// instead, as far as the system lets it, and left for good. Never throws.
     ~FileCarrBuffClass();
     FileCarrBuffClass(const FileCarrBuffClass&) = delete;
     FileCarrBuffClass& operator=(const FileCarrBuffClass&) = delete;
@@ -46,20 +47,23 @@ class FileCarrBuffClass {
     void BuffLength(std::int32_t NewVal);
 
     /// Completes the file and leaves it to whoever took its name. The carrier has the name of a
-    /// further work file then, which exists only if WaveSize was 0; without it, all that is not in
-    /// the buffer, and every write, is RuntimeFailure(File).
+    /// further work file then, which exists only if WaveSize was 0. Otherwise samples changed in a
+    /// buffer that holds the whole channel make that file when they are first to be written. As
+    /// long as there is none, what is not in the buffer, a new size (unless WaveSize is 0) and the
+    /// writing back of a part of the channel are RuntimeFailure(File).
     void FileRelease();
 
-    /// What is added is silent; DoInitilize writes it, too, instead of leaving a gap in the file.
+    /// What is added is silent, or what the file still holds there after WaveSize was set lower;
+    /// DoInitilize writes silence over all of it instead of leaving a gap.
     void ReDimSize(std::int32_t NewSz, bool DoInitilize = false);
 
     /// The file, completed; "" when there is none.
     std::string FileName1();
-    /// Deletes the file and goes on with the named one or a copy of it. When there is no such file
-    /// the carrier has none and WaveSize is 0, or a new one of one sample. Refused with
-    /// RuntimeFailure before anything is deleted: the carrier's own file, what is no regular file
-    /// or holds no sample, and (with UseOrgFile) one that blocks or another carrier have samples
-    /// in.
+    /// Lets go of the file as the destructor does, but throws, and goes on with the named one or a
+    /// copy of it. When there is no such file the carrier has none and WaveSize is 0, or a new one
+    /// of one sample. Refused with RuntimeFailure before anything is deleted: the carrier's own
+    /// file, what is no regular file or holds no sample, and (with UseOrgFile) one that cannot be
+    /// written, or that blocks or another carrier have samples in.
     void FileName1(const std::string& NewName);
 
     /// Writes PutData from WavPos on; the channel grows as needed.
@@ -77,16 +81,11 @@ class FileCarrBuffClass {
     void WaveLR(std::int32_t WavPos, std::int16_t NewVal);
 
   private:
-    // Makes the carrier's file known to the store for as long as both live.
-    struct Registration {
-        CarrierFiles& All;
-        const CarrierFile& Owned;
-        Registration(CarrierFiles& ToAll, const CarrierFile& ToOwn) : All(ToAll), Owned(ToOwn) {
-            All.Add(Owned);
-        }
-        ~Registration() { All.Remove(Owned); }
-        Registration(const Registration&) = delete;
-        Registration& operator=(const Registration&) = delete;
+    // A channel to go on with, made whole before the present one is let go.
+    struct Channel {
+        CarrierFile Home;
+        std::int32_t Samples = 0;
+        std::vector<std::int16_t> Buff;
     };
 
     bool BuffHolds(std::int32_t First, std::int32_t Last) const;
@@ -94,13 +93,19 @@ class FileCarrBuffClass {
     std::int16_t* SampleAt(std::int32_t WavPos);
     void BuffLoad(std::int32_t NewZeroPtr, std::int32_t Length);
     void BuffDrop() noexcept;
+    void BuffCut(std::int32_t Size);
     void FlushBuff();
+    void FlushUnlessWithin(std::int32_t Size);
     SampleFileGrowth Grow(std::int32_t NewSz, bool DoInitilize);
     void Shrink(std::int32_t NewSz);
-    const std::string& KeptName() const;
-    CarrierFile MakeTempFile(bool Create) const;
-    void KillFileIfAny(const CarrierFile& Gone);
-    std::unique_ptr<File> OpenToTake(const std::string& NewName);
+    const std::string& MadeName() const;
+    CarrierFile FreeTempFile(bool Create) const;
+    void MakeTempFile();
+    void MakeFile(std::span<const std::int16_t> Content);
+    void KillFileIfAny();
+    void RequireTakeable(const std::string& NewName) const;
+    Channel Take(const std::string& NewName) const;
+    CarrierFile MakeCopy(File& Given, std::int32_t Bytes) const;
 
     WoroFileBlockMod& Store;
     const Clock& Time;

@@ -32,16 +32,15 @@ void SamplesWrite(Files& Disk, const std::string& Name, std::int32_t Before,
     To->Close();
 }
 
-bool SampleFileMake(Files& Disk, const std::string& Name) {
-    auto Fresh = Disk.CreateNew(Name);
-    if (!Fresh) return false;
+bool SampleFileMake(Files& Disk, const std::string& Name, std::span<const std::int16_t> Samples) {
+    auto To = Disk.CreateNew(Name);
+    if (!To) return false;
     const OnFailure Unmake([&] {
-        Fresh.reset();
+        To.reset();
         Disk.Delete(Name);
     });
-    const std::int16_t Silence = 0;
-    Fresh->WriteAt(1, std::as_bytes(std::span(&Silence, 1)));
-    Fresh->Close();
+    To->WriteAt(1, std::as_bytes(Samples));
+    To->Close();
     return true;
 }
 
@@ -58,15 +57,19 @@ void SampleFileCopy(File& From, std::int64_t Bytes, Files& Disk, const std::stri
     To->Close();
 }
 
+void SampleFileSetLength(Files& Disk, const std::string& Name, std::int32_t Bytes) {
+    // Nothing is written that the close could lose.
+    Disk.Open(Name, FileAccess::Update)->SetLength(Bytes);
+}
+
 bool SetFileSize(Files& Disk, const std::string& Name, std::int32_t Bytes) {
     if (Bytes < 0) return false;
-    std::unique_ptr<File> Sized;
     try {
-        Sized = Disk.Open(Name, FileAccess::Update);
+        Disk.Open(Name, FileAccess::Update);
     } catch (const RuntimeFailure&) {
         return false;
     }
-    Sized->SetLength(Bytes);
+    SampleFileSetLength(Disk, Name, Bytes);
     return true;
 }
 

@@ -22,14 +22,17 @@ void SamplesRead(Files& Disk, const std::string& Name, std::int32_t Before,
 void SamplesWrite(Files& Disk, const std::string& Name, std::int32_t Before,
                   std::span<const std::int16_t> From);
 
-/// Makes Name with the one sample 0; false, and nothing touched, when a file of that name exists.
-bool SampleFileMake(Files& Disk, const std::string& Name);
+/// Makes Name with these samples; false, and nothing touched, when a file of that name exists.
+bool SampleFileMake(Files& Disk, const std::string& Name, std::span<const std::int16_t> Samples);
 
 /// Writes Bytes bytes of From over the beginning of the file Name, which must exist.
 void SampleFileCopy(File& From, std::int64_t Bytes, Files& Disk, const std::string& Name);
 
-/// Makes an existing file Bytes bytes long. One that is missing or cannot be opened is left alone,
-/// and so is any with a negative length: false.
+/// Makes the existing file Name Bytes bytes long.
+void SampleFileSetLength(Files& Disk, const std::string& Name, std::int32_t Bytes);
+
+/// The same, but a file that is missing or cannot be opened is left alone, and so is any with a
+/// negative length: false. One that opens and does not take the length is RuntimeFailure(File).
 bool SetFileSize(Files& Disk, const std::string& Name, std::int32_t Bytes);
 
 /// A file made longer. When that fails it is as before, as far as the system lets it.

@@ -1,6 +1,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
+
 #include "platform/ConsoleMessageBox.h"
 #include "platform/PosixFiles.h"
 #include "platform/TextLog.h"

@@ -1,65 +1,26 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <functional>
 
-#include "platform/Clocks.h"
 #include "platform/PosixFiles.h"
-#include "store/FileCarrBuffClass.h"
-#include "tests/store/Shop.h"
+#include "tests/store/FileShop.h"
 #include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::SizeIs;
-
-/// A carrier that may take over "f", and the store around it.
-struct FileShop : Shop {
-    VirtualClock Clock;  // noon
-    FileCarrBuffClass Carrier{Store, Clock};
-
-    void Adopt(const Wave& Samples, std::size_t OddBytes = 0) {
-        Disk.Put16("f", Samples);
-        Disk.Content["f"].resize(2 * Samples.size() + OddBytes, 77);
-        Carrier.UseOrgFile(true);
-        Carrier.FileName1("f");
-    }
-    Wave All() {
-        Wave Buf(static_cast<std::size_t>(Carrier.WaveSize()), 9);
-        const auto Piece = static_cast<std::size_t>(Carrier.BuffLength());
-        for (std::size_t At = 0; At < Buf.size(); At += Piece) {
-            Carrier.BuffGet(static_cast<std::int32_t>(At) + 1,
-                            std::span(Buf).subspan(At, std::min(Piece, Buf.size() - At)));
-        }
-        return Buf;
-    }
-    /// The whole samples in a file; none when there is no such file.
-    Wave In(const std::string& Name) const {
-        const auto Place = Disk.Content.find(Name);
-        const auto Raw = Place != Disk.Content.end() ? Place->second : MemoryFiles::Bytes{};
-        Wave Found;
-        for (std::size_t At = 1; At < Raw.size(); At += 2)
-            Found.push_back(static_cast<std::int16_t>(Raw[At - 1] + 256 * Raw[At]));
-        return Found;
-    }
-    std::map<std::string, std::size_t> FileSizes() const {
-        std::map<std::string, std::size_t> Sizes;
-        for (const auto& [Name, Raw] : Disk.Content)
-            Sizes[Name] = Raw.size();
-        return Sizes;
-    }
-};
 
 TEST(FileCarrier, StartsWithOneSampleInAFileNamedAfterTheTimeOfDayAndDeletesIt) {
     Shop S;
     const VirtualClock Noon;
-    S.State.MemorySizeToUse = 20 * 262146;
+    S.State.MemorySizeToUse = 20 * 262148 - 11;
     S.Disk.Put16("tmp\\tm43201.tmp", Wave{42});  // somebody else's
     {
         FileCarrBuffClass First(S.Store, Noon);
-        S.State.MemorySizeToUse = 20 * 262149;
+        S.State.MemorySizeToUse = 20 * 262148 - 10;  // rounded to a whole sample, then to a four
         FileCarrBuffClass Second(S.Store, Noon);
         EXPECT_EQ(First.FileName1(), "tmp\\tm43202.tmp");
         EXPECT_EQ(Second.FileName1(), "tmp\\tm43203.tmp");
@@ -97,6 +58,9 @@ TEST(FileCarrier, AnswersWhatIsOutsideInTheMessageBoxAndGoesOn) {
     S.Carrier.BuffPut(-3, {});
     S.Carrier.BuffGet(4, {});
     EXPECT_THAT(S.Box.Texts, SizeIs(8));
+    S.Carrier.BuffGet(Max, Buf);
+    S.Carrier.BuffPut(Max, Buf);
+    EXPECT_THAT(S.Box.Texts, SizeIs(10)) << "longer than the buffer, whatever its end";
     EXPECT_EQ(Buf, Wave(3, 9));
     EXPECT_EQ(S.Disk.Calls, Calls);
     EXPECT_EQ(S.All(), (Wave{5, 6, 7}));
@@ -106,12 +70,13 @@ TEST(FileCarrier, RefusesWhatCannotBeAndKeepsWhatItHas) {
     FileShop S;
     S.Adopt({5, 6});
     S.Carrier.WaveLR(2, 8);
+    Wave Buf(2);
     const std::vector<std::function<void()>> Refused{
         [&] { S.Carrier.ReDimSize(-1); },         [&] { S.Carrier.WaveSize(-1); },
         [&] { S.Carrier.ReDimSize(1 << 30); },    [&] { S.Carrier.BuffPut(1 << 30, Wave{1}); },
-        [&] { S.Carrier.BuffPut(Max, Wave(2)); }, [&] { S.Carrier.MovePointer(2); },
-        [&] { S.Carrier.MovePointer(-1); },       [&] { S.Carrier.MovePointer(0, -1); },
-        [&] { S.Carrier.BuffLength(0); },
+        [&] { S.Carrier.BuffPut(Max, Wave(2)); }, [&] { S.Carrier.BuffGet(Max, Buf); },
+        [&] { S.Carrier.MovePointer(2); },        [&] { S.Carrier.MovePointer(-1); },
+        [&] { S.Carrier.MovePointer(0, -1); },    [&] { S.Carrier.BuffLength(0); },
     };
     for (std::size_t I = 0; I < Refused.size(); ++I) {
         EXPECT_THROW(Refused[I](), RuntimeFailure) << I;
@@ -153,6 +118,103 @@ TEST(FileCarrier, GrowsInPiecesAndKeepsTheHalfSampleOfAnOddFile) {
     EXPECT_EQ(S.All(), Expected);
 }
 
+TEST(FileCarrier, LosesNothingBehindAWaveSizeThatWasSetLower) {
+    FileShop S;
+    S.Adopt({1, 2, 3});
+    S.Carrier.BuffLength(3);
+    S.Carrier.MovePointer(2);
+    S.Carrier.WaveLR(3, 99);
+    int Calls = S.Disk.Calls;
+    S.Carrier.WaveSize(1);
+    S.Carrier.WaveSize(3);
+    EXPECT_EQ(S.Carrier.WaveLR(3), 99);
+    EXPECT_EQ(S.Disk.Calls, Calls) << "it is a number and no more";
+    for (int Call = 1; Call <= 10; ++Call) {  // flush, growth, load: open, work on it, close
+        const auto Sample = static_cast<std::int16_t>(99 + Call);
+        S.Carrier.WaveLR(3, Sample);
+        S.Carrier.WaveSize(1);
+        S.Disk.FailAtCall = S.Disk.Calls + Call;
+        EXPECT_THROW(S.Carrier.BuffPut(1, Wave{7, 8, 9}), RuntimeFailure) << Call;
+        S.Disk.FailAtCall = 0;
+        S.Carrier.WaveSize(3);
+        EXPECT_EQ(S.All(), (Wave{1, 2, Sample})) << Call;
+        S.Carrier.MovePointer(2);
+        EXPECT_EQ(S.In("f"), (Wave{1, 2, Sample})) << Call;
+    }
+    S.Carrier.WaveLR(3, 98);
+    S.Disk.Content["f"].resize(4);         // by somebody else
+    S.Disk.FailAtCall = S.Disk.Calls + 9;  // the load, after growth and flush
+    EXPECT_THROW(S.Carrier.BuffPut(2, Wave{7, 8, 9}), RuntimeFailure);
+    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98})) << "written back and then cut off";
+    S.Carrier.MovePointer(0);
+    S.Carrier.WaveSize(0);
+    S.Carrier.ReDimSize(3, true);
+    EXPECT_EQ(S.All(), (Wave{0, 0, 0})) << "what the file holds, not what the buffer held";
+}
+
+TEST(FileCarrier, MakesTheFileThatFollowsAReleasedOneWhenItWritesTheWholeChannel) {
+    FileShop S;
+    S.Adopt({5, 6});
+    S.Carrier.FileRelease();
+    const std::string Chosen = S.Carrier.FileName1();
+    S.Carrier.WaveLR(2, 3);
+    for (int Call = 1; Call <= 3; ++Call) {  // create, write, close
+        S.Disk.FailAtCall = S.Disk.Calls + Call;
+        EXPECT_THROW(S.Carrier.FileName1(), RuntimeFailure) << Call;
+        EXPECT_FALSE(S.Disk.Exists(Chosen)) << Call;
+    }
+    EXPECT_EQ(S.Carrier.FileName1(), Chosen);
+    EXPECT_EQ(S.In(Chosen), (Wave{5, 3}));
+
+    S.Carrier.FileRelease();
+    EXPECT_THROW(S.Carrier.ReDimSize(3), RuntimeFailure) << "nothing has changed yet";
+    S.Carrier.WaveLR(1, 4);
+    S.Carrier.BuffPut(3, Wave{8});
+    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{4, 3, 8}));
+
+    S.Carrier.BuffLength(2);
+    S.Carrier.FileRelease();
+    S.Carrier.WaveLR(1, 9);
+    EXPECT_THROW(S.Carrier.FileName1(), RuntimeFailure) << "the third sample is in no hands";
+    EXPECT_EQ(S.Carrier.WaveLR(1), 9);
+    S.Carrier.WaveSize(0);
+    S.Carrier.BuffPut(1, Wave{7});
+    EXPECT_EQ(S.In(S.Carrier.FileName1()).front(), 7);
+
+    S.Carrier.FileRelease();
+    S.Carrier.WaveSize(0);
+    S.Carrier.ReDimSize(2);
+    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{0, 0})) << "an empty channel lacks nothing";
+    EXPECT_EQ(S.In("f"), (Wave{5, 6}));
+    EXPECT_EQ(S.In(Chosen), (Wave{5, 3}));
+}
+
+TEST(FileCarrier, CompletesAFileThatBlocksKeep) {
+    Shop S;
+    const VirtualClock Noon;
+    S.Disk.Put16("other", Wave{1});
+    const auto Keep = [&](FileCarrBuffClass& Carrier, std::int16_t Sample) {
+        const std::string Name = Carrier.FileName1();
+        S.HandOver({{3, 1, 1, Name}});
+        Carrier.WaveLR(1, Sample);
+        return Name;
+    };
+    std::string Last;
+    {
+        FileCarrBuffClass Carrier(S.Store, Noon);
+        const std::string First = Keep(Carrier, 4);
+        for (int Call = 1; Call <= 14; ++Call) {  // look, read, copy; then open, write, close
+            S.Disk.FailAtCall = S.Disk.Calls + Call;
+            EXPECT_THROW(Carrier.FileName1("other"), RuntimeFailure) << Call;
+            EXPECT_EQ(Carrier.WaveLR(1), 4) << Call;
+        }
+        Carrier.FileName1("other");
+        EXPECT_EQ(S.Disk.Content[First], (MemoryFiles::Bytes{4, 0}));
+        Last = Keep(Carrier, 5);
+    }
+    EXPECT_EQ(S.Disk.Content[Last], (MemoryFiles::Bytes{5, 0}));
+}
+
 TEST(FileCarrier, LeavesAReleasedFileAloneAndNeedsANewOneBeforeItWrites) {
     FileShop S;
     S.Adopt({5, 6});
@@ -173,6 +235,10 @@ TEST(FileCarrier, LeavesAReleasedFileAloneAndNeedsANewOneBeforeItWrites) {
     S.Carrier.FileName1(Chosen);  // unless it is taken over
     EXPECT_EQ(S.In(Chosen), Wave{1});
     EXPECT_EQ(S.All(), Wave{1});
+    S.Disk.Put16("locked", Wave{1});
+    S.Disk.ReadOnly = "locked";
+    EXPECT_THROW(S.Carrier.FileName1("locked"), RuntimeFailure);
+    EXPECT_EQ(S.In(Chosen), Wave{1}) << "refused before its own file is gone";
     S.Carrier.FileName1("none");
     EXPECT_FALSE(S.Disk.Exists(Chosen));
     EXPECT_EQ(S.Carrier.WaveSize(), 0);
@@ -241,118 +307,40 @@ TEST(FileCarrier, RefusesFilesByWhatTheyAreBeforeItDeletesItsOwn) {
     EXPECT_THAT(Folder.Names(), SizeIs(7));  // and orig, tiny, link, own, the spare one
 }
 
-// Any sequence of operations, most with a file call that fails, against a plain array.
-class FileCarrierModel : public testing::TestWithParam<std::uint32_t> {};
+TEST(FileCarrier, CopiesLongFilesInPiecesAndRefusesWhatPositionsCannotReach) {
+    TempFolder Folder;
+    PosixFiles Disk;
+    ListBox Box;
+    PlayerState State;
+    State.MemorySizeToUse = 0;
+    State.AppTmpDir = Folder / "work";
+    std::filesystem::create_directory(State.AppTmpDir);
+    const VirtualClock Clock;
+    WoroFileBlockMod Store(Disk, Box, State);
+    FileCarrBuffClass Carrier(Store, Clock);
+    std::string Long(2 * 1024 * 1024 + 3, ' ');
+    Dice D{7};
+    for (char& Each : Long)
+        Each = static_cast<char>(D.Below(256) - 128);
+    Put(Folder / "long", Long);
+    Carrier.FileName1(Folder / "long");
+    EXPECT_EQ(Carrier.WaveSize(), 1024 * 1024 + 1);
+    const std::string Own = Carrier.FileName1();
+    EXPECT_TRUE(Get(State.AppTmpDir + "/" + Own.substr(Own.rfind('\\') + 1)) == Long);
 
-TEST_P(FileCarrierModel, HoldsTheSameSamplesAsAPlainArray) {
-    FileShop S;
-    FileCarrBuffClass& Carrier = S.Carrier;
-    Dice D{GetParam()};
-    Wave Model(1);
-    std::string Own = Carrier.FileName1();
-    Carrier.BuffLength(7);
-    const auto Random = [&](std::int32_t Count) {
-        Wave Made(static_cast<std::size_t>(Count));
-        for (std::int16_t& Each : Made)
-            Each = static_cast<std::int16_t>(D.Below(65536) - 32768);
-        return Made;
-    };
-    // Half a sample that lies behind the others becomes the low half of the first one of a gap.
-    const auto Widen = [&](std::size_t NewSz, bool Zeros) {
-        const std::size_t Old = Model.size();
-        const bool Half = S.Disk.Content[Own].size() == 2 * Old + 1 && !Zeros && NewSz > Old + 1;
-        return [&Model, NewSz, Old, Half] {
-            Model.resize(NewSz);
-            if (Half) Model[Old] = 77;
-        };
-    };
-    const auto Take = [&](const std::string& Name, bool AsItIs) {
-        const bool Exists = S.Disk.Content.contains(Name);
-        const Wave Given = S.In(Name);
+    Put(Folder / "huge", "");
+    std::filesystem::resize_file(Folder / "huge", std::uintmax_t{Max} + 1);
+    for (const bool AsItIs : {true, false}) {
         Carrier.UseOrgFile(AsItIs);
-        Carrier.FileName1(Name);
-        Own = Carrier.FileName1();
-        Model = Exists ? Given : Wave(AsItIs ? 0 : 1);
-    };
-    const auto Release = [&] {
-        Carrier.FileRelease();
-        S.Disk.FailAtCall = 0;
-        ASSERT_EQ(S.In(Own), Model);
-        // An empty file is no channel, and a new one has been made instead.
-        if (Model.empty()) S.Disk.Content.erase(Own);
-        Take(Model.empty() ? "none" : Own, !Model.empty());
-    };
-    const auto Operate = [&](std::int32_t What, int Step) {
-        if (Own.empty()) {
-            Carrier.MovePointer(0);
-            Own = Carrier.FileName1();
-            Model = {0};
-            return;
-        }
-        const std::int32_t Pos = D.Below(Size(Model) + 5) - 1;
-        const bool Inside = Pos >= 1 && Pos <= Size(Model);
-        if (What < 35) {
-            Carrier.WaveLR(Pos, static_cast<std::int16_t>(Step));
-            if (Inside) Model.begin()[Pos - 1] = static_cast<std::int16_t>(Step);
-        } else if (What < 50) {
-            const std::int16_t Expected = Inside ? Model.begin()[Pos - 1] : std::int16_t{0};
-            if (Pos != 0) {
-                EXPECT_EQ(Carrier.WaveLR(Pos), Expected);
-            }
-        } else if (What < 70) {
-            const Wave Data = Random(D.Below(Carrier.BuffLength() + 2));
-            const std::size_t End = static_cast<std::size_t>(std::max(Pos, 1)) - 1 + Data.size();
-            const auto Follow = Widen(std::max(End, Model.size()), false);
-            Carrier.BuffPut(Pos, Data);
-            if (Pos < 1 || Data.empty() || Size(Data) > Carrier.BuffLength()) return;
-            Follow();
-            std::ranges::copy(Data, Model.begin() + Pos - 1);
-        } else if (What < 80) {
-            const std::int32_t NewSz = D.Below(80);
-            const bool Zeros = D.Below(2) == 0;
-            const auto Follow = Widen(static_cast<std::size_t>(NewSz), Zeros);
-            Carrier.ReDimSize(NewSz, Zeros);
-            Follow();
-        } else if (What < 86) {
-            if (Inside) Carrier.MovePointer(Pos - 1, D.Below(12));
-        } else if (What < 90) {
-            if (!Model.empty()) Carrier.BuffLength(1 + D.Below(30));
-        } else if (What < 94) {
-            ASSERT_EQ(Carrier.FileName1(), Own);
-            EXPECT_EQ(S.In(Own), Model);
-        } else if (What < 96) {
-            Release();
-        } else {
-            Take(What == 96 ? "none" : Own == "given" ? "other" : "given", D.Below(2) == 0);
-        }
-    };
-    int Failures = 0;
-    for (int Step = 0; Step < 4000; ++Step) {
-        SCOPED_TRACE(Step);
-        const std::string Given = Own == "given" ? "other" : "given";
-        S.Disk.Put16(Given, Random(1 + D.Below(60)));
-        if (D.Below(3) == 0) S.Disk.Content[Given].push_back(77);
-        const auto Sizes = S.FileSizes();
-        const std::int32_t BuffLength = Carrier.BuffLength();
-        S.Disk.FailAtCall = D.Below(3) != 0 ? S.Disk.Calls + 1 + D.Below(13) : 0;
-        try {
-            Operate(D.Below(100), Step);
-        } catch (const RuntimeFailure&) {
-            ++Failures;
-            ASSERT_EQ(S.FileSizes(), Sizes);
-            ASSERT_EQ(Carrier.BuffLength(), BuffLength);
-        }
-        S.Disk.FailAtCall = 0;
-        ASSERT_EQ(Carrier.WaveSize(), Size(Model));
-        ASSERT_EQ(S.Disk.OpenNow, 0);
-        if (D.Below(6) == 0) {
-            ASSERT_EQ(S.All(), Model);
-        }
+        EXPECT_THROW(Carrier.FileName1(Folder / "huge"), RuntimeFailure) << AsItIs;
+        EXPECT_EQ(Carrier.FileName1(), Own);
     }
-    EXPECT_GT(Failures, 500);
+    std::filesystem::resize_file(Folder / "huge", std::uintmax_t{Max});
+    Carrier.UseOrgFile(true);
+    Carrier.FileName1(Folder / "huge");
+    EXPECT_EQ(Carrier.WaveSize(), Max / 2);
+    EXPECT_EQ(Carrier.WaveLR(Max / 2), 0);
 }
-
-INSTANTIATE_TEST_SUITE_P(Seeds, FileCarrierModel, testing::Values(1U, 2U, 3U, 4U));
 
 }  // namespace
 }  // namespace Tolvar::Testing

@@ -39,10 +39,12 @@ class MemoryFiles : public Files {
     int FailAtCall = 0;  ///< the call of any kind that fails, counted from 1
     int Calls = 0;
     std::vector<std::size_t> Writes;  ///< bytes
+    std::string ReadOnly;             ///< the file that is opened for reading alone
 
     std::unique_ptr<File> Open(const std::string& Name, FileAccess Access) override {
         Count("open", Name);
         if (Access != FileAccess::Write && !Content.contains(Name)) Refuse("open", Name);
+        if (Access != FileAccess::Read && Name == ReadOnly) Refuse("write", Name);
         if (Access == FileAccess::Write) Content.try_emplace(Name);
         ++OpensSoFar;
         return std::make_unique<Handle>(*this, Name);
