@@ -46,9 +46,8 @@ bool StreamEngine::PlayMe() {
 bool StreamEngine::UTurn() {
     State.FillEnded = false;
     // Stopped before it is asked: what it played in between would be heard twice.
-    if (BufferLive) StopDevice();
-    UpdatePlayPosition();
     HaltPlayback();
+    UpdatePlayPosition();
     TurnRound(State);
     StartAtCurPos(State);
     return StartRun(RunKind::FromCurPos);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 namespace Tolvar {
@@ -59,6 +60,17 @@ int SetSoftware(snd_pcm_t* Pcm) {
     return Result >= 0 ? snd_pcm_sw_params(Pcm, Setting) : Result;
 }
 
+// A plug-in that hands what it is given on at once gives nothing back, though it may say so. The
+// one of PipeWire leaves it in a buffer that the server reads.
+bool CanGiveBack(snd_pcm_t* Pcm) {
+    if (snd_pcm_type(Pcm) != SND_PCM_TYPE_IOPLUG) return true;
+    snd_pcm_info_t* About = nullptr;
+    snd_pcm_info_alloca(&About);
+    return snd_pcm_info(Pcm, About) >= 0 &&
+           std::string_view(snd_pcm_info_get_name(About)).find("PipeWire") !=
+               std::string_view::npos;
+}
+
 }  // namespace
 
 void AlsaDevice::ClosePcm::operator()(snd_pcm_t* Opened) const {
@@ -83,14 +95,25 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     snd_pcm_uframes_t Buffer = 0;
     if (Result >= 0) Result = snd_pcm_get_params(Made, &Buffer, &Period);
     if (Result < 0) Pcm.reset();
+    if (Result < 0) return Result;
     Channels = Wanted.Channels;
     BufferFrames = static_cast<long>(Buffer);
+    const auto Periods = static_cast<long>(2 * Period);
+    MostFrames = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
+    GivesBack = CanGiveBack(Made);
     return Result;
 }
 
 long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
-    const auto Frames = static_cast<snd_pcm_uframes_t>(std::ssize(Samples) / Channels);
-    const long Taken = snd_pcm_writei(Pcm.get(), Samples.data(), Frames);
+    long Frames = std::ssize(Samples) / Channels;
+    if (MostFrames < BufferFrames) {
+        const long Room = snd_pcm_avail(Pcm.get());
+        if (Room < 0) return Recovered(Room);
+        Frames = std::min(Frames, MostFrames - (BufferFrames - Room));
+        if (Frames <= 0) return 0;
+    }
+    const long Taken =
+        snd_pcm_writei(Pcm.get(), Samples.data(), static_cast<snd_pcm_uframes_t>(Frames));
     if (Taken < 0) return Recovered(Taken);
     if (snd_pcm_state(Pcm.get()) == SND_PCM_STATE_PREPARED) {
         const int Started = snd_pcm_start(Pcm.get());
@@ -107,21 +130,24 @@ long AlsaDevice::Held() {
     return std::max({Delay, BufferFrames - Room, 0L});  // one that reckons may reckon too early
 }
 
-long AlsaDevice::TakeBack(long Frames) {
-    if (snd_pcm_rewindable(Pcm.get()) < Frames) return 0;
-    return snd_pcm_rewind(Pcm.get(), static_cast<snd_pcm_uframes_t>(Frames));
+long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
+    if (!GivesBack) return 0;
+    const long Frames = snd_pcm_rewindable(Pcm.get()) - Keep;
+    if (Frames < Least || Frames > Most) return 0;
+    return std::max(snd_pcm_rewind(Pcm.get(), static_cast<snd_pcm_uframes_t>(Frames)), 0L);
 }
 
 long AlsaDevice::Drop() {
     snd_pcm_status_t* Status = nullptr;
     snd_pcm_status_alloca(&Status);
+    // A server may take more until it has stopped; hardware tells no more once it has.
+    const long RoomBefore = snd_pcm_avail(Pcm.get());
     int Result = snd_pcm_drop(Pcm.get());
-    // Asked only now: a server may take more until it has stopped.
     if (Result >= 0) Result = snd_pcm_status(Pcm.get(), Status);
     if (Result >= 0) Result = snd_pcm_prepare(Pcm.get());
     if (Result < 0) return Result;
     const auto Room = static_cast<long>(snd_pcm_status_get_avail(Status));
-    return std::max(BufferFrames - Room, 0L);
+    return RoomBefore == -EPIPE ? 0 : std::max(BufferFrames - std::max(Room, RoomBefore), 0L);
 }
 
 void AlsaDevice::Close() {

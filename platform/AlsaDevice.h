@@ -22,7 +22,7 @@ class AlsaDevice : public OutputDevice {
     int Open(StreamFormat& Wanted, int LatencyMs) override;
     long Write(std::span<const std::int16_t> Samples) override;
     long Held() override;
-    long TakeBack(long Frames) override;
+    long TakeBack(long Keep, long Least, long Most) override;
     long Drop() override;
     void Close() override;
     std::string TextOf(int Error) const override;
@@ -37,6 +37,8 @@ class AlsaDevice : public OutputDevice {
     std::unique_ptr<_snd_pcm, ClosePcm> Pcm;  // null: closed
     int Channels = 0;
     long BufferFrames = 0;
+    long MostFrames = 0;  // that it is to hold
+    bool GivesBack = false;
 };
 
 /// A PCM that sound can be played on, and what the system says of it, on one line.

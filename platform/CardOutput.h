@@ -12,7 +12,7 @@ namespace Tolvar {
 
 struct OutputOptions {
     static constexpr int LeastLatencyMs = 10;
-    static constexpr int MostLatencyMs = 2000;
+    static constexpr int MostLatencyMs = 500;
     static constexpr int MostFadeMs = 20;
 
     int LatencyMs = 60;  ///< of sound that a real device is given ahead

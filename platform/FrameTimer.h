@@ -31,6 +31,9 @@ class FrameTimer {
         Rate = RateHz;
     }
 
+    /// What it was started for, or changed to, is put off to that moment.
+    void PutOff(std::int64_t ToNs) { StartNs = ToNs; }
+
     /// Frames that are over, counted from frame 0. NowNs is not before the start.
     std::int64_t FramesAt(std::int64_t NowNs) const {
         return StartFrame + (NowNs - StartNs) / NsPerSecond * Rate + PhaseAt(NowNs) / NsPerSecond;

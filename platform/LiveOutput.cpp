@@ -4,7 +4,10 @@
 #include <sched.h>
 #include <signal.h>
 
+#include <system_error>
 #include <utility>
+
+#include "platform/RuntimeFailure.h"
 
 namespace Tolvar {
 namespace {
@@ -33,7 +36,13 @@ std::thread StartRendering(const std::shared_ptr<LivePump>& Pump) {
     sigset_t Before;
     sigfillset(&All);
     pthread_sigmask(SIG_SETMASK, &All, &Before);
-    std::thread Made(Render, Pump);
+    std::thread Made;
+    try {
+        Made = std::thread(Render, Pump);
+    } catch (const std::system_error&) {
+        pthread_sigmask(SIG_SETMASK, &Before, nullptr);
+        throw RuntimeFailure(FailureKind::Device, "cannot start a thread for the sound device");
+    }
     pthread_sigmask(SIG_SETMASK, &Before, nullptr);
     return Made;
 }
@@ -47,9 +56,8 @@ LiveOutput::LiveOutput(std::unique_ptr<OutputDevice> Device, const Clock& Time, 
 }
 
 LiveOutput::~LiveOutput() {
-    Pump->End();
     if (!Thread.joinable()) return;
-    if (Pump->Ended(MostEndMs)) {
+    if (Pump->End(MostEndMs)) {
         Thread.join();
     } else {
         Thread.detach();

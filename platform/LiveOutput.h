@@ -36,8 +36,9 @@ class LiveOutput {
     /// The listener's time.
     std::int64_t NowNs() { return Pump->NowNs(); }
 
-    /// Plays, instead of whatever played before. Its first frame is heard from NowNs on.
-    void Begin(const LiveRun& Wanted) { Pump->Begin(Wanted); }
+    /// Plays, instead of whatever played before. Its first frame is heard
+    /// from the listener's time on that it returns.
+    std::int64_t Begin(const LiveRun& Wanted) { return Pump->Begin(Wanted); }
 
     /// Nothing more of Source is heard or read when it returns. The listener's time at that
     /// moment; NowNs when Source does not play. A fifth of a second at most.

@@ -10,7 +10,7 @@ namespace Tolvar {
 namespace {
 
 constexpr std::int64_t MostCallNs = NsPerSecond;
-constexpr std::int64_t MostUnseenNs = 60 * NsPerMs;
+constexpr int LateMs = 10;                  // by which a look at the device may be late
 constexpr std::int64_t SurelyNs = NsPerMs;  // a position must not be told before it is heard
 
 }  // namespace
@@ -25,28 +25,30 @@ LivePump::LivePump(std::unique_ptr<OutputDevice> TheDevice, const Clock& TheTime
 // The apartment's side.
 
 std::int64_t LivePump::NowNs() {
-    const auto Held = Hold();
+    const auto Locked = Hold();
     return ListenerNs();
 }
 
-void LivePump::Begin(const LiveRun& Wanted) {
+std::int64_t LivePump::Begin(const LiveRun& Wanted) {
+    std::int64_t Now = 0;
     {
-        const auto Held = Hold();
-        const std::int64_t Now = ListenerNs();
+        const auto Locked = Hold();
+        Now = ListenerNs();
         Run = Wanted;
         ++RunNumber;
         Mode = Phase::Sounding;
         RunTime = FrameTimer(Wanted.Format.RateHz);
         RunTime.Start(Now, Wanted.Frame);
         FreeNs = Now;
-        FreeClock = Time.NowNs();
+        FreeClockNs = Time.NowNs();
     }
     Wake();
+    return Now;
 }
 
 bool LivePump::AskCut(const FrameSource& Of) {
     {
-        const auto Held = Hold();
+        const auto Locked = Hold();
         if (Mode == Phase::Idle || Run.Source != &Of) return false;
         FindStuck();
         CutWanted = Adopted();
@@ -57,39 +59,37 @@ bool LivePump::AskCut(const FrameSource& Of) {
 }
 
 std::int64_t LivePump::FinishCut(int WaitMs) {
-    auto Held = Hold();
-    ToApartment.wait_for(Held, std::chrono::milliseconds(WaitMs), [this] { return !CutWanted; });
+    auto Locked = Hold();
+    ToApartment.wait_for(Locked, std::chrono::milliseconds(WaitMs), [this] { return !CutWanted; });
     if (CutWanted) EndRun();
     return CutNs;
 }
 
 void LivePump::Wake() {
     {
-        const auto Held = Hold();
+        const auto Locked = Hold();
         Woken = true;
     }
     ToThread.notify_one();
 }
 
-void LivePump::End() {
-    {
-        const auto Held = Hold();
-        Ending = true;
-    }
-    Wake();
-}
-
-bool LivePump::Ended(int WaitMs) {
-    auto Held = Hold();
-    return ToApartment.wait_for(Held, std::chrono::milliseconds(WaitMs),
-                                [this] { return HasEnded; });
+bool LivePump::End(int WaitMs) {
+    auto Locked = Hold();
+    Ending = Woken = true;
+    ToThread.notify_one();
+    Abandoned = !ToApartment.wait_for(Locked, std::chrono::milliseconds(WaitMs),
+                                      [this] { return HasEnded; });
+    return !Abandoned;
 }
 
 std::vector<std::string> LivePump::TakeNotices() {
-    const auto Held = Hold();
+    const auto Locked = Hold();
     std::vector<std::string> Lines;
     for (const Notice& Each : std::span(Notices).first(std::exchange(NoticeCount, 0)))
         Lines.push_back(TextOf(Each));
+    if (const int Lost = std::exchange(NoticesLost, 0); Lost > 0) {
+        Lines.push_back("more that the sound device did, not told: " + std::to_string(Lost));
+    }
     return Lines;
 }
 
@@ -114,42 +114,42 @@ std::string LivePump::TextOf(const Notice& Of) const {
 // Of both sides.
 
 void LivePump::FindStuck() {
-    if (Mode == Phase::Sounding && CallClock >= 0 && Time.NowNs() - CallClock > MostCallNs) {
+    if (Mode == Phase::Sounding && CallClockNs >= 0 && Time.NowNs() - CallClockNs > MostCallNs) {
         FallSilent(Happening::StoodStill, 0);
     }
 }
 
 std::int64_t LivePump::ListenerNs() {
     FindStuck();
-    const std::int64_t Clock = Time.NowNs();
+    const std::int64_t ClockNs = Time.NowNs();
     std::int64_t Ns = ToldNs;
-    if (Mode != Phase::Sounding) {
-        Ns = FreeNs + Clock - FreeClock;
-    } else if (Adopted()) {
+    if (DeviceTells()) {
         FrameTimer Since(HeardTime.RateHz());
-        Since.Start(SeenClock, Heard);
-        // Not before the first frame was heard: until then the device gets ready.
-        const std::int64_t Seen =
-            std::max(std::min(Clock - SurelyNs, SeenClock + MostUnseenNs), SeenClock);
-        const std::int64_t Frames = Heard > 0 ? std::min(Since.FramesAt(Seen), Written) : 0;
-        Ns = HeardTime.NsOf(Frames);
+        Since.Start(SeenClockNs, Heard);
+        // Only while it is known to play: one that gets ready stands still.
+        const std::int64_t MostUnseenNs = (TurnMs() + LateMs) * NsPerMs;
+        const std::int64_t SeenNs = std::min(ClockNs - SurelyNs, SeenClockNs + MostUnseenNs);
+        const bool PlaysOn = Sounds && SeenNs > SeenClockNs;
+        Ns = HeardTime.NsOf(PlaysOn ? std::min(Since.FramesAt(SeenNs), Written) : Heard);
+    } else if (Mode != Phase::Sounding || Missing) {
+        Ns = FreeNs + ClockNs - FreeClockNs;
     }
     return ToldNs = std::max(ToldNs, Ns);
 }
 
 void LivePump::FallSilent(Happening Why, int Error) {
-    if (Adopted()) {
+    if (DeviceTells()) {
         FreeNs = ToldNs = std::max(ToldNs, HeardTime.NsOf(Heard));
-        FreeClock = Time.NowNs();
-    }  // else it has been silent since the run began
+        FreeClockNs = Time.NowNs();
+    }  // else it has been silent since the run began, or longer
     Mode = Phase::Silent;
     if (!std::exchange(Missing, true)) Note(Why, Error);
 }
 
 void LivePump::EndRun() {
-    if (Adopted()) ToldNs = std::max(ToldNs, HeardTime.NsOf(Heard));
-    CutNs = FreeNs = ToldNs;
-    FreeClock = Time.NowNs();
+    CutNs = DeviceTells() ? std::max(ToldNs, HeardTime.NsOf(Heard)) : ListenerNs();
+    FreeNs = ToldNs = CutNs;
+    FreeClockNs = Time.NowNs();
     Mode = Phase::Idle;
     ++RunNumber;
     Run = {};
@@ -157,7 +157,11 @@ void LivePump::EndRun() {
 }
 
 void LivePump::Note(Happening What, int Value) {
-    if (NoticeCount < Notices.size()) Notices[NoticeCount++] = {What, Value};
+    if (NoticeCount < Notices.size()) {
+        Notices[NoticeCount++] = {What, Value};
+    } else {
+        ++NoticesLost;
+    }
 }
 
 }  // namespace Tolvar

@@ -41,7 +41,7 @@ class LivePump {
 
     // The apartment's side; see LiveOutput.
     std::int64_t NowNs();
-    void Begin(const LiveRun& Wanted);
+    std::int64_t Begin(const LiveRun& Wanted);
     /// False: this source does not play, and nothing is to be waited for.
     bool AskCut(const FrameSource& Source);
     /// The listener's time at the cut that was asked for, waiting up to WaitMs for it. A render
@@ -50,13 +50,12 @@ class LivePump {
     std::unique_lock<std::mutex> Hold() { return std::unique_lock(Lock); }
     void Wake();
     std::vector<std::string> TakeNotices();
-    void End();
-    /// Whether the device has been closed for good; waits up to WaitMs for it.
-    bool Ended(int WaitMs);
+    /// Closes the device for good and waits up to WaitMs for it. False: the render thread does not
+    /// come back from it, and touches nothing but the device when it does.
+    bool End(int WaitMs);
 
     // The render thread's side.
-    /// One round: nanoseconds until the next is due, Forever for none. Ended has come when it
-    /// clears Going.
+    /// One round: nanoseconds until the next is due, Forever for none. The last one clears Going.
     std::int64_t Turn(bool& Going);
     /// Waits as Turn said, or until something is asked for.
     void WaitNs(std::int64_t Ns);
@@ -69,10 +68,15 @@ class LivePump {
         int Value;  // error number, or count
     };
 
+    /// Leaves a thread that does not come back from the device behind.
+    struct LeftBehind {};
+
     // Of both sides; the lock is held.
     std::int64_t ListenerNs();
     void FindStuck();
     bool Adopted() const { return Mode == Phase::Sounding && AdoptedRun == RunNumber; }
+    /// Whether the device tells the listener's time; one that was missed has to be heard first.
+    bool DeviceTells() const { return Adopted() && (Heard > 0 || !Missing); }
     void FallSilent(Happening Why, int Error);
     void EndRun();
     void Note(Happening What, int Value);
@@ -92,11 +96,14 @@ class LivePump {
     void Append(std::span<const std::int16_t> Samples);
     void Remember(std::span<const std::int16_t> Samples);
     void RunDry();
-    void SawHeard(std::int64_t Frames, std::int64_t ClockNs);
+    void SawHeard(std::int64_t Frames, std::int64_t SlackFrames = 0);
+    std::int64_t Round(bool& Going);
+    void FlushRun();
     bool Lose(Happening Why, int Error);
     void Quieten();
-    void DropAll();
-    bool FadeOut();
+    void DropAll(std::int64_t TakenBack);
+    std::int64_t TakeBack(std::int64_t Ramp);
+    void FadeOut(std::int64_t Ramp, std::int64_t TakenBack);
     void Close();
     /// Between two looks at the device: often enough for the rest of what it holds to bridge one
     /// that is late, seldom enough to cost little.
@@ -123,19 +130,21 @@ class LivePump {
     FrameTimer HeardTime{1};       // and of the device's, counted as the two below
     std::int64_t Written = 0;
     std::int64_t Heard = 0;
-    std::int64_t SeenClock = 0;  // the clock's when Heard was seen
-    std::int64_t FreeNs =
-        0;  // the listener's time where it left a device's or could not take it up,
-    std::int64_t FreeClock = 0;   // and the clock's, with which it goes on
-    std::int64_t ToldNs = 0;      // never told less again
-    std::int64_t CallClock = -1;  // the clock's when the device was called; -1: it is not
-    bool Missing = false;         // it has been said that the device is not there
+    std::int64_t SeenClockNs = 0;   // the clock's when Heard was seen
+    bool Sounds = false;            // it has played on since it began or ran dry
+    std::int64_t FreeNs = 0;        // the listener's time where no device went on telling it,
+    std::int64_t FreeClockNs = 0;   // and the clock's, with which it goes on
+    std::int64_t ToldNs = 0;        // never told less again
+    std::int64_t CallClockNs = -1;  // the clock's when the device was called; -1: it is not
+    bool Missing = false;           // it has been said that the device is not there
     bool CutWanted = false;
     std::int64_t CutNs = 0;
     bool Ending = false;
+    bool Abandoned = false;  // nobody waits any more, and the clock may be gone
     bool HasEnded = false;
     std::array<Notice, 8> Notices{};
     std::size_t NoticeCount = 0;
+    int NoticesLost = 0;
 
     // The render thread's own.
     StreamFormat Opened;         // as it is open; no channels while it is not
@@ -150,14 +159,14 @@ class LivePump {
     std::vector<std::int16_t> Recent;   // what it took last, round and round, for fading out
     std::int64_t NextFrame = 0;         // of the source
     std::int64_t Made = 0;              // frames of the run that were brought to Pending
+    std::uint64_t ServedRun = 0;        // the one that this round is about
     int Underruns = 0;                  // of the run
     int DryLooks = 0;                   // at the device, one after the other, that found it dry
-    int DryInARow = 0;                  // looks at the device that found it dry
     bool Dry = false;                   // the source had nothing more
-    std::int64_t StartClock = -1;       // the clock's at the first write; -1: none yet
-    std::int64_t ProgressClock = 0;     // the clock's when Heard last grew
-    std::int64_t QuietClock = 0;
-    std::int64_t RetryClock = 0;
+    std::int64_t StartClockNs = -1;     // the clock's at the first write; -1: none yet
+    std::int64_t ProgressClockNs = 0;   // the clock's when Heard last grew
+    std::int64_t QuietClockNs = 0;
+    std::int64_t RetryDueNs = 0;
 };
 
 }  // namespace Tolvar

@@ -84,22 +84,25 @@ void LoopingVoice::SetCursor(std::int32_t Offset) {
     Halt();
     Heard = HandedOver = Offset / BytesPerFrame();
     NextSignal = FirstSignalFrom(Heard);
-    Timer.Start(Card.NowNs(), Heard);
-    SetOff();
+    const std::int64_t NowNs = Card.NowNs();
+    Timer.Start(NowNs, Heard);
+    SetOff(NowNs);
 }
 
 void LoopingVoice::SetFrequency(std::int32_t Hz) {
     CheckFrequency(Hz);
-    Timer.ChangeRate(Halt(), Hz);
-    SetOff();
+    const std::int64_t NowNs = Halt();
+    Timer.ChangeRate(NowNs, Hz);
+    SetOff(NowNs);
 }
 
 void LoopingVoice::Play() {
     if (Playing) return;
     CheckCardIsFree();
     Playing = true;
-    Timer.Start(Card.NowNs(), Heard);
-    SetOff();  // a signal that a stop overtook is told now
+    const std::int64_t NowNs = Card.NowNs();
+    Timer.Start(NowNs, Heard);
+    SetOff(NowNs);  // a signal that a stop overtook is told now
 }
 
 void LoopingVoice::PlayFromStart() {
@@ -135,8 +138,11 @@ std::int64_t LoopingVoice::Halt() {
 }
 
 /// What Halt has ended goes on, if it plays.
-void LoopingVoice::SetOff() {
-    if (Playing) Card.BeginRun(*this, {Format.Channels, Timer.RateHz()}, Format.RateHz, Heard);
+void LoopingVoice::SetOff(std::int64_t NowNs) {
+    if (Playing) {
+        Timer.PutOff(
+            Card.BeginRun(*this, {Format.Channels, Timer.RateHz()}, Format.RateHz, Heard, NowNs));
+    }
     ArmNext();
 }
 

@@ -63,7 +63,7 @@ class LoopingVoice : public Voice, private FrameSource {
     void AdvanceTo(std::int64_t NowNs);
     void HandOver();
     std::int64_t Halt();
-    void SetOff();
+    void SetOff(std::int64_t NowNs);
     std::size_t ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept override;
     void CheckCardIsFree() const;
     void CheckWholeFrames(const char* What, std::int32_t Bytes) const;

@@ -26,8 +26,9 @@ class OutputDevice {
     /// Frames taken and not yet heard; -EPIPE as Write.
     virtual long Held() = 0;
 
-    /// Takes the last Frames that were taken back, unheard. How many; fewer where it cannot.
-    virtual long TakeBack(long Frames) = 0;
+    /// Gives back, unheard, the frames that it took last: all but Keep of those that it could still
+    /// give back, if they are Least or more and not more than Most. How many, or none.
+    virtual long TakeBack(long Keep, long Least, long Most) = 0;
 
     /// What can still be kept from being heard is not heard any more, and the next Write plays at
     /// once. How many frames: fewer than Held where a part is on its way and will be heard.

@@ -91,8 +91,9 @@ void QueueVoice::Halt() {
 }
 
 void QueueVoice::SetOff() {
-    Timer.Start(Card.NowNs(), Heard);
-    if (Heard < Queued) Card.BeginRun(*this, Format, Format.RateHz, Heard);
+    std::int64_t NowNs = Card.NowNs();
+    if (Heard < Queued) NowNs = Card.BeginRun(*this, Format, Format.RateHz, Heard, NowNs);
+    Timer.Start(NowNs, Heard);
 }
 
 std::size_t QueueVoice::ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept {

@@ -22,12 +22,19 @@ SoundCard::SoundCard(Apartment& TheHome, CardOutput To, SinkRate TheRate, Log& T
       }),
       ToOutput([this](std::span<const std::int16_t> Samples) { Output->Write(Samples); }) {}
 
-SoundCard::~SoundCard() = default;
+SoundCard::~SoundCard() {
+    TellNotices();
+}
+
+void SoundCard::TellNotices() const {
+    if (!Live) return;
+    for (const std::string& Line : Live->TakeNotices())
+        Journal.Write(Line);
+}
 
 std::int64_t SoundCard::NowNs() const {
     if (!Live) return HomeOf.Time().NowNs();
-    for (const std::string& Line : Live->TakeNotices())
-        Journal.Write(Line);
+    TellNotices();
     return Live->NowNs();
 }
 
@@ -37,13 +44,16 @@ std::int64_t SoundCard::ClockNsOf(std::int64_t DueNs) const {
     return HomeOf.Time().NowNs() + std::max(DueNs - NowNs(), NsPerMs);
 }
 
-void SoundCard::BeginRun(FrameSource& Ahead, StreamFormat Format, int NominalHz,
-                         std::int64_t Frame) {
-    if (Live) Live->Begin({&Ahead, Format, OutputHz(Format, NominalHz), Frame});
+std::int64_t SoundCard::BeginRun(FrameSource& Ahead, StreamFormat Format, int NominalHz,
+                                 std::int64_t Frame, std::int64_t AtNs) {
+    return Live ? Live->Begin({&Ahead, Format, OutputHz(Format, NominalHz), Frame}) : AtNs;
 }
 
 std::int64_t SoundCard::CutRun(const FrameSource& Ahead) {
-    return Live ? Live->Cut(Ahead) : NowNs();
+    if (!Live) return NowNs();
+    const std::int64_t AtNs = Live->Cut(Ahead);
+    TellNotices();
+    return AtNs;
 }
 
 std::unique_lock<std::mutex> SoundCard::HoldContent() const {

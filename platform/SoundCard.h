@@ -65,8 +65,10 @@ class SoundCard {
     bool PlaysOther(const Voice& Than) const;
 
     // For a live output, and nothing without one. Ahead is the voice's.
-    /// A run sets off, and Frame is its first. Rates as in Render.
-    void BeginRun(FrameSource& Ahead, StreamFormat Format, int NominalHz, std::int64_t Frame);
+    /// A run sets off, and Frame is its first. Rates as in Render. The listener's time from which
+    /// it is heard: without a live output that is AtNs.
+    std::int64_t BeginRun(FrameSource& Ahead, StreamFormat Format, int NominalHz,
+                          std::int64_t Frame, std::int64_t AtNs);
     /// Nothing of the voice is heard or read any more when it returns; NowNs of that moment.
     std::int64_t CutRun(const FrameSource& Ahead);
     /// Nothing is read from a voice while it is kept.
@@ -87,6 +89,7 @@ class SoundCard {
 
   private:
     int OutputHz(StreamFormat Format, int NominalHz) const;
+    void TellNotices() const;
     void OpenSink(StreamFormat Format, int NominalHz);
     void EndRun() noexcept;
     void FlushRun();
