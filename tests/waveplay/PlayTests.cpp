@@ -17,6 +17,7 @@ TEST(Play, TellsItsProgressAndEnds) {
     const Outcome Ran = Waveplay.Run({"in.wav", "--clock", "virtual"});
     EXPECT_EQ(Ran.Code, 0);
     EXPECT_EQ(Ran.Out, "");
+    EXPECT_EQ(Waveplay.Run({"in.wav", "--clock", "virtual", "-q"}).Err, "");
     EXPECT_EQ(Ran.Err,
               "Writing to Play Buffer\nStopped\nDone\n"
               "Playing\nplaying forward 1.0 / 2.5 s\nplaying forward 2.0 / 2.5 s\nPlay Done\n");
