@@ -49,7 +49,20 @@ bool SeeksExactly(int Format) {
 
 SoundFile::SoundFile(const std::string& Path) : PathOf(Path), Sound(OpenSound(Path, Info)) {
     constexpr std::int64_t Unknown = SF_COUNT_MAX;
-    if (Info.frames == Unknown) CountFrames();
+    if (DropGuess() || Info.frames == Unknown) CountFrames();
+}
+
+// True when the length is now to be counted.
+bool SoundFile::DropGuess() {
+    if ((Info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
+    Mpeg = MpegFile::WithoutLength(PathOf);
+    if (!Mpeg) return false;
+    SF_INFO Found{};
+    SNDFILE* const Opened = Mpeg->Open(Found);
+    if (Opened == nullptr) return false;
+    Sound.reset(Opened);
+    Info = Found;
+    return true;
 }
 
 bool SoundFile::BeyondSixteenBits() const {
