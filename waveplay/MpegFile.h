@@ -21,6 +21,9 @@ class MpegFile {
     /// What sf_open_virtual returns: the caller's, and gone before this object is.
     SNDFILE* Open(SF_INFO& Info);
 
+    /// Whether the last byte has been read: what the decoder complains of then is the end.
+    bool Spent() const { return Place >= Bytes; }
+
   private:
     MpegFile(Descriptor Opened, std::int64_t Length) : In(std::move(Opened)), Bytes(Length) {}
 

@@ -88,7 +88,8 @@ int SoundFile::PlainWavBits() const {
 std::size_t SoundFile::Read(std::span<double> Into) {
     const auto Wanted = static_cast<sf_count_t>(Into.size()) / Channels();
     const sf_count_t Got = sf_readf_double(Sound.get(), Into.data(), Wanted);
-    if (Got < Wanted && sf_error(Sound.get()) != SF_ERR_NO_ERROR) Fail("decode");
+    const bool AtEnd = Mpeg && Mpeg->Spent();
+    if (Got < Wanted && !AtEnd && sf_error(Sound.get()) != SF_ERR_NO_ERROR) Fail("decode");
     Next += Got;
     return static_cast<std::size_t>(Got);
 }

@@ -159,6 +159,9 @@ TEST_F(Pieces, OfMpegAudioPlayToTheEndAlsoWhenNothingCountsTheFrames) {
     EXPECT_LT(Heard.size(), Loud.size() + 5 * 1152);
     EXPECT_GT(*std::max_element(Heard.end() - 4000, Heard.end()), 8000);
     EXPECT_TRUE(Waveplay.Render({"in.mp3[1:1.5]"}).Frames == Part(Heard, 44100, 66150, 1));
+
+    Put(Waveplay.Path("in.mp3"), Bytes.substr(0, Bytes.size() - 700));  // in the middle of a frame
+    EXPECT_GT(Waveplay.Render({"in.mp3"}).Frames.size(), Heard.size() - 3 * 4096);
 }
 
 TEST_F(Pieces, TakeTheFirstFilesChannelsAndBits) {
