@@ -79,8 +79,12 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     Pcm.reset(Made);
     Result = SetHardware(Made, Wanted, LatencyMs);
     if (Result >= 0) Result = SetSoftware(Made);
+    snd_pcm_uframes_t Period = 0;
+    snd_pcm_uframes_t Buffer = 0;
+    if (Result >= 0) Result = snd_pcm_get_params(Made, &Buffer, &Period);
     if (Result < 0) Pcm.reset();
     Channels = Wanted.Channels;
+    BufferFrames = static_cast<long>(Buffer);
     return Result;
 }
 
@@ -96,10 +100,11 @@ long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
 }
 
 long AlsaDevice::Held() {
-    snd_pcm_sframes_t Frames = 0;
-    const int Result = snd_pcm_delay(Pcm.get(), &Frames);
+    snd_pcm_sframes_t Room = 0;
+    snd_pcm_sframes_t Delay = 0;
+    const int Result = snd_pcm_avail_delay(Pcm.get(), &Room, &Delay);
     if (Result < 0) return Recovered(Result);
-    return Frames > 0 ? Frames : 0;
+    return std::max({Delay, BufferFrames - Room, 0L});  // one that reckons may reckon too early
 }
 
 long AlsaDevice::TakeBack(long Frames) {
@@ -108,14 +113,15 @@ long AlsaDevice::TakeBack(long Frames) {
 }
 
 long AlsaDevice::Drop() {
-    snd_pcm_uframes_t Size = 0;
-    snd_pcm_uframes_t Period = 0;
-    snd_pcm_get_params(Pcm.get(), &Size, &Period);
-    const long Room = snd_pcm_avail(Pcm.get());  // less than nothing: all has been heard
-    const long Unheard = Room < 0 ? 0 : static_cast<long>(Size) - Room;
+    snd_pcm_status_t* Status = nullptr;
+    snd_pcm_status_alloca(&Status);
     int Result = snd_pcm_drop(Pcm.get());
+    // Asked only now: a server may take more until it has stopped.
+    if (Result >= 0) Result = snd_pcm_status(Pcm.get(), Status);
     if (Result >= 0) Result = snd_pcm_prepare(Pcm.get());
-    return Result < 0 ? Result : std::max(Unheard, 0L);
+    if (Result < 0) return Result;
+    const auto Room = static_cast<long>(snd_pcm_status_get_avail(Status));
+    return std::max(BufferFrames - Room, 0L);
 }
 
 void AlsaDevice::Close() {

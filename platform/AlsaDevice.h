@@ -36,6 +36,7 @@ class AlsaDevice : public OutputDevice {
     std::string Name;
     std::unique_ptr<_snd_pcm, ClosePcm> Pcm;  // null: closed
     int Channels = 0;
+    long BufferFrames = 0;
 };
 
 /// A PCM that sound can be played on, and what the system says of it, on one line.

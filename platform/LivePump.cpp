@@ -10,7 +10,8 @@ namespace Tolvar {
 namespace {
 
 constexpr std::int64_t MostCallNs = NsPerSecond;
-constexpr std::int64_t MostUnseenNs = 20 * NsPerMs;
+constexpr std::int64_t MostUnseenNs = 60 * NsPerMs;
+constexpr std::int64_t SurelyNs = NsPerMs;  // a position must not be told before it is heard
 
 }  // namespace
 
@@ -47,7 +48,7 @@ bool LivePump::AskCut(const FrameSource& Of) {
     {
         const auto Held = Hold();
         if (Mode == Phase::Idle || Run.Source != &Of) return false;
-        ListenerNs();  // which may find that the device stands still
+        FindStuck();
         CutWanted = Adopted();
         if (!CutWanted) EndRun();
     }
@@ -112,11 +113,15 @@ std::string LivePump::TextOf(const Notice& Of) const {
 
 // Of both sides.
 
-std::int64_t LivePump::ListenerNs() {
-    const std::int64_t Clock = Time.NowNs();
-    if (Mode == Phase::Sounding && CallClock >= 0 && Clock - CallClock > MostCallNs) {
+void LivePump::FindStuck() {
+    if (Mode == Phase::Sounding && CallClock >= 0 && Time.NowNs() - CallClock > MostCallNs) {
         FallSilent(Happening::StoodStill, 0);
     }
+}
+
+std::int64_t LivePump::ListenerNs() {
+    FindStuck();
+    const std::int64_t Clock = Time.NowNs();
     std::int64_t Ns = ToldNs;
     if (Mode != Phase::Sounding) {
         Ns = FreeNs + Clock - FreeClock;
@@ -124,7 +129,8 @@ std::int64_t LivePump::ListenerNs() {
         FrameTimer Since(HeardTime.RateHz());
         Since.Start(SeenClock, Heard);
         // Not before the first frame was heard: until then the device gets ready.
-        const std::int64_t Seen = std::min(Clock, SeenClock + MostUnseenNs);
+        const std::int64_t Seen =
+            std::max(std::min(Clock - SurelyNs, SeenClock + MostUnseenNs), SeenClock);
         const std::int64_t Frames = Heard > 0 ? std::min(Since.FramesAt(Seen), Written) : 0;
         Ns = HeardTime.NsOf(Frames);
     }
@@ -137,7 +143,7 @@ void LivePump::FallSilent(Happening Why, int Error) {
         FreeClock = Time.NowNs();
     }  // else it has been silent since the run began
     Mode = Phase::Silent;
-    Note(Why, Error);
+    if (!std::exchange(Missing, true)) Note(Why, Error);
 }
 
 void LivePump::EndRun() {

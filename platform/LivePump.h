@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <cstdint>
@@ -74,6 +75,7 @@ class LivePump {
 
     // Of both sides; the lock is held.
     std::int64_t ListenerNs();
+    void FindStuck();
     bool Adopted() const { return Mode == Phase::Sounding && AdoptedRun == RunNumber; }
     void FallSilent(Happening Why, int Error);
     void EndRun();
@@ -100,6 +102,9 @@ class LivePump {
     void DropAll();
     bool FadeOut();
     void Close();
+    /// Between two looks at the device: often enough for the rest of what it holds to bridge one
+    /// that is late, seldom enough to cost little.
+    int TurnMs() const { return std::clamp(Options.LatencyMs * 2 / 5, 2, 50); }
     std::int64_t FramesIn(std::int64_t Ms) const { return Ms * Opened.RateHz / 1000; }
     std::int64_t MostHeard(std::int64_t ClockNs) const;
     template <typename Call>
@@ -128,6 +133,7 @@ class LivePump {
     std::int64_t FreeClock = 0;   // and the clock's, with which it goes on
     std::int64_t ToldNs = 0;      // never told less again
     std::int64_t CallClock = -1;  // the clock's when the device was called; -1: it is not
+    bool Missing = false;         // it has been said that the device is not there
     bool CutWanted = false;
     std::int64_t CutNs = 0;
     bool Ending = false;

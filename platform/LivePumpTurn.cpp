@@ -16,7 +16,6 @@ constexpr std::int64_t RetryEveryNs = NsPerSecond;
 constexpr std::int64_t StandStillNs = 2 * NsPerSecond;  // wireless ones take a while to start
 constexpr std::int64_t KeepMs = 2;     // what the device is about to play is not taken back
 constexpr std::int64_t SlackMs = 200;  // for a device that fills buffers of its own first
-constexpr int ReadsPerSecond = 200;
 constexpr int MostDryLooks = 10;  // a server that is gone may take all it is given and play nothing
 
 std::int16_t Scaled(std::int16_t Sample, std::int64_t Part, std::int64_t Of) {
@@ -102,7 +101,6 @@ std::int64_t LivePump::Retry(std::uint64_t Number) {
     Run.Frame = RunTime.FramesAt(ListenerNs());
     Mode = Phase::Sounding;
     AdoptedRun = 0;
-    Note(Happening::Back, 0);
     return 0;
 }
 
@@ -110,7 +108,7 @@ std::int64_t LivePump::Play(std::uint64_t Number) {
     if (PlaysRun != Number && !Start(Number)) return 0;
     if (!Measure() || !Feed()) return 0;
     const bool AllHeard = Dry && PendingFrom == Pending.size() && Heard == Written;
-    return AllHeard ? Forever : std::clamp(Options.LatencyMs / 4, 2, 20) * NsPerMs;
+    return AllHeard ? Forever : TurnMs() * NsPerMs;
 }
 
 bool LivePump::Start(std::uint64_t Number) {
@@ -144,7 +142,7 @@ int LivePump::OpenDevice(const LiveRun& For) {
 void LivePump::Adopt(std::uint64_t Number, const LiveRun& Taken) {
     Source = Taken.Format;
     Converter = std::make_unique<OutputConverter>(Source, Opened);
-    Ahead.resize(Index(std::max(1, Source.RateHz / ReadsPerSecond) * Source.Channels));
+    Ahead.resize(Index(std::max(1, Source.RateHz * TurnMs() / 1000) * Source.Channels));
     Recent.assign(Index(FramesIn(Options.LatencyMs + SlackMs) * Opened.Channels), 0);
     Pending.clear();
     Pending.reserve(Recent.size());
@@ -162,6 +160,7 @@ void LivePump::Adopt(std::uint64_t Number, const LiveRun& Taken) {
     HeardTime.Start(RunTime.NsOf(Taken.Frame), 0);
     Written = Heard = 0;
     AdoptedRun = Number;
+    if (std::exchange(Missing, false)) Note(Happening::Back, 0);
 }
 
 /// No device can have played more by then, nor one that takes everything at once.

@@ -16,8 +16,12 @@ class Sink {
     /// False: frames need not be rendered at all; the card then only keeps time.
     virtual bool WantsFrames() const = 0;
 
-    /// Called once, before the first Write. Channels 1 or 2. RuntimeFailure when it cannot take
-    /// that format.
+    /// True: it is opened anew for every format in which frames come, so none are ever converted
+    /// to another channel count (nor, with SinkRate::Rule::Native, to another rate).
+    virtual bool TakesEveryFormat() const { return false; }
+
+    /// Called before the first Write, and then no more unless it TakesEveryFormat. Channels 1 or 2.
+    /// RuntimeFailure when it cannot take that format.
     virtual void Open(int Channels, int RateHz) = 0;
 
     /// Whole interleaved frames in the order in which they are heard; read before it returns.

@@ -70,8 +70,10 @@ void SoundCard::Render(const Voice& From, StreamFormat Format, int NominalHz,
                        std::span<const std::int16_t> Samples) noexcept {
     if (!Takes() || Samples.empty()) return;
     Guarded([&] {
-        if (SinkFormat.Channels == 0) OpenSink(Format, NominalHz);
         if (Run && (Run->From() != Format || RunOf != &From)) FlushRun();
+        const bool Anew = Output->TakesEveryFormat() &&
+                          SinkFormat != StreamFormat{Format.Channels, OutputHz(Format, NominalHz)};
+        if (Anew || SinkFormat.Channels == 0) OpenSink(Format, NominalHz);
         if (!Run) Run = std::make_unique<OutputConverter>(Format, SinkFormat);
         RunOf = &From;
         Run->Convert(Samples, ToSink);

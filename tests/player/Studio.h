@@ -35,9 +35,11 @@ struct TestWave {
 /// A whole server on the virtual clock with ears on its sound card.
 struct Studio {
     explicit Studio(EngineOrder Engine = EngineOrder::WaveOut, bool WithDevice = true)
-        : Ears(new ListeningSink),
-          Card(Home, {std::unique_ptr<Sink>(WithDevice ? Ears : (delete Ears, nullptr)), nullptr},
-               SinkRate{}, Journal),
+        : Studio(Engine, WithDevice ? std::make_unique<ListeningSink>() : nullptr, SinkRate{}) {}
+
+    Studio(EngineOrder Engine, std::unique_ptr<ListeningSink> Given, SinkRate Rate)
+        : Ears(Given.get()),
+          Card(Home, {std::move(Given), nullptr}, Rate, Journal),
           Device(Card),
           Service(Card, Journal),
           Os{Home,
@@ -163,7 +165,7 @@ struct Studio {
     MemoryFiles Disk;
     VirtualClock Time;
     Apartment Home{Time, Journal};
-    ListeningSink* Ears;  ///< the card's; gone when there is no device
+    ListeningSink* Ears;  ///< the card's; null when there is no device
     SoundCard Card;
     WaveOutDevice Device;
     DlServiceLibrary Service;

@@ -17,17 +17,6 @@ TEST(WaveOutEngine, EndsTwoPollsAndACountdownAfterTheLastFrame) {
     }
 }
 
-TEST(WaveOutEngine, StoredPositionFollowsThePollAndTheTempoChangesNothing) {
-    Studio S;
-    S.Load({.Frames = 9000});
-    S.Player->PlayTempoFor(2.0F);
-    S.Player->PlayAgain();
-    for (const auto& [Ms, Stored] : {std::pair(79, 40), {1, 80}}) {
-        S.Advance(Ms);
-        EXPECT_EQ(S.Player->PlayCurrentPosition(), Stored);
-    }
-}
-
 TEST(WaveOutEngine, NothingWakesUpWhenNothingPlays) {
     Studio S;
     S.Load({.Frames = 9000});
@@ -65,22 +54,6 @@ TEST(WaveOutEngine, WithoutADeviceEveryStartFailsAndNothingHangs) {
     ASSERT_TRUE(S.PlayOut(1000));
     S.Player->PlayUTurn();
     EXPECT_THAT(S.Said(), ElementsAre("Play Done", "UTurn failed", "U-Turn Failed"));
-}
-
-TEST(WaveOutEngine, ContinueWithNothingToContinueEndsWithAnAnswer) {
-    for (const auto& [PlayedMs, Answer] :
-         {std::pair(0, "Play Failed"), {1000, "Play Failed"}, {8500, "Play Done"}}) {
-        Studio S;
-        S.Load({.Frames = 9000});
-        if (PlayedMs > 0) S.Player->PlayAgain();
-        S.Advance(PlayedMs);
-        if (PlayedMs > 0) S.Player->StopPlay();
-        S.Heard();
-        S.Player->PlayContinue();
-        ASSERT_TRUE(S.PlayOut(1000)) << PlayedMs;
-        EXPECT_EQ(S.Said().back(), Answer);
-        EXPECT_THAT(S.Heard(), ::testing::IsEmpty());
-    }
 }
 
 TEST(WaveOutEngine, CommandsInsideStoppedDoNotUpsetTheHandOverThatRaisedIt) {

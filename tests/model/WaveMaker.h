@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/model/ModelPlayer.h"
+#include "tests/support/BlockLists.h"
+#include "tests/support/Fakes.h"
+
+namespace Tolvar::Testing {
+
+/// Runs of it are the same everywhere.
+class Dice {
+  public:
+    explicit Dice(std::uint32_t Seed) : Random(Seed) {}
+
+    std::int32_t Between(std::int64_t Least, std::int64_t Most) {
+        return static_cast<std::int32_t>(Least +
+                                         static_cast<std::int64_t>(Random()) % (Most - Least + 1));
+    }
+    bool OneIn(int Count) { return Between(1, Count) == 1; }
+    const auto& Of(const auto& Many) {
+        return Many[static_cast<std::size_t>(Between(0, std::ssize(Many) - 1))];
+    }
+
+  private:
+    std::mt19937 Random;
+};
+
+/// A wave as an editor hands it over, and as it is heard.
+struct MadeWave {
+    std::int32_t Bits = 16;
+    std::vector<ListEntry> Left;
+    std::vector<ListEntry> Right;
+    ModelWave Heard;
+};
+
+/// The sound files that all waves are cut from: original files of every layout and work files.
+const std::map<std::string, MemoryFiles::Bytes>& WaveFiles();
+
+/// A wave of random format and length, of random blocks from the files and of silence.
+MadeWave MakeWave(Dice& Random);
+
+}  // namespace Tolvar::Testing
