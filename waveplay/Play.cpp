@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -94,10 +96,11 @@ ExitCode Play(PlayOptions Options) {
     // The program's own phrase shows the bare road, plain lines, that every terminal has.
     const bool WithPicture = !Options.Quiet && !Options.Pieces.empty() && CanPlayOnTerminal();
     std::optional<HeldErrors> Errors;  // until the server, which writes there as well, is gone
-    if (WithPicture) Errors.emplace();
+    if (WithPicture && isatty(STDERR_FILENO) == 1) Errors.emplace();
     Session Playing(MakePlayer(Options.Setup));
-    const bool ToTheEnd = WithPicture ? PlayOnTerminal(Playing, Whole, Options, *Errors)
-                                      : PlayThrough(Playing, Whole, Options);
+    const bool ToTheEnd = WithPicture
+                              ? PlayOnTerminal(Playing, Whole, Options, Errors ? &*Errors : nullptr)
+                              : PlayThrough(Playing, Whole, Options);
     Playing.Release();
     Playing.Finish();
     if (!ToTheEnd && !Options.Quiet) Say("interrupted");

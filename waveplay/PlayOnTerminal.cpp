@@ -41,11 +41,11 @@ const char* Variable(const char* Name) {
 // What would have been written over the picture is in it, the last line of all.
 class ErrorsShown {
   public:
-    ErrorsShown(Apartment& HomeOf, HeldErrors& Errors, TerminalPlayer& Show)
-        : Home(HomeOf), Fd(Errors.Fd()) {
+    ErrorsShown(Apartment& HomeOf, HeldErrors* Errors, TerminalPlayer& Show)
+        : Home(HomeOf), Fd(Errors == nullptr ? -1 : Errors->Fd()) {
         if (Fd < 0) return;
-        Home.Watch(Fd, [&] {
-            for (std::string& Line : Errors.Take())
+        Home.Watch(Fd, [Errors, &Show] {
+            for (std::string& Line : Errors->Take())
                 Show.Say(std::move(Line), true);
         });
     }
@@ -65,7 +65,7 @@ bool CanPlayOnTerminal() {
 }
 
 bool PlayOnTerminal(Session& Playing, const Wave& Whole, const PlayOptions& Options,
-                    HeldErrors& Errors) {
+                    HeldErrors* Errors) {
     TerminalFacts Facts = FactsOf(Whole, Options);
     Facts.Interrupted = [&Playing] { return Playing.Interrupted(); };
     std::string Last;

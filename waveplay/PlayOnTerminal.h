@@ -10,10 +10,10 @@ namespace Tolvar {
 /// Whether standard output is a terminal that can show the player.
 bool CanPlayOnTerminal();
 
-/// Plays the wave with the terminal interface: picture and keys, and the lines that Errors holds
-/// back. False when the user interrupted. RuntimeFailure when the wave cannot be started or the
-/// player is lost.
+/// Plays the wave with the terminal interface: picture and keys, and the lines that Errors, if
+/// any, holds back. False when the user interrupted. RuntimeFailure when the wave cannot be started
+/// or the player is lost.
 bool PlayOnTerminal(Session& Playing, const Wave& Whole, const PlayOptions& Options,
-                    HeldErrors& Errors);
+                    HeldErrors* Errors);
 
 }  // namespace Tolvar

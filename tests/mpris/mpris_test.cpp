@@ -211,12 +211,19 @@ TEST_F(RemoteControl, WhatIsRefusedIsSaidToWhoAskedForIt) {
 }
 
 TEST_F(RemoteControl, TurnsAreJumpsAndAReverseRunIsToldEverySecond) {
+    Player.OnMsgBoxOb(
+        [&](std::string_view Msg, std::string_view Ttl) { Control->Report(Msg, Ttl); });
     Player.Position = 50'000;
     With([&](Remote& Held) {
         Home.Post([&] { Control->UTurn(); });
         EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 49999000\n");
         Home.Post([&] { Player.Advance(1'000); });
         EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 48999000\n");
+        Home.Post([&] {
+            Player.Position = 100'000;
+            Player.Report("Playing Loop 1");
+        });
+        EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 99999000\n");
         EXPECT_EQ(Held.Call("Pause"), "");
     });
 }
