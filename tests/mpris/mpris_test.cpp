@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -152,6 +153,15 @@ struct RemoteControl : testing::Test {
         Control.emplace(Player, PlayerControl::Facts{100'000, 1000, 1, false, 1.0, 1.0, true});
         Object.emplace(Home, *Control, MprisFacts{"wave", "file:///wave"}, [this] { Quit = true; });
     }
+    /// From a script: in the apartment, and done when this returns.
+    void Here(const Apartment::Handler& Do) {
+        std::promise<void> Done;
+        Home.Post([&] {
+            Do();
+            Done.set_value();
+        });
+        Done.get_future().wait();
+    }
     /// Runs Script while the apartment does.
     void With(const std::function<void(Remote&)>& Script) {
         bool Over = false;
@@ -202,9 +212,9 @@ TEST_F(RemoteControl, WhatIsRefusedIsSaidToWhoAskedForIt) {
         EXPECT_NE(Held.Set("Rate", "d", -1.0), "");
         EXPECT_NE(Held.Set("LoopStatus", "s", "Twice"), "");
         EXPECT_NE(Held.Call("OpenUri", "s", "file:///b"), "");
-        Player.Refusal = "the player will not";
+        Here([&] { Player.Refusal = "the player will not"; });
         EXPECT_EQ(Held.Call("Pause"), "the player will not");
-        Player.Gone = true;
+        Here([&] { Player.Gone = true; });
         EXPECT_EQ(Held.Call("Pause"), "the server is gone");
     });
     EXPECT_EQ(Player.Calls, "");
@@ -215,11 +225,11 @@ TEST_F(RemoteControl, TurnsAreJumpsAndAReverseRunIsToldEverySecond) {
         [&](std::string_view Msg, std::string_view Ttl) { Control->Report(Msg, Ttl); });
     Player.Position = 50'000;
     With([&](Remote& Held) {
-        Home.Post([&] { Control->UTurn(); });
+        Here([&] { Control->UTurn(); });
         EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 49999000\n");
-        Home.Post([&] { Player.Advance(1'000); });
+        Here([&] { Player.Advance(1'000); });
         EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 48999000\n");
-        Home.Post([&] {
+        Here([&] {
             Player.Position = 100'000;
             Player.Report("Playing Loop 1");
         });
