@@ -13,7 +13,8 @@ add_dependencies(TolvarWaveEditorDll SondervalService2)
 file(GLOB ClientSources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/host/client/*.cpp)
 add_library(PlayDllClient SHARED ${ClientSources} ${WireSources} ${CMAKE_SOURCE_DIR}/platform/Posix.cpp)
 target_include_directories(PlayDllClient PRIVATE ${CMAKE_SOURCE_DIR}
-                           INTERFACE $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/host/client>)
+                           INTERFACE $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/host/client>
+                                     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(PlayDllClient PRIVATE PkgConfig::SdBus ${CMAKE_DL_LIBS})
 set_target_properties(PlayDllClient PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
@@ -30,8 +31,17 @@ set_target_properties(TolvarWaveEditorDll platform SondervalService2 PROPERTIES
                       INSTALL_RPATH "$ORIGIN")
 install(TARGETS TolvarWaveEditorDll platform SondervalService2
         RUNTIME DESTINATION ${ServerFolder} LIBRARY DESTINATION ${ServerFolder})
-install(TARGETS PlayDllClient LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS PlayDllClient EXPORT PlayDllClient LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES host/client/PlayDllClient.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# For find_package(PlayDllClient).
+include(CMakePackageConfigHelpers)
+set(PackageFolder ${CMAKE_INSTALL_LIBDIR}/cmake/PlayDllClient)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/PlayDllClientConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/PlayDllClientConfigVersion.cmake DESTINATION ${PackageFolder})
+install(EXPORT PlayDllClient FILE PlayDllClientConfig.cmake NAMESPACE Tolvar::
+        DESTINATION ${PackageFolder})
 
 # These name where they are installed, which is known only then.
 function(tolvar_install_configured Source Folder)

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 
 #include "platform/RuntimeFailure.h"
 
@@ -16,8 +17,13 @@ std::string LibraryPath() {
     const char* Named = std::getenv("TOLVAR_SERVICE_LIBRARY");
     // Absolute, because a bare name would be looked for among the system's libraries.
     if (Named != nullptr && *Named != '\0') return std::filesystem::absolute(Named).string();
-    const std::filesystem::path Program = std::filesystem::read_symlink("/proc/self/exe");
-    return (Program.parent_path() / "libSondervalService2.so").string();
+    // Wherever the program is, the two libraries lie in one folder.
+    static const char Here = 0;
+    Dl_info Found{};
+    std::error_code Ignored;
+    std::filesystem::path Own;
+    if (::dladdr(&Here, &Found) != 0) Own = std::filesystem::canonical(Found.dli_fname, Ignored);
+    return (Own.parent_path() / "libSondervalService2.so").string();
 }
 
 RuntimeFailure LoaderFailure(const std::string& What) {

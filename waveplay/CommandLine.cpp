@@ -206,6 +206,7 @@ CLI::App* AddPlay(CLI::App& Root, PlayOptions& Options) {
     Options.Setup.Device = "auto";
     AddPieces(*Command, Options.Pieces, Options.Run);
     Command->add_flag("--loop", Options.Run.Loop, "play again from the edge at the end");
+    Command->add_flag("-q,--quiet", Options.Quiet, "no picture and no lines, failures excepted");
     Command
         ->add_option("--memory", Options.Run.MemorySizeToUse,
                      "BYTES of samples that may be kept in memory")

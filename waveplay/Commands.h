@@ -11,6 +11,7 @@ namespace Tolvar {
 
 struct PlayOptions {
     std::vector<std::string> Pieces;  ///< none: the program's own phrase
+    bool Quiet = false;               ///< neither picture nor lines, but for failures
     SessionOptions Setup;
     RunOptions Run;
 };
@@ -28,7 +29,8 @@ struct ScriptOptions {
     SessionOptions Setup;
 };
 
-/// Plays to the end, with progress lines on standard error. RuntimeFailure when it cannot.
+/// Plays to the end, with a picture on a terminal, else with progress lines on standard error.
+/// RuntimeFailure when it cannot.
 ExitCode Play(PlayOptions Options);
 
 /// Leaves the recording at OutPath or, on a failure (RuntimeFailure) or an interrupt, nothing new.

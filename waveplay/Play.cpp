@@ -1,10 +1,16 @@
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "waveplay/Commands.h"
 #include "waveplay/DemoPhrase.h"
 #include "waveplay/PlayOnTerminal.h"
+#include "waveplay/PlayRemote.h"
 
 namespace Tolvar {
 namespace {
@@ -29,11 +35,14 @@ const char* StateName(std::int32_t RunningState) {
     }
 }
 
-void SayProgress(PlayerPort& Player, const PlayRun& Run, const Wave& Whole) {
+std::string ProgressLine(PlayerPort& Player, const PlayerControl& Control, const Wave& Whole) {
     const std::int32_t Frame = std::clamp(Player.PlayCurrentPosition(), 0, Whole.WaveNos);
-    const double Position = static_cast<double>(Frame) / Whole.FmtFriq;
-    std::fprintf(stderr, "%s %s %.1f / %.1f s\n", StateName(Player.PlayRunningDx7State()),
-                 Run.Direction() < 0 ? "reverse" : "forward", Position, Whole.Seconds());
+    std::array<char, 80> Line{};
+    std::snprintf(Line.data(), Line.size(), "%s %s %.1f / %.1f s",
+                  StateName(Player.PlayRunningDx7State()),
+                  Control.Wave().Direction < 0 ? "reverse" : "forward",
+                  static_cast<double>(Frame) / Whole.FmtFriq, Whole.Seconds());
+    return Line.data();
 }
 
 void SayReport(std::string_view Msg, std::string_view Ttl) {
@@ -41,26 +50,37 @@ void SayReport(std::string_view Msg, std::string_view Ttl) {
 }
 
 // The program's own phrase turns round shortly before its end, so that both directions are heard.
-Apartment::AlarmId TurnNearEnd(Apartment& Home, PlayRun& Run, std::int32_t FramesToPlay) {
-    const double EndSeconds = static_cast<double>(FramesToPlay) / Run.PlayedHz();
+Apartment::AlarmId TurnNearEnd(Apartment& Home, PlayerControl& Player, double EndSeconds) {
     const double TurnSeconds = std::max(0.0, EndSeconds - TurnBeforeEndSeconds);
     const auto Ahead = static_cast<std::int64_t>(TurnSeconds * NsPerSecond);
-    return Home.Arm(Home.Time().NowNs() + Ahead, [&Run] { Run.UTurn(); });
+    return Home.Arm(Home.Time().NowNs() + Ahead, [&Player] { Player.UTurn(); });
 }
 
 bool PlayThrough(Session& Playing, const Wave& Whole, const PlayOptions& Options) {
-    PlayRun Run(Playing, SayReport);
-    Timer Progress(Playing.Home(), ProgressMs);
-    Progress.Bind([&] { SayProgress(Playing.Player(), Run, Whole); });
-
+    std::optional<PlayerControl> Control;
+    PlayRun Run(Playing, [&](std::string_view Msg, std::string_view Ttl) {
+        if (!Options.Quiet) SayReport(Msg, Ttl);
+        if (Control) Control->Report(Msg, Ttl);
+    });
     Run.Start(Whole, Options.Run);
-    Progress.Enabled(true);
+    Control.emplace(Playing.Player(), Run.Facts());
+    bool Quit = false;
+    const auto Remote = OfferRemote(Playing, *Control, Options, [&Quit] { Quit = true; });
+
+    Timer Progress(Playing.Home(), ProgressMs);
+    Progress.Bind([&, Before = std::string()]() mutable {
+        const std::string Line = ProgressLine(Playing.Player(), *Control, Whole);
+        if (std::exchange(Before, Line) != Line) Say(Line);  // what is paused is said once
+    });
+    Progress.Enabled(!Options.Quiet);
     Apartment::AlarmId Turn;
-    if (Options.Pieces.empty())
-        Turn = TurnNearEnd(Playing.Home(), Run, PlayRun::FramesToPlay(Whole, Options.Run));
-    const bool ToTheEnd = Run.Finish();
+    if (Options.Pieces.empty()) {
+        const double Frames = PlayRun::FramesToPlay(Whole, Options.Run);
+        Turn = TurnNearEnd(Playing.Home(), *Control, Frames / Run.PlayedHz());
+    }
+    const bool ToTheEnd = Run.Finish([&Quit] { return Quit; });
     Playing.Home().Disarm(Turn);
-    if (!ToTheEnd) Playing.Player().StopPlay();
+    if (!ToTheEnd || Quit) Playing.Player().StopPlay();
     return ToTheEnd;
 }
 
@@ -73,14 +93,17 @@ ExitCode Play(PlayOptions Options) {
     if (Options.Pieces.empty()) Demo = std::make_unique<DemoPhrase>();
     const Wave Whole = Demo ? Demo->Phrase() : JoinPieces(Options.Pieces);
     Options.Setup.Engine = EngineFor(Whole, Options.Setup.Engine);
-    Session Playing(MakePlayer(Options.Setup));
     // The program's own phrase shows the bare road, plain lines, that every terminal has.
-    const bool WithPicture = !Options.Pieces.empty() && CanPlayOnTerminal();
-    const bool ToTheEnd = WithPicture ? PlayOnTerminal(Playing, Whole, Options)
-                                      : PlayThrough(Playing, Whole, Options);
+    const bool WithPicture = !Options.Quiet && !Options.Pieces.empty() && CanPlayOnTerminal();
+    std::optional<HeldErrors> Errors;  // until the server, which writes there as well, is gone
+    if (WithPicture && isatty(STDERR_FILENO) == 1) Errors.emplace();
+    Session Playing(MakePlayer(Options.Setup));
+    const bool ToTheEnd = WithPicture
+                              ? PlayOnTerminal(Playing, Whole, Options, Errors ? &*Errors : nullptr)
+                              : PlayThrough(Playing, Whole, Options);
     Playing.Release();
     Playing.Finish();
-    if (!ToTheEnd) Say("interrupted");
+    if (!ToTheEnd && !Options.Quiet) Say("interrupted");
     return ToTheEnd ? ExitDone : ExitInterrupted;
 }
 

@@ -3,19 +3,15 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "waveplay/PlayRemote.h"
 #include "waveplay/PlayRun.h"
 #include "waveplay/WaveFrames.h"
 #include "waveplay/terminal/TerminalPlayer.h"
 
 namespace Tolvar {
 namespace {
-
-std::string NameOf(const PlayOptions& Options) {
-    if (Options.Pieces.empty()) return "a phrase of its own";
-    const std::size_t More = Options.Pieces.size() - 1;
-    return Options.Pieces.front() + (More == 0 ? "" : " + " + std::to_string(More));
-}
 
 std::string EngineName(const SessionOptions& Setup) {
     if (Setup.To == Connection::Bus) return "the server's engine";
@@ -25,11 +21,8 @@ std::string EngineName(const SessionOptions& Setup) {
 
 TerminalFacts FactsOf(const Wave& Whole, const PlayOptions& Options) {
     TerminalFacts Facts;
-    Facts.Wave = {
-        Whole.WaveNos,     Whole.FmtFriq,        Options.Run.Reverse ? -1 : 1,     Options.Run.Loop,
-        Options.Run.Tempo, Options.Run.TempoRev, Options.Setup.Engine != "waveout"};
     Facts.FmtChannal = Whole.FmtChannal;
-    Facts.Name = NameOf(Options);
+    Facts.Name = TitleOf(Options.Pieces);
     Facts.Engine = EngineName(Options.Setup);
     Facts.Device = Options.Setup.To == Connection::Bus ? "session bus" : Options.Setup.Device;
     Facts.Format = std::to_string(Whole.FmtFriq) + " Hz " + std::to_string(Whole.FmtBits) +
@@ -45,21 +38,46 @@ const char* Variable(const char* Name) {
     return std::getenv(Name);
 }
 
+// What would have been written over the picture is in it, the last line of all.
+class ErrorsShown {
+  public:
+    ErrorsShown(Apartment& HomeOf, HeldErrors* Errors, TerminalPlayer& Show)
+        : Home(HomeOf), Fd(Errors == nullptr ? -1 : Errors->Fd()) {
+        if (Fd < 0) return;
+        Home.Watch(Fd, [Errors, &Show] {
+            for (std::string& Line : Errors->Take())
+                Show.Say(std::move(Line), true);
+        });
+    }
+    ~ErrorsShown() { Home.Unwatch(Fd); }
+    ErrorsShown(const ErrorsShown&) = delete;
+    ErrorsShown& operator=(const ErrorsShown&) = delete;
+
+  private:
+    Apartment& Home;
+    int Fd;
+};
+
 }  // namespace
 
 bool CanPlayOnTerminal() {
     return TerminalPlayer::Usable();
 }
 
-bool PlayOnTerminal(Session& Playing, const Wave& Whole, const PlayOptions& Options) {
+bool PlayOnTerminal(Session& Playing, const Wave& Whole, const PlayOptions& Options,
+                    HeldErrors* Errors) {
     TerminalFacts Facts = FactsOf(Whole, Options);
     Facts.Interrupted = [&Playing] { return Playing.Interrupted(); };
     std::string Last;
-    PlayRun(Playing, [&Last](std::string_view, std::string_view Ttl) {
-        Last = Ttl;
-    }).Start(Whole, Options.Run);
+    {
+        PlayRun Begun(Playing, [&Last](std::string_view, std::string_view Ttl) { Last = Ttl; });
+        Begun.Start(Whole, Options.Run);
+        Facts.Wave = Begun.Facts();
+    }
     TerminalPlayer Show(Playing.Player(), Playing.Home(), std::move(Facts), LookFrom(Variable));
     Show.Control().Report("S2", Last);
+    const auto Remote = OfferRemote(Playing, Show.Control(), Options, [&Show] { Show.Quit(); });
+    const ErrorsShown Shown(Playing.Home(), Errors, Show);
     const TerminalEnd How = Show.Run();
     if (How != TerminalEnd::PlayedOut) Playing.Player().StopPlay();
     return How != TerminalEnd::Interrupted;

@@ -85,7 +85,8 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     constexpr std::int32_t WaveOutWindow = 2;  // plays at the wave's own rate
     const bool HasTempo = Window != WaveOutWindow;
     FramesPerSecond = HasTempo ? Round32(double{Tempo} * Whole.FmtFriq) : Whole.FmtFriq;
-    DirectionOf = Options.Reverse ? -1 : 1;
+    Known = {Whole.WaveNos,    Whole.FmtFriq, Options.Reverse ? -1 : 1, Options.Loop, Options.Tempo,
+             Options.TempoRev, HasTempo};
     if (!Options.At) {
         Options.Reverse ? Player.PlayAgainRev() : Player.PlayAgain();
     } else {
@@ -94,14 +95,9 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     RequireNoFailure();
 }
 
-void PlayRun::UTurn() {
-    Playing.Player().PlayUTurn();
-    DirectionOf = -DirectionOf;
-}
-
-bool PlayRun::Finish() {
+bool PlayRun::Finish(const std::function<bool()>& Quit) {
     const bool Stopped = Playing.RunFor(
-        std::nullopt, [this] { return Playing.Player().PlayRunningDx7State() == 0; });
+        std::nullopt, [&] { return Quit() || Playing.Player().PlayRunningDx7State() == 0; });
     RequireNoFailure();
     return Stopped;
 }

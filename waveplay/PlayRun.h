@@ -8,6 +8,7 @@
 
 #include "waveplay/Pieces.h"
 #include "waveplay/Session.h"
+#include "waveplay/terminal/PlayerControl.h"
 
 namespace Tolvar {
 
@@ -41,18 +42,15 @@ class PlayRun {
     /// RuntimeFailure when the wave has no frame, the start lies outside it or the player refuses.
     void Start(const Wave& Whole, const RunOptions& Options);
 
-    /// The other direction, from where it is.
-    void UTurn();
-
-    /// +1 forward, -1 reverse; the player's own, as far as this run has commanded it.
-    std::int32_t Direction() const { return DirectionOf; }
+    /// What is known of the wave and how it was started. After Start.
+    const PlayerControl::Facts& Facts() const { return Known; }
 
     /// Frames of the wave that pass in a second of this run, before it is resampled. After Start.
     std::int32_t PlayedHz() const { return FramesPerSecond; }
 
-    /// Plays to the end; false when the user interrupted. RuntimeFailure when the player reported
-    /// a failure.
-    bool Finish();
+    /// Plays until the player has stopped or Quit holds; false when the user interrupted.
+    /// RuntimeFailure when the player reported a failure.
+    bool Finish(const std::function<bool()>& Quit = [] { return false; });
 
     /// Frames until the end of the wave in the direction that Options names.
     static std::int32_t FramesToPlay(const Wave& Whole, const RunOptions& Options);
@@ -63,7 +61,7 @@ class PlayRun {
 
     Session& Playing;
     EventHandler OnEvent;
-    std::int32_t DirectionOf = 1;
+    PlayerControl::Facts Known;
     std::int32_t FramesPerSecond = 0;
     std::string Failure;  // the first failure that was reported
 };

@@ -49,7 +49,20 @@ bool SeeksExactly(int Format) {
 
 SoundFile::SoundFile(const std::string& Path) : PathOf(Path), Sound(OpenSound(Path, Info)) {
     constexpr std::int64_t Unknown = SF_COUNT_MAX;
-    if (Info.frames == Unknown) CountFrames();
+    if (DropGuess() || Info.frames == Unknown) CountFrames();
+}
+
+// True when the length is now to be counted.
+bool SoundFile::DropGuess() {
+    if ((Info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
+    Mpeg = MpegFile::WithoutLength(PathOf);
+    if (!Mpeg) return false;
+    SF_INFO Found{};
+    SNDFILE* const Opened = Mpeg->Open(Found);
+    if (Opened == nullptr) return false;
+    Sound.reset(Opened);
+    Info = Found;
+    return true;
 }
 
 bool SoundFile::BeyondSixteenBits() const {
@@ -75,7 +88,8 @@ int SoundFile::PlainWavBits() const {
 std::size_t SoundFile::Read(std::span<double> Into) {
     const auto Wanted = static_cast<sf_count_t>(Into.size()) / Channels();
     const sf_count_t Got = sf_readf_double(Sound.get(), Into.data(), Wanted);
-    if (Got < Wanted && sf_error(Sound.get()) != SF_ERR_NO_ERROR) Fail("decode");
+    const bool AtEnd = Mpeg && Mpeg->Spent();
+    if (Got < Wanted && !AtEnd && sf_error(Sound.get()) != SF_ERR_NO_ERROR) Fail("decode");
     Next += Got;
     return static_cast<std::size_t>(Got);
 }

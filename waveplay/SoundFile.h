@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 
+#include "waveplay/MpegFile.h"
+
 namespace Tolvar {
 
 /// A sound file of any kind that libsndfile reads, open for reading. Frames are 0-based. Failures
@@ -19,7 +21,8 @@ class SoundFile {
     const std::string& Path() const { return PathOf; }
     int Channels() const { return Info.channels; }
     int RateHz() const { return Info.samplerate; }
-    /// As the header says; a file that was cut off can hold less. Counted where it does not say.
+    /// As the header says; a file that was cut off can hold less. Counted, by decoding it, where
+    /// the header does not say.
     std::int64_t Frames() const { return Info.frames; }
     /// Whether the samples are finer than 16 bits.
     bool BeyondSixteenBits() const;
@@ -39,12 +42,14 @@ class SoundFile {
         void operator()(SNDFILE* Open) const { sf_close(Open); }
     };
 
+    bool DropGuess();
     void CountFrames();
     void ReadOver(std::int64_t Frames);
     [[noreturn]] void Fail(const std::string& What);
 
     std::string PathOf;
     SF_INFO Info{};
+    std::unique_ptr<MpegFile> Mpeg;  // what Sound reads from; null: the file itself
     std::unique_ptr<SNDFILE, Close> Sound;
     std::int64_t Next = 0;  // the frame that is read next
 };

@@ -140,6 +140,30 @@ TEST_F(Pieces, JoinWithoutASeamWhereTheyWereCut) {
     }
 }
 
+// A guess from the size and the frames at the beginning, which are small, would fall far short.
+TEST_F(Pieces, OfMpegAudioPlayToTheEndAlsoWhenNothingCountsTheFrames) {
+    std::vector<double> Loud(30000);
+    for (const std::int16_t Sample : Numbered(60000, 1))
+        Loud.push_back(Sample / 65536.0);
+    Waveplay.PutSound("in.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 1, 44100, Loud);
+    EXPECT_EQ(Waveplay.Render({"in.mp3"}).Frames.size(), Loud.size());
+
+    std::string Bytes = Get(Waveplay.Path("in.mp3"));
+    for (const std::string Mark : {"Xing", "Info"}) {
+        const std::size_t At = Bytes.find(Mark);
+        if (At < 100) Bytes.replace(At, 4, 4, '\0');
+    }
+    Put(Waveplay.Path("in.mp3"), Bytes + "TAG" + std::string(125, ' '));
+    const Samples Heard = Waveplay.Render({"in.mp3"}).Frames;
+    EXPECT_GE(Heard.size(), Loud.size());
+    EXPECT_LT(Heard.size(), Loud.size() + 5 * 1152);
+    EXPECT_GT(*std::max_element(Heard.end() - 4000, Heard.end()), 8000);
+    EXPECT_TRUE(Waveplay.Render({"in.mp3[1:1.5]"}).Frames == Part(Heard, 44100, 66150, 1));
+
+    Put(Waveplay.Path("in.mp3"), Bytes.substr(0, Bytes.size() - 700));  // in the middle of a frame
+    EXPECT_GT(Waveplay.Render({"in.mp3"}).Frames.size(), Heard.size() - 3 * 4096);
+}
+
 TEST_F(Pieces, TakeTheFirstFilesChannelsAndBits) {
     const Samples Mono = Numbered(5000, 1);
     const Samples Eight = Numbered(5000, 1, 8);

@@ -17,6 +17,7 @@ TEST(Play, TellsItsProgressAndEnds) {
     const Outcome Ran = Waveplay.Run({"in.wav", "--clock", "virtual"});
     EXPECT_EQ(Ran.Code, 0);
     EXPECT_EQ(Ran.Out, "");
+    EXPECT_EQ(Waveplay.Run({"in.wav", "--clock", "virtual", "-q"}).Err, "");
     EXPECT_EQ(Ran.Err,
               "Writing to Play Buffer\nStopped\nDone\n"
               "Playing\nplaying forward 1.0 / 2.5 s\nplaying forward 2.0 / 2.5 s\nPlay Done\n");
@@ -81,6 +82,20 @@ TEST(Play, ReachesTheServerOnTheSessionBus) {
     const Samples Heard = Waveplay.GetWav("out.wav").Frames;
     ASSERT_GE(Heard.size(), In.size());
     EXPECT_TRUE(std::equal(In.begin(), In.end(), Heard.begin()));
+}
+
+TEST(Play, IsARemoteControlsToStopAndToEnd) {
+    const Program Waveplay;
+    Waveplay.PutWav("in.wav", 16, 2, 8000, Numbered(800, 2));
+    if (Waveplay.RunScriptOnBus("busctl --version").Code != 0) GTEST_SKIP() << "no busctl";
+    for (const std::string Member : {".Player Stop", " Quit"}) {
+        const Outcome Ran = Waveplay.RunScriptOnBus(
+            "\"$0\" in.wav --loop --device null & Mpris=org.mpris.MediaPlayer2\n"
+            "until busctl --user call $Mpris.waveplay.instance$! /org/mpris/MediaPlayer2 $Mpris" +
+            Member + " 2>/dev/null; do kill -0 $! || exit 9; done; wait $!");
+        EXPECT_EQ(Ran.Code, 0) << Ran.Err;
+        EXPECT_THAT(Ran.Err, ::testing::EndsWith("\nStopped\n"));
+    }
 }
 
 TEST(Play, SaysWhyThereIsNoServerAndWhatWasLost) {

@@ -40,6 +40,11 @@ class Program {
     }
     /// The same on a session bus of its own that starts servers that record to out.wav.
     Outcome RunOnBus(const std::vector<std::string>& Arguments) const;
+    /// A shell's script on a session bus of its own; $0 is the program.
+    Outcome RunScriptOnBus(const std::string& Script) const {
+        return RunLine({"dbus-run-session", "--", "sh", "-c", Script, WAVEPLAY_PROGRAM}, {}, "",
+                       {});
+    }
     /// What `render` makes of these arguments; it must succeed.
     Wav Render(std::vector<std::string> Arguments) const;
 

@@ -36,6 +36,7 @@ void PlayerControl::Report(std::string_view Msg, std::string_view Ttl) {
         Moved = true;
         Become(Transport::Ended);
     }
+    if (Ttl.starts_with("Playing Loop ")) Tell(Change::Jump);  // from the edge again
     Tell(Change::Note);
 }
 

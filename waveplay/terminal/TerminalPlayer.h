@@ -54,6 +54,9 @@ class TerminalPlayer {
     /// Shows Text in the message line: whatever would be written to standard error.
     void Say(std::string Text, bool IsFailure) { Player.Say(std::move(Text), IsFailure); }
 
+    /// As if the listener did.
+    void Quit() { End = TerminalEnd::Quit; }
+
     /// Until the wave has been played out, the listener quits or the program is interrupted. The
     /// play is as the listener left it, the terminal as it was, also on a failure: RuntimeFailure
     /// when the player or the terminal's settings are lost.
