@@ -60,15 +60,18 @@ int SetSoftware(snd_pcm_t* Pcm) {
     return Result >= 0 ? snd_pcm_sw_params(Pcm, Setting) : Result;
 }
 
+bool IsServers(snd_pcm_t* Pcm) {
+    return snd_pcm_type(Pcm) == SND_PCM_TYPE_IOPLUG;
+}
+
 // A plug-in that hands what it is given on at once gives nothing back, though it may say so. The
-// one of PipeWire leaves it in a buffer that the server reads.
+// one of PipeWire, which goes by this name, leaves it in a buffer that the server reads.
 bool CanGiveBack(snd_pcm_t* Pcm) {
-    if (snd_pcm_type(Pcm) != SND_PCM_TYPE_IOPLUG) return true;
+    if (!IsServers(Pcm)) return true;
     snd_pcm_info_t* About = nullptr;
     snd_pcm_info_alloca(&About);
     return snd_pcm_info(Pcm, About) >= 0 &&
-           std::string_view(snd_pcm_info_get_name(About)).find("PipeWire") !=
-               std::string_view::npos;
+           std::string_view(snd_pcm_info_get_name(About)) == "ALSA Playback";
 }
 
 }  // namespace
@@ -101,6 +104,7 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     const auto Periods = static_cast<long>(2 * Period);
     MostFrames = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
     GivesBack = CanGiveBack(Made);
+    ServerFrames = IsServers(Made) ? static_cast<long>(Period) : 0;
     return Result;
 }
 
@@ -132,7 +136,8 @@ long AlsaDevice::Held() {
 
 long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
     if (!GivesBack) return 0;
-    const long Frames = snd_pcm_rewindable(Pcm.get()) - Keep;
+    if (snd_pcm_avail(Pcm.get()) < 0) return 0;
+    const long Frames = snd_pcm_rewindable(Pcm.get()) - std::max(Keep, ServerFrames);
     if (Frames < Least || Frames > Most) return 0;
     return std::max(snd_pcm_rewind(Pcm.get(), static_cast<snd_pcm_uframes_t>(Frames)), 0L);
 }
