@@ -60,6 +60,7 @@ bool PlayApiClass::CreateSoundBuffer() {
         if (IsClosed) return false;  // the editor dropped this engine inside "Stopped"
         // Closed first, so that no device reads a buffer whose geometry is about to change.
         CloseWaveDevice();
+        ForgetGeometry(State);
         RequireOfDevice(!DeviceOpen, "the device of the wave before cannot be closed");
         SetGeometry(State);
         OpenWaveDevice();
