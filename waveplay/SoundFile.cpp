@@ -13,7 +13,7 @@
 namespace Tolvar {
 namespace {
 
-constexpr std::int64_t PieceFrames = 4096;
+constexpr std::int64_t SkippedAtOnce = 4096;
 
 [[noreturn]] void CannotOpen(const std::string& Path, int Error) {
     throw ErrnoFailure("cannot open " + Path, Error);
@@ -98,9 +98,9 @@ void SoundFile::CountFrames() {
 }
 
 void SoundFile::ReadOver(std::int64_t Frames) {
-    std::vector<double> Unheard(static_cast<std::size_t>(PieceFrames * Channels()));
+    std::vector<double> Unheard(static_cast<std::size_t>(SkippedAtOnce * Channels()));
     for (std::int64_t Got = 1; Frames > 0 && Got > 0; Frames -= Got) {
-        const std::int64_t Wanted = std::min(PieceFrames, Frames);
+        const std::int64_t Wanted = std::min(SkippedAtOnce, Frames);
         Got = static_cast<std::int64_t>(
             Read(std::span(Unheard).first(static_cast<std::size_t>(Wanted * Channels()))));
     }
