@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/Posix.h"
+#include "waveplay/RiffLists.h"
 
 namespace Tolvar {
 namespace {
@@ -30,6 +31,7 @@ void RequireRegular(const std::string& Path) {
 
 SNDFILE* OpenSound(const std::string& Path, SF_INFO& Info) {
     RequireRegular(Path);
+    RequireForwardLists(Path);
     SNDFILE* Sound = sf_open(Path.c_str(), SFM_READ, &Info);
     if (Sound != nullptr) return Sound;
     const std::string Why = sf_strerror(nullptr);
