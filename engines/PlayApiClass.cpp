@@ -12,7 +12,8 @@ namespace Tolvar {
 
 namespace {
 constexpr std::int32_t CountdownMs = 40;
-}
+constexpr int MostStillPolls = 100;  // four seconds
+}  // namespace
 
 PlayApiClass::PlayApiClass(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
     : PlayEngine(OsOf, Shared, std::move(Event)),
@@ -59,6 +60,8 @@ bool PlayApiClass::CreateSoundBuffer() {
         if (IsClosed) return false;  // the editor dropped this engine inside "Stopped"
         // Closed first, so that no device reads a buffer whose geometry is about to change.
         CloseWaveDevice();
+        ForgetGeometry(State);
+        RequireOfDevice(!DeviceOpen, "the device of the wave before cannot be closed");
         SetGeometry(State);
         OpenWaveDevice();
         State.PlayRunningState = 0;
@@ -93,15 +96,17 @@ void PlayApiClass::CloseWaveDevice() {
     CallBackTimer.Enabled(false);
     State.FillEnded = true;
     Stopping = true;
-    Mm.waveOutReset(hWaveOut);
+    ResetDevice();
     for (const std::size_t Segment : {1U, 2U}) {
         if (!HdrPrepared[Segment]) continue;
-        Mm.waveOutUnprepareHeader(hWaveOut, &WaveHdr[Segment], WaveHdrBytes);
+        Note("waveOutUnprepareHeader",
+             Mm.waveOutUnprepareHeader(hWaveOut, &WaveHdr[Segment], WaveHdrBytes));
         HdrPrepared[Segment] = false;
     }
-    Mm.waveOutClose(hWaveOut);
-    DeviceOpen = false;
-    PosTime.sample = 0;
+    // One that refuses stays to be closed: nobody could open it again, and it reads the headers.
+    const MMRESULT Result = Mm.waveOutClose(hWaveOut);
+    Note("waveOutClose", Result);
+    DeviceOpen = Result != MMSYSERR_NOERROR;
     ForgetQueue();
 }
 
@@ -111,6 +116,20 @@ void PlayApiClass::ForgetQueue() {
     NextSeg = 0;
     TotalQueued = 0;
     LastQueuedStart = 0;
+    PosTime.sample = 0;
+}
+
+void PlayApiClass::ResetDevice() {
+    const MMRESULT Result = Mm.waveOutReset(hWaveOut);
+    Note("waveOutReset", Result);
+    ResetOwed = DeviceOpen && Result != MMSYSERR_NOERROR;
+}
+
+/// A refusal that nobody is told of, because the play goes on as well as it can.
+void PlayApiClass::Note(std::string_view Call, MMRESULT Result) {
+    if (DeviceOpen && Result != MMSYSERR_NOERROR) {
+        LogCause(Call, "answered " + std::to_string(Result));
+    }
 }
 
 void PlayApiClass::PrepareHeader(std::int32_t Segment) {
@@ -120,8 +139,9 @@ void PlayApiClass::PrepareHeader(std::int32_t Segment) {
     Header.lpData =
         reinterpret_cast<const char*>(State.StreamBuff.At(Segment == 1 ? 1 : State.SegSamples + 1));
     Header.dwBufferLength = static_cast<DWORD>(State.SegFilledBytes);
-    HdrPrepared[Index] =
-        Mm.waveOutPrepareHeader(hWaveOut, &Header, WaveHdrBytes) == MMSYSERR_NOERROR;
+    const MMRESULT Result = Mm.waveOutPrepareHeader(hWaveOut, &Header, WaveHdrBytes);
+    Note("waveOutPrepareHeader", Result);
+    HdrPrepared[Index] = Result == MMSYSERR_NOERROR;
 }
 
 void PlayApiClass::FillAndQueue() {
@@ -182,7 +202,7 @@ bool PlayApiClass::PlayMe() {
 bool PlayApiClass::UTurn() {
     return Trapped("UTurn failed", [this] {
         // Paused before it is asked: what it played in between would be heard twice.
-        if (State.PlayRunningState != 0) Mm.waveOutPause(hWaveOut);
+        if (State.PlayRunningState != 0) Note("waveOutPause", Mm.waveOutPause(hWaveOut));
         UpdatePlayPosition();
         if (State.PlayRunningState != 0) HaltPlayback();
         TurnRound(State);
@@ -204,10 +224,12 @@ std::string PlayApiClass::RunText() const {
 }
 
 bool PlayApiClass::StartRun(std::string_view StartText, std::string_view FailText) {
+    if (ResetOwed) ResetDevice();
     State.FillEnded = false;
     Stopping = false;
     NextSeg = 1;
     TotalQueued = 0;
+    StillPolls = 0;
     FillAndQueue();
     if (!LastQueueOk) {
         CallBackTimer.Enabled(false);
@@ -228,7 +250,7 @@ void PlayApiClass::HaltPlayback() noexcept {
         CallBackTimer.Enabled(false);
         // A countdown armed shortly before the halt would end or restart a run that is no more.
         StopPlayTimer.Enabled(false);
-        Mm.waveOutReset(hWaveOut);
+        ResetDevice();
         ForgetQueue();
         State.PlayRunningState = 0;
     } catch (const std::exception& Cause) {
@@ -245,19 +267,22 @@ bool PlayApiClass::StopPlay() {
 
 void PlayApiClass::PlayPause() {
     CallBackTimer.Enabled(false);
-    Mm.waveOutPause(hWaveOut);
+    Note("waveOutPause", Mm.waveOutPause(hWaveOut));
     State.PlayRunningState = 3;
 }
 
 void PlayApiClass::PlayContinue() {
-    Mm.waveOutRestart(hWaveOut);
+    Note("waveOutRestart", Mm.waveOutRestart(hWaveOut));
+    StillPolls = 0;
     Stopping = false;  // with nothing to continue, the poll finds that out and ends the play
     CallBackTimer.Enabled(true);
     State.PlayRunningState = PlayingState(State);
 }
 
 void PlayApiClass::UpdatePlayPosition() {
-    Mm.waveOutGetPosition(hWaveOut, &PosTime, MmTimeBytes);
+    const MMRESULT Result = Mm.waveOutGetPosition(hWaveOut, &PosTime, MmTimeBytes);
+    if (!PositionLost) Note("waveOutGetPosition", Result);
+    PositionLost = Result != MMSYSERR_NOERROR;
     PlayedFrames = static_cast<std::int32_t>(PosTime.sample);
     SetCurPos(State, PlayedFrames);
 }
@@ -267,7 +292,9 @@ void PlayApiClass::UpdatePlayPosition() {
 void PlayApiClass::CallBackTimer_Timer() {
     const auto Self = shared_from_this();  // a report below may make the player drop this engine
     try {
+        const std::int32_t Before = PlayedFrames;
         UpdatePlayPosition();
+        CheckProgress(Before);
         if (PlayedFrames > LastQueuedStart && !State.FillEnded) FillAndQueue();
         if (FillFailure.empty() && StallSeen && PlayedFrames == TotalQueued) FillAndQueue();
         StallSeen = PlayedFrames == TotalQueued;
@@ -275,6 +302,13 @@ void PlayApiClass::CallBackTimer_Timer() {
     } catch (const std::exception& Cause) {
         EndFailedRun(Cause.what());
     }
+}
+
+/// A device that stands still, or does not say where it is, must not keep a play alive.
+void PlayApiClass::CheckProgress(std::int32_t PlayedBefore) {
+    const bool Still = PlayedFrames == PlayedBefore && PlayedFrames != TotalQueued;
+    StillPolls = Still ? StillPolls + 1 : 0;
+    RequireOfDevice(StillPolls <= MostStillPolls, "the device stands still");
 }
 
 void PlayApiClass::StopPlayTimer_Timer() {

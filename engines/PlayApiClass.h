@@ -35,6 +35,9 @@ class PlayApiClass final : public PlayEngine {
     void FillAndQueue();
     void QueueSegment(std::int32_t Segment);
     void ForgetQueue();
+    void ResetDevice();
+    void CheckProgress(std::int32_t PlayedBefore);
+    void Note(std::string_view Call, MMRESULT Result);
     void HaltPlayback() noexcept;
     bool StartRun(std::string_view StartText, std::string_view FailText);
     std::string RunText() const;
@@ -63,6 +66,9 @@ class PlayApiClass final : public PlayEngine {
     bool Stopping = false;
     std::int32_t PlayedFrames = 0;  // device position last read
     bool StallSeen = false;         // the previous poll found everything queued played
+    int StillPolls = 0;             // on which the device had not moved, and had more to play
+    bool ResetOwed = false;         // refused, so the queue is still the device's
+    bool PositionLost = false;
     bool FillBusy = false;
     bool IsClosed = false;
     std::string FillFailure;  // what cut the last FillAndQueue short; "" when nothing did

@@ -22,9 +22,7 @@ std::int32_t Clamped(std::int64_t Position) {
 }  // namespace
 
 void SetGeometry(PlayerState& State) {
-    // Until the products are known to fit there is no buffer: a fill then has nothing to fill.
-    State.SegFrames = State.BuffFrames = State.SegSamples = State.BuffSamples = 0;
-    State.SegBytes = State.BuffBytes = 0;
+    ForgetGeometry(State);  // until the products are known to fit
     const std::int32_t SegFrames = Round32(State.FmtFriq * SegmentSeconds);
     const std::int32_t BuffFrames = CheckedMul(SegFrames, 2);
     const std::int32_t SegSamples = CheckedMul(SegFrames, State.FmtChannal);
@@ -37,6 +35,11 @@ void SetGeometry(PlayerState& State) {
     State.BuffSamples = BuffSamples;
     State.SegBytes = SegBytes;
     State.BuffBytes = BuffBytes;
+}
+
+void ForgetGeometry(PlayerState& State) {
+    State.SegFrames = State.BuffFrames = State.SegSamples = State.BuffSamples = 0;
+    State.SegBytes = State.BuffBytes = 0;
 }
 
 void StartAtCurPos(PlayerState& State) {

@@ -12,6 +12,9 @@ namespace Tolvar {
 /// RuntimeFailure(Overflow), and all of it 0, when a product leaves 32 bits.
 void SetGeometry(PlayerState& State);
 
+/// There is no buffer that fits the wave: makes all of it 0, so that no fill and no run goes ahead.
+void ForgetGeometry(PlayerState& State);
+
 /// Makes a run begin at frame PlayCurPos, clamped into the wave, in PlayDirection: sets
 /// FillNextPos (kept, but clamped, when there is no direction) and PlayStartOff.
 void StartAtCurPos(PlayerState& State);

@@ -98,6 +98,10 @@ bool StreamDx7Class::CreateSoundBuffer() {
         Live(true);
         return true;
     } catch (const std::exception& Cause) {
+        // Neither the wave before nor a buffer that tells nothing may be played as this wave.
+        DsBuffer.reset();
+        Live(false);
+        ForgetGeometry(State);
         LogCause("Play Buffer - Failed", Cause.what());
         Report("Play Buffer - Failed");
         return false;

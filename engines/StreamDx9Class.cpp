@@ -7,6 +7,8 @@
 #include "engines/Dx9CallbackFrm.h"
 #include "engines/RunMath.h"
 #include "platform/Checked.h"
+#include "platform/Clock.h"
+#include "platform/RuntimeFailure.h"
 
 namespace Tolvar {
 
@@ -65,6 +67,7 @@ bool StreamDx9Class::CreateSoundBuffer() {
         Live(true);
         return true;
     } catch (const std::exception& Cause) {
+        ForgetGeometry(State);  // the library may still hold the buffer of the wave before
         LogCause("Play Buffer - Failed", Cause.what());
         Report("Play Buffer - Failed");
         return false;
@@ -86,6 +89,7 @@ bool StreamDx9Class::WriteSegment(std::int32_t Segment) {
 
 bool StreamDx9Class::StartDevice(bool Restart) {
     if (Service.Service04(Restart ? 1 : 0, State.PlayFriq) != 1) return false;
+    LastToldNs = Os.Home.Time().NowNs();
     Dx9CallBackTimer.Enabled(true);
     return true;
 }
@@ -112,6 +116,17 @@ std::int32_t StreamDx9Class::FramesPlayed() {
     return Round32(CheckedMul(State.BuffFrames, Wraps) + Cursor / BlockSize);
 }
 
+/// A library that plays when it is not to, or that tells of no segment any more, in which case what
+/// it holds would be heard round and round.
+void StreamDx9Class::Watch(bool Tells) {
+    if (State.PlayRunningState == 0 || State.PlayRunningState == 3) return StopAgain();
+    const std::int64_t NowNs = Os.Home.Time().NowNs();
+    if (Tells) LastToldNs = NowNs;
+    const std::int64_t RoundNs = NsPerSecond * State.BuffFrames / State.PlayFriq;
+    RequireOfDevice(NowNs - LastToldNs <= RoundNs,
+                    "the audio service tells of no segment any more");
+}
+
 void StreamDx9Class::Dx9CallBackTimer_Timer() {
     Dx9CallBackTimer.Enabled(false);
     std::int32_t Stopped = 0;
@@ -120,6 +135,7 @@ void StreamDx9Class::Dx9CallBackTimer_Timer() {
     std::int32_t Spare = 0;
     Service.Service08(Stopped, RefillSecond, RefillFirst, Spare);
     if (Stopped != 0 && !State.LoopPlayON) return;
+    if (Stopped == 0) Watch(RefillSecond != 0 || RefillFirst != 0);
     if (RefillSecond != 0) Refill(2);
     if (RefillFirst != 0) Refill(1);
     Dx9CallBackTimer.Enabled(true);

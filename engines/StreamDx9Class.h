@@ -31,12 +31,14 @@ class StreamDx9Class final : public StreamEngine {
 
     void CloseSoundService() noexcept;
     void SetPollInterval();
+    void Watch(bool Tells);
     void Dx9CallBackTimer_Timer();
 
     Dx9CallBackMod Service;
     Timer& Dx9CallBackTimer;
     std::int32_t DsHwnd = 0;
     bool IsClosed = false;
+    std::int64_t LastToldNs = 0;  // when the run set off, or a segment was last told of
 };
 
 }  // namespace Tolvar

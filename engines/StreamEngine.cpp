@@ -45,7 +45,8 @@ bool StreamEngine::PlayMe() {
 
 bool StreamEngine::UTurn() {
     State.FillEnded = false;
-    // Stopped before it is asked: what it played in between would be heard twice.
+    // Stopped before it is asked: what it played in between would be heard twice. And a run whose
+    // position cannot be had is over: with its device stopped it would never end.
     HaltPlayback();
     UpdatePlayPosition();
     TurnRound(State);
@@ -109,6 +110,14 @@ bool StreamEngine::HaltPlayback() noexcept {
     }
 }
 
+void StreamEngine::StopAgain() noexcept {
+    try {
+        StopDevice();
+    } catch (const std::exception& Cause) {
+        LogCause("Halt failed", Cause.what());
+    }
+}
+
 void StreamEngine::Resumed() {
     if (State.StopTimerMark > 0) ArmCountdown();
     State.PlayRunningState = PlayingState(State);
@@ -132,6 +141,7 @@ void StreamEngine::SetPlayFriq() {
 // Refilling and the end of play.
 
 void StreamEngine::Refill(std::int32_t Segment) {
+    if (State.PlayRunningState == 0) return StopAgain();
     if (State.LastSegMs < 1 && !State.FillEnded) {
         if (StreamBuffFill(State, Segment)) {
             WriteSegment(Segment);
@@ -194,8 +204,9 @@ void StreamEngine::EndFailedRun(std::string_view Cause) noexcept {
     LogCause("Play Failed", Cause);
     LoopCount = 0;
     EndSignalled = false;
+    const bool WasOver = State.PlayRunningState == 0;  // the poll of a loop goes on behind its stop
     HaltPlayback();
-    Report("Play Failed");
+    if (!WasOver) Report("Play Failed");
 }
 
 }  // namespace Tolvar

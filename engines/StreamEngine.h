@@ -34,6 +34,8 @@ class StreamEngine : public PlayEngine {
     virtual std::int32_t FramesPlayed() = 0;
 
     bool HaltPlayback() noexcept;
+    /// A device that plays on though it was to stop is told once more.
+    void StopAgain() noexcept;
     /// A segment has been left by the play cursor: fills and writes it, or, once the end of the
     /// wave has been filled, arms the countdown. Later signals of the run do not put it off: one
     /// that is longer than a segment plays (a last segment that lacks a frame) would never fire.

@@ -1,15 +1,12 @@
-#include "fuzz/Messages.h"
-
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "fuzz/Targets.h"
 #include "fuzz/WireBytes.h"
 #include "host/DispatchInterface.h"
 #include "host/Host.h"
@@ -21,12 +18,6 @@ using namespace std::string_view_literals;
 
 constexpr std::string_view Greeting = "\0AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n"sv;
 constexpr int MostSteps = 64;
-
-void Demand(bool Holds, const char* What) {
-    if (Holds) return;
-    std::fprintf(stderr, "the server does not hold: %s\n", What);
-    std::abort();
-}
 
 class Script {
   public:
@@ -245,7 +236,7 @@ void SayOdd(Script& From, Conversation& With) {
 
 }  // namespace
 
-void HearMessages(std::span<const std::uint8_t> Input) {
+void HearMessages(Bytes Input) {
     Script From(Input);
     Conversation With;
     for (int Step = 0; Step < MostSteps && !From.AtEnd(); ++Step) {

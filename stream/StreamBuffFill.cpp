@@ -15,7 +15,7 @@ namespace {
 /// when the wave was handed over while there was no engine.
 void CheckGeometry(const PlayerState& State) {
     const std::int64_t Samples = std::int64_t{2} * State.SegFrames * State.FmtChannal;
-    if (Samples >= 0 && Samples == State.BuffSamples) return;
+    if (Samples > 0 && Samples == State.BuffSamples) return;
     throw RuntimeFailure(FailureKind::Device, "The engine has no buffer for this wave (" +
                                                   std::to_string(State.FmtChannal) + " channels, " +
                                                   std::to_string(State.FmtFriq) +

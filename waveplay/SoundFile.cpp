@@ -9,11 +9,12 @@
 #include <vector>
 
 #include "platform/Posix.h"
+#include "waveplay/RiffLists.h"
 
 namespace Tolvar {
 namespace {
 
-constexpr std::int64_t PieceFrames = 4096;
+constexpr std::int64_t SkippedAtOnce = 4096;
 
 [[noreturn]] void CannotOpen(const std::string& Path, int Error) {
     throw ErrnoFailure("cannot open " + Path, Error);
@@ -30,6 +31,7 @@ void RequireRegular(const std::string& Path) {
 
 SNDFILE* OpenSound(const std::string& Path, SF_INFO& Info) {
     RequireRegular(Path);
+    RequireForwardLists(Path);
     SNDFILE* Sound = sf_open(Path.c_str(), SFM_READ, &Info);
     if (Sound != nullptr) return Sound;
     const std::string Why = sf_strerror(nullptr);
@@ -112,9 +114,9 @@ void SoundFile::CountFrames() {
 }
 
 void SoundFile::ReadOver(std::int64_t Frames) {
-    std::vector<double> Unheard(static_cast<std::size_t>(PieceFrames * Channels()));
+    std::vector<double> Unheard(static_cast<std::size_t>(SkippedAtOnce * Channels()));
     for (std::int64_t Got = 1; Frames > 0 && Got > 0; Frames -= Got) {
-        const std::int64_t Wanted = std::min(PieceFrames, Frames);
+        const std::int64_t Wanted = std::min(SkippedAtOnce, Frames);
         Got = static_cast<std::int64_t>(
             Read(std::span(Unheard).first(static_cast<std::size_t>(Wanted * Channels()))));
     }

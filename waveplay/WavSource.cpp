@@ -28,6 +28,7 @@ std::uint32_t Little32(const char* Bytes) {
 struct DataChunk {
     std::int64_t At = 0;     // 0-based byte position of the first sample
     std::int64_t Bytes = 0;  // as the header has it
+    bool IsOnly = true;      // of its name
 };
 
 // Walks the chunks up to the samples; libsndfile reads everything else but does not say where the
@@ -38,13 +39,16 @@ std::optional<DataChunk> FindData(const std::string& Path) {
     constexpr std::int64_t ChunkHeaderBytes = 8;
     std::array<char, ChunkHeaderBytes> Head{};
 
+    std::optional<DataChunk> Found;
     for (std::int64_t At = RiffHeaderBytes; Raw.seekg(At) && Raw.read(Head.data(), Head.size());) {
         const std::int64_t Bytes = Little32(Head.data() + 4);
-        if (std::string_view(Head.data(), 4) == "data")
-            return DataChunk{At + ChunkHeaderBytes, Bytes};
+        if (std::string_view(Head.data(), 4) == "data") {
+            if (Found) return DataChunk{Found->At, Found->Bytes, false};
+            Found = {At + ChunkHeaderBytes, Bytes};
+        }
         At += ChunkHeaderBytes + Bytes + (Bytes & 1);  // a chunk of odd length has a pad byte
     }
-    return std::nullopt;
+    return Found;
 }
 
 // A file that was cut off plays as far as it goes. A program that writes to a pipe cannot know the
@@ -77,6 +81,7 @@ std::variant<WavSource, std::string> PlaceInFile(const SoundFile& Sound) {
         static_cast<std::int64_t>(std::filesystem::file_size(Sound.Path(), Ignored));
     const auto Data = FindData(Sound.Path());
     if (!Data) return "no data chunk found";
+    if (!Data->IsOnly) return "more than one data chunk: which one counts is the decoder's to say";
     const std::int64_t FrameBytes = Source.Channels * Source.Bits / 8;
     const std::int64_t Room = std::max<std::int64_t>(0, FileBytes - Data->At) / FrameBytes;
     const std::int64_t Frames = std::clamp<std::int64_t>(Sound.Frames(), 0, Room);

@@ -1,9 +1,7 @@
 #include <cmath>
-#include <filesystem>
 #include <limits>
 #include <optional>
 
-#include "fuzz/Messages.h"
 #include "tests/host/Rig.h"
 #include "tests/support/TempFolder.h"
 
@@ -193,16 +191,6 @@ TEST(Wire, AnEndRightBehindAnAnswerWakesWhoeverWaits) {
     Editor.Link.Receive();
     EXPECT_FALSE(Editor.Link.Open());
     EXPECT_EQ(poll(&Ready, 1, 0), 1);
-}
-
-TEST(Wire, WhatTheFuzzerHasBegunWithIsHeardWithoutHarm) {
-    int Heard = 0;
-    for (const auto& Each : std::filesystem::directory_iterator(HOST_CORPUS)) {
-        const std::string Input = Get(Each.path());
-        Fuzz::HearMessages({reinterpret_cast<const std::uint8_t*>(Input.data()), Input.size()});
-        ++Heard;
-    }
-    EXPECT_GT(Heard, 0);
 }
 
 }  // namespace

@@ -30,17 +30,6 @@ TEST(WaveOutEngine, NothingWakesUpWhenNothingPlays) {
     EXPECT_LE(S.Wakings(), 1);
 }
 
-TEST(WaveOutEngine, RecoversFromAnUnderrun) {
-    Studio S;
-    S.Load({.Frames = 12'000});
-    S.Player->PlayAgain();
-    S.Advance(40);         // segment 2 is queued
-    S.Home.Sleep(10'000);  // the thread is away until both have been played
-    ASSERT_TRUE(S.PlayOut());
-    EXPECT_EQ(S.Heard(), Frames(1, 12'000));
-    EXPECT_THAT(S.Said(), ElementsAre("Playing", "Play Done"));
-}
-
 TEST(WaveOutEngine, WithoutADeviceEveryStartFailsAndNothingHangs) {
     Studio S(EngineOrder::WaveOut, false);
     EXPECT_EQ(S.TakeEngine(), 2);

@@ -28,16 +28,30 @@ struct ListBox : MessageBox {
     void Show(std::string_view Text) override { Texts.emplace_back(Text); }
 };
 
+/// Counts calls of any kind, and says which of them fail.
+struct FaultPlan {
+    int FailAtCall = 0;    ///< counted from 1; 0: none
+    bool ForGood = false;  ///< and so do all that follow
+    int Calls = 0;
+
+    bool NextFails() const { return Refused(Calls + 1); }
+    bool Fails() { return Refused(++Calls); }
+
+  private:
+    bool Refused(int Call) const {
+        return FailAtCall != 0 && (Call == FailAtCall || (ForGood && Call > FailAtCall));
+    }
+};
+
 /// A file system in memory that counts what is open and can refuse the n-th call. What it refuses
-/// to write or to close has been written by half. A file in use after its close fails the test.
-class MemoryFiles : public Files {
+/// to read, to write or to close has been done by half. A file in use after its close fails the
+/// test.
+class MemoryFiles : public Files, public FaultPlan {
   public:
     using Bytes = std::vector<std::uint8_t>;
     std::map<std::string, Bytes> Content;
     int OpenNow = 0;
     int OpensSoFar = 0;
-    int FailAtCall = 0;  ///< the call of any kind that fails, counted from 1
-    int Calls = 0;
     std::vector<std::size_t> Writes;  ///< bytes
     std::string ReadOnly;             ///< the file that is opened for reading alone
 
@@ -81,17 +95,15 @@ class MemoryFiles : public Files {
         ~Handle() override {
             --Owner.OpenNow;
             // A close that nobody looks at can fail all the same.
-            if (!IsClosed && !Written.second.empty() && ++Owner.Calls == Owner.FailAtCall) Lose();
+            if (!IsClosed && !Written.second.empty() && Owner.Fails()) Lose();
         }
         void ReadAt(std::int64_t BytePos, std::span<std::byte> Into) override {
-            const Bytes& Raw = Reach("read");
-            const auto End = BytePos - 1 + static_cast<std::int64_t>(Into.size());
-            if (BytePos < 1 || End > static_cast<std::int64_t>(Raw.size())) Refuse("read", NameOf);
-            std::memcpy(Into.data(), Raw.data() + (BytePos - 1), Into.size());
+            if (Owner.NextFails()) Take(BytePos, Into.first(Into.size() / 2));
+            Reach("read");
+            Take(BytePos, Into);
         }
         void WriteAt(std::int64_t BytePos, std::span<const std::byte> From) override {
-            const bool Fails = Owner.Calls + 1 == Owner.FailAtCall;
-            if (Fails) Put(BytePos, From.first(From.size() / 2));
+            if (Owner.NextFails()) Put(BytePos, From.first(From.size() / 2));
             Reach("write");
             Written = {BytePos, Put(BytePos, From)};
             Owner.Writes.push_back(From.size());
@@ -114,6 +126,12 @@ class MemoryFiles : public Files {
         }
 
       private:
+        void Take(std::int64_t BytePos, std::span<std::byte> Into) const {
+            const Bytes& Raw = Owner.Content[NameOf];
+            const auto End = BytePos - 1 + static_cast<std::int64_t>(Into.size());
+            if (BytePos < 1 || End > static_cast<std::int64_t>(Raw.size())) Refuse("read", NameOf);
+            std::memcpy(Into.data(), Raw.data() + (BytePos - 1), Into.size());
+        }
         void Lose() {
             Put(Written.first, std::span(Written.second).first(Written.second.size() / 2));
         }
@@ -143,7 +161,7 @@ class MemoryFiles : public Files {
         throw RuntimeFailure(FailureKind::File, "cannot " + What + " " + Name);
     }
     void Count(const std::string& What, const std::string& Name) {
-        if (++Calls == FailAtCall) Refuse(What, Name);
+        if (Fails()) Refuse(What, Name);
     }
 };
 
