@@ -17,7 +17,7 @@
 #include <system_error>
 #include <vector>
 
-#include "bench/Limit.h"
+#include "bench/Table.h"
 
 namespace Tolvar::Bench {
 namespace {
