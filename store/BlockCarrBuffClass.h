@@ -35,6 +35,10 @@ class BlockCarrBuffClass {
     /// then holds what was read before it.
     void QuickBuffGet(std::int32_t FromPos, std::span<std::int16_t> QBuff);
 
+    /// The samples at FromPos and behind, Count of them, as runs: what QuickBuffGet puts into
+    /// zeros. Samples that are in memory are not copied. On failure Runs is of no use.
+    void QuickBuffRuns(std::int32_t FromPos, std::int32_t Count, SampleRuns& Runs);
+
     /// Makes the channel NewSz samples long; what is added is silent. 0 is answered in the message
     /// box, a negative size with RuntimeFailure(Input). DoInitilize has no effect.
     void ReDimSize(std::int32_t NewSz, bool DoInitilize = false);
