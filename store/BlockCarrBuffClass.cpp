@@ -66,8 +66,15 @@ void BlockCarrBuffClass::QuickBuffGet(std::int32_t FromPos, std::span<std::int16
     });
 }
 
-void BlockCarrBuffClass::QuickBuffRuns(std::int32_t FromPos, std::int32_t Count, SampleRuns& Runs) {
+void BlockCarrBuffClass::QuickBuffRuns(std::int32_t FromPos, std::int32_t Count, SampleRuns& Runs,
+                                       const SampleRuns* OtherChannel) {
     Runs.Clear();
+    // Channels of one file are mostly cut alike, so that their runs are side by side.
+    const auto Beside = [&]() -> const SampleRun* {
+        const std::size_t Next = Runs.All().size();
+        if (OtherChannel == nullptr || Next >= OtherChannel->All().size()) return nullptr;
+        return &OtherChannel->All()[Next];
+    };
     const std::int64_t End = std::int64_t{FromPos} + Count;
     std::int64_t Pos = FromPos;
     if (!Blks.IsTiled()) {
@@ -88,7 +95,7 @@ void BlockCarrBuffClass::QuickBuffRuns(std::int32_t FromPos, std::int32_t Count,
         const std::int64_t BlockEnd = std::int64_t{Block.BlkStartPos} + Block.BlkLen;
         BeSilentTo(std::max<std::int64_t>(Block.BlkStartPos, Pos));
         const std::int64_t Shared = std::min(BlockEnd, End) - Pos;
-        Store.BlockRun(Blk, Pos, Shared, Runs);
+        Store.BlockRun(Blk, Pos, Shared, Runs, Beside());
         Pos += Shared;
     });
     BeSilentTo(End);

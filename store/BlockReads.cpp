@@ -47,19 +47,49 @@ void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int64_t FromPos,
 }
 
 void WoroFileBlockMod::BlockRun(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count,
-                                SampleRuns& Runs) {
+                                SampleRuns& Runs, const SampleRun* Beside) {
     const std::int64_t Offset = OffsetIn(Blk, FromPos, Count);
     const BlockRec& Block = Blocks.At(Blk);
     SampleRun Run{.Count = Count};
     if (InMemory(Block.BlkType)) {
         Run.From = reinterpret_cast<const std::byte*>(Block.BlkData.get() + Offset);
     } else if (const FilePlace Place = OpenPlace(Block, Offset); Place.From != nullptr) {
-        const auto Bytes = Runs.Room(static_cast<std::size_t>(Place.Layout.SpanBytes(Count)));
-        Place.From->Read(Place.BytePos, Bytes);
-        Run.From = Bytes.data();
         Run.Layout = Place.Layout;
+        Run.OrgSlot = Block.BlkType == BlkOrgFile ? Block.BlkFileNo : 0;
+        Run.BytePos = Place.BytePos;
+        const bool Shared = Run.OrgSlot != 0 && Beside != nullptr && ShareRun(Place, *Beside, Run);
+        if (!Shared) ReadRun(Place, Runs, Run);
     }
     Runs.Add(Run);
+}
+
+void WoroFileBlockMod::ReadRun(const FilePlace& Place, SampleRuns& Runs, SampleRun& Run) {
+    const auto Bytes = static_cast<std::size_t>(Place.Layout.SpanBytes(Run.Count));
+    const auto Room = Runs.Room(Bytes + sizeof(std::int16_t));
+    Place.From->Read(Place.BytePos, Room.first(Bytes));
+    Run.From = Room.data();
+    Run.Behind = Room.data() + Bytes;
+}
+
+// Run is of the original file that is open. When Beside is of the same frames, at most the other
+// channel's value in the last one is missing there.
+bool WoroFileBlockMod::ShareRun(const FilePlace& Place, const SampleRun& Beside, SampleRun& Run) {
+    const std::int64_t Shift = Place.BytePos - Beside.BytePos;
+    const std::int64_t SampleBytes = Place.Layout.Bits / 8;
+    if (Beside.OrgSlot != Run.OrgSlot || Beside.Count != Run.Count) return false;
+    if (Shift == SampleBytes && Place.Layout.Channels == 2 && Beside.Behind != nullptr) {
+        try {
+            const std::int64_t Missing = Beside.BytePos + Place.Layout.SpanBytes(Run.Count);
+            Place.From->Read(Missing, {Beside.Behind, static_cast<std::size_t>(SampleBytes)});
+        } catch (const RuntimeFailure&) {
+            OrgFileOpenNo(Run.OrgSlot);  // the read of the whole run is to tell what is wrong
+            return false;
+        }
+    } else if (Shift != 0) {
+        return false;
+    }
+    Run.From = Beside.From + Shift;
+    return true;
 }
 
 WoroFileBlockMod::FilePlace WoroFileBlockMod::OpenPlace(const BlockRec& Block,

@@ -15,11 +15,16 @@ struct SampleRun {
     std::int64_t Count = 0;
     const std::byte* From = nullptr;  ///< SpanBytes(Count) bytes of the layout; null: silence
     SampleLayout Layout = WorkFileLayout;
+    // Of a run of an original file, so that the other channel finds its own bytes beside it.
+    std::int32_t OrgSlot = 0;  ///< 0: it is none
+    std::int64_t BytePos = 0;
+    std::byte* Behind = nullptr;  ///< room for one sample more, right behind the run's bytes
 };
 
 /// A stretch of a channel as runs, in order and without a gap. Samples in memory stay where their
 /// blocks have them; bytes of files are kept here, as they are, in room that is used again for the
-/// next stretch. Valid until it is cleared or a block of the stretch leaves memory.
+/// next stretch. Valid until it is cleared or a block of the stretch leaves memory; runs may point
+/// into those of another channel, and are then valid as long as they.
 class SampleRuns {
   public:
     const std::vector<SampleRun>& All() const { return Runs; }

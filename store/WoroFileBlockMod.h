@@ -94,7 +94,10 @@ class WoroFileBlockMod {
     void BlockRead(std::int32_t Blk, std::int64_t FromPos, std::span<std::int16_t> Into);
 
     /// Adds those samples to Runs without moving them, as BlockRead otherwise; Count is 1 or more.
-    void BlockRun(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count, SampleRuns& Runs);
+    /// Beside is a run of the same length that was read just now, or null: bytes of an original
+    /// file that are there are not read again.
+    void BlockRun(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count, SampleRuns& Runs,
+                  const SampleRun* Beside);
 
     // What carriers and the hand-over do to a block of their own.
 
@@ -136,6 +139,8 @@ class WoroFileBlockMod {
     };
     std::int64_t OffsetIn(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count) const;
     FilePlace OpenPlace(const BlockRec& Block, std::int64_t Offset);
+    static void ReadRun(const FilePlace& Place, SampleRuns& Runs, SampleRun& Run);
+    bool ShareRun(const FilePlace& Place, const SampleRun& Beside, SampleRun& Run);
     void ReadConverted(const FilePlace& Place, std::span<std::int16_t> Into);
     void UseFileOf(std::int32_t Type, std::int32_t Slot);
     void UnuseWorkFile(std::int32_t Slot);

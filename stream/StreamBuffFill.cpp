@@ -77,7 +77,7 @@ void WriteFrames(PlayerState& State, std::int32_t Frames, std::span<std::int16_t
         Reverse ? State.WaveNos - State.FillNextPos - Frames + 2 : State.FillNextPos;
     State.BlkCarrL->QuickBuffRuns(FromPos, Frames, State.QL);
     if (State.FmtChannal == 2) {
-        State.BlkCarrR->QuickBuffRuns(FromPos, Frames, State.QR);
+        State.BlkCarrR->QuickBuffRuns(FromPos, Frames, State.QR, &State.QL);
         WriteStereo(State.QL, State.QR, Order, Stream);
     } else {
         WriteMono(State.QL, Order, Stream);
