@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 #include "platform/Checked.h"
 
@@ -38,11 +39,60 @@ void PlaceBoth(std::span<const std::int16_t> Left, std::span<const std::int16_t>
     }
 }
 
+// Reversed, eight frames at a time: the channels are read forward, which is what the processor
+// fetches ahead for. The vectors are the compiler's own, on whatever machine.
+using Samples [[gnu::vector_size(16)]] = std::int16_t;
+using Pairs [[gnu::vector_size(16)]] = std::uint32_t;
+constexpr std::size_t Step = 8;
+
+template <bool EightBits>
+Samples EightFrom(const std::int16_t* From) {
+    Samples Eight;
+    std::memcpy(&Eight, From, sizeof Eight);
+    return EightBits ? Eight * 256 : Eight;
+}
+
+Pairs Reversed(Samples Eight) {
+    Pairs Four;
+    std::memcpy(&Four, &Eight, sizeof Four);
+    return __builtin_shufflevector(Four, Four, 3, 2, 1, 0);
+}
+
+template <bool EightBits>
+void PlaceOneReversed(std::span<const std::int16_t> Channel, std::int16_t* Stream) {
+    std::size_t At = 0;
+    std::int16_t* End = Stream + Channel.size();
+    for (; At + Step <= Channel.size(); At += Step) {
+        const Pairs Four = Reversed(EightFrom<EightBits>(&Channel[At]));
+        const Pairs Swapped = Four << 16U | Four >> 16U;
+        End -= Step;
+        std::memcpy(End, &Swapped, sizeof Swapped);
+    }
+    PlaceOne<true, EightBits>(Channel.subspan(At), Stream);
+}
+
+template <bool EightBits>
+void PlaceBothReversed(std::span<const std::int16_t> Left, std::span<const std::int16_t> Right,
+                       std::int16_t* Stream) {
+    std::size_t At = 0;
+    std::int16_t* End = Stream + 2 * Left.size();
+    for (; At + Step <= Left.size(); At += Step) {
+        const Samples L = EightFrom<EightBits>(&Left[At]);
+        const Samples R = EightFrom<EightBits>(&Right[At]);
+        const Pairs Late = Reversed(__builtin_shufflevector(L, R, 0, 8, 1, 9, 2, 10, 3, 11));
+        const Pairs Early = Reversed(__builtin_shufflevector(L, R, 4, 12, 5, 13, 6, 14, 7, 15));
+        End -= 2 * Step;
+        std::memcpy(End, &Early, sizeof Early);
+        std::memcpy(End + Step, &Late, sizeof Late);
+    }
+    PlaceBoth<true, EightBits>(Left.subspan(At), Right.subspan(At), Stream);
+}
+
 void CheckEightBits(std::span<const std::int16_t> Channel) {
-    unsigned Beyond = 0;  // what any sample has above 8 bits when it is counted from -128
+    std::uint16_t Bits = 0;  // that any sample has when it is counted from -128; 16 to be quick
     for (const std::int16_t Sample : Channel)
-        Beyond |= static_cast<std::uint16_t>(Sample + 128) & 0xFF00U;
-    if (Beyond == 0) return;
+        Bits = static_cast<std::uint16_t>(Bits | static_cast<std::uint16_t>(Sample + 128));
+    if (Bits < 256) return;
     for (const std::int16_t Sample : Channel)
         static_cast<void>(Checked<std::int16_t>(std::int64_t{Sample} * 256));
 }
@@ -52,9 +102,10 @@ void CheckEightBits(std::span<const std::int16_t> Channel) {
 void Interleave(std::span<const std::int16_t> Left, SegmentOrder Order, std::int16_t* Stream) {
     if (Order.EightBits) {
         CheckEightBits(Left);
-        Order.Reverse ? PlaceOne<true, true>(Left, Stream) : PlaceOne<false, true>(Left, Stream);
+        Order.Reverse ? PlaceOneReversed<true>(Left, Stream) : PlaceOne<false, true>(Left, Stream);
     } else {
-        Order.Reverse ? PlaceOne<true, false>(Left, Stream) : PlaceOne<false, false>(Left, Stream);
+        Order.Reverse ? PlaceOneReversed<false>(Left, Stream)
+                      : PlaceOne<false, false>(Left, Stream);
     }
 }
 
@@ -63,10 +114,10 @@ void Interleave(std::span<const std::int16_t> Left, std::span<const std::int16_t
     if (Order.EightBits) {
         CheckEightBits(Left);
         CheckEightBits(Right);
-        Order.Reverse ? PlaceBoth<true, true>(Left, Right, Stream)
+        Order.Reverse ? PlaceBothReversed<true>(Left, Right, Stream)
                       : PlaceBoth<false, true>(Left, Right, Stream);
     } else {
-        Order.Reverse ? PlaceBoth<true, false>(Left, Right, Stream)
+        Order.Reverse ? PlaceBothReversed<false>(Left, Right, Stream)
                       : PlaceBoth<false, false>(Left, Right, Stream);
     }
 }
