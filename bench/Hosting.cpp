@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/Limit.h"
+#include "bench/Table.h"
 #include "host/client/PlayDllClient.h"
 
 namespace Tolvar::Bench {

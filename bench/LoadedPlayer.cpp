@@ -4,29 +4,30 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <span>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "store/BlockRec.h"
+#include "store/BlockCarrBuffClass.h"
 #include "waveplay/BlockListBuilder.h"
 
 namespace Tolvar::Bench {
 
-std::vector<std::int32_t> ListOf(Source From, std::int32_t Count, const std::string& Path) {
+std::vector<std::int32_t> ListOf(const ChannelBlocks& Blocks, const std::string& Path) {
     BlockListBuilder List;
-    for (std::int32_t Blk = 0; Blk < Count; ++Blk) {
+    const std::int32_t SampleBytes = Blocks.Bits / 8;
+    const std::int32_t Step = Blocks.LenInFile * SampleBytes * Blocks.Channels;
+    const std::int32_t Round = Step == 0 ? 1 : BytesInFile / Step;
+    for (std::int32_t Blk = 0; Blk < Blocks.Count; ++Blk) {
         BlockEntry Entry;
-        Entry.Len = SamplesPerBlock;
-        Entry.Code = From == Source::Silent     ? BlkSilent
-                     : From == Source::WorkFile ? BlkFile
-                                                : BlkOrgFile;
-        // The file is gone through round and round, so that big channels need no big file.
-        Entry.FilePos = 1 + Blk % (SamplesInFile / SamplesPerBlock) * SamplesPerBlock * 2;
-        if (From != Source::Silent) Entry.Name = Path;
-        if (From == Source::ManyFiles) Entry.Name += std::to_string(Blk);
+        Entry.Code = Blocks.Type;
+        Entry.Len = Blocks.Len;
+        Entry.FilePos = 1 + Blk % Round * Step + Blocks.Channel * SampleBytes;
+        Entry.Channels = Blocks.Channels;
+        Entry.Bits = Blocks.Bits;
+        if (Blocks.Type != BlkSilent) Entry.Name = Path;
+        if (Blocks.NameEach) Entry.Name += std::to_string(Blk);
         List.Append(Entry);
     }
     return List.Values();
@@ -35,15 +36,16 @@ std::vector<std::int32_t> ListOf(Source From, std::int32_t Count, const std::str
 SampleFile::SampleFile()
     : PathOf(std::filesystem::temp_directory_path() /
              ("tolvar-bench-" + std::to_string(std::uint64_t{std::random_device{}()}) + ".raw")) {
-    std::vector<std::int16_t> Samples(SamplesInFile);
-    for (std::size_t At = 0; At < Samples.size(); ++At) {
-        Samples[At] = static_cast<std::int16_t>(At * 7);
+    std::string Bytes(BytesInFile, '\0');
+    std::uint32_t Noise = 1;
+    for (char& Byte : Bytes) {
+        Noise = Noise * 1664525 + 1013904223;
+        Byte = static_cast<char>(Noise >> 24);
     }
-    const auto Bytes = std::as_bytes(std::span(Samples));
     std::ofstream Out(PathOf, std::ios::binary);
-    Out.write(reinterpret_cast<const char*>(Bytes.data()),
-              static_cast<std::streamsize>(Bytes.size()));
-    if (!Out.flush()) throw std::runtime_error("cannot write " + PathOf);
+    if (!Out.write(Bytes.data(), BytesInFile).flush()) {
+        throw std::runtime_error("cannot write " + PathOf);
+    }
 }
 
 SampleFile::~SampleFile() {
@@ -51,9 +53,29 @@ SampleFile::~SampleFile() {
     std::filesystem::remove(PathOf, Ignored);
 }
 
-void LoadedPlayer::HandOver(const std::vector<std::int32_t>& List, std::int32_t Count) {
-    Player.WriteWaveMemo(16, 1, 44100, Count * SamplesPerBlock, List, {});
-    if (Store.BlockCnt() < Count) throw std::logic_error("the wave was not taken");
+void LoadedPlayer::HandOver(std::int32_t Bits, const std::vector<std::int32_t>& Left,
+                            const std::vector<std::int32_t>& Right, std::int32_t Frames) {
+    Player.WriteWaveMemo(Bits, Right.empty() ? 1 : 2, Rate, Frames, Left, Right);
+    if (State.WaveNos != Frames) throw std::logic_error("the wave was not taken");
+}
+
+void LoadedPlayer::LoadAll() {
+    State.MemorySizeToUse = INT32_MAX;
+    for (BlockCarrBuffClass* Channel : {State.BlkCarrL.get(), State.BlkCarrR.get()}) {
+        std::vector<std::int32_t> Blks;
+        Channel->BuffBlocksGet(Blks);
+        for (std::size_t Entry = 1; Entry < Blks.size(); ++Entry)
+            Store.BlockLoad(Blks[Entry]);
+    }
+}
+
+void LoadedPlayer::SetGeometry() {
+    State.SegFrames = SegFrames;
+    State.BuffFrames = 2 * SegFrames;
+    State.SegSamples = SegFrames * State.FmtChannal;
+    State.BuffSamples = 2 * State.SegSamples;
+    State.SegBytes = 2 * State.SegSamples;
+    State.BuffBytes = 2 * State.SegBytes;
 }
 
 }  // namespace Tolvar::Bench

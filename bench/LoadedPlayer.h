@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "bench/FirstWrite.h"
 #include "platform/Apartment.h"
 #include "platform/Clocks.h"
 #include "platform/DirectX7Layer.h"
+#include "platform/NullSink.h"
 #include "platform/PosixFiles.h"
 #include "platform/ServiceLoader.h"
 #include "platform/SoundCard.h"
@@ -15,27 +17,34 @@
 #include "platform/WaveOutDevice.h"
 #include "server/PlayDllClass.h"
 #include "server/PlayDllMod.h"
+#include "store/BlockRec.h"
 #include "store/WoroFileBlockMod.h"
 #include "tests/support/Fakes.h"
 
 namespace Tolvar::Bench {
 
-/// Where the blocks of a measured list have their samples.
-enum class Source : std::int8_t {
-    Silent,
-    OneFile,    ///< all in one original file, 16-bit mono
-    WorkFile,   ///< all in one work file
-    ManyFiles,  ///< each in an original file of its own
+inline constexpr std::int32_t Rate = 44100;
+inline constexpr std::int32_t SegFrames = 4 * Rate;
+inline constexpr std::int32_t BytesInFile = 8 * 1024 * 1024;
+
+/// The blocks of one channel, all in one file or nowhere.
+struct ChannelBlocks {
+    BlkTypes Type = BlkOrgFile;
+    std::int32_t Count = 1;
+    std::int32_t Len = 1024;    ///< samples a block
+    std::int32_t Channels = 1;  ///< in the file
+    std::int32_t Bits = 16;
+    std::int32_t Channel = 0;      ///< 0 left, 1 right
+    bool NameEach = false;         ///< each block names a file of its own, which does not exist
+    std::int32_t LenInFile = Len;  ///< samples from one block to the next; 0: all have the same
 };
 
-inline constexpr std::int32_t SamplesPerBlock = 1024;
-inline constexpr std::int32_t SamplesInFile = 4 * 1024 * 1024;
+/// A block list whose blocks tile a channel. They go through the file at Path round and round, so
+/// that long channels need no big file.
+std::vector<std::int32_t> ListOf(const ChannelBlocks& Blocks, const std::string& Path);
 
-/// A block list of Count blocks that tile a channel. Every block names bytes that lie in Path,
-/// except those of ManyFiles, whose files do not exist.
-std::vector<std::int32_t> ListOf(Source From, std::int32_t Count, const std::string& Path);
-
-/// A file of SamplesInFile samples in the temporary folder; gone when this is.
+/// A file of BytesInFile bytes, which are samples of every layout, in the temporary folder; gone
+/// when this is.
 class SampleFile {
   public:
     SampleFile();
@@ -48,28 +57,35 @@ class SampleFile {
     std::string PathOf;
 };
 
-/// A player object with all that stands under it, on the virtual clock, without a sound device.
-class LoadedPlayer {
-  public:
-    /// A mono wave of 44.1 kHz, 16 bits. Throws std::logic_error when it was not taken.
-    void HandOver(const std::vector<std::int32_t>& List, std::int32_t Count);
+/// A player object with all that stands under it, on the virtual clock; nothing is heard.
+struct LoadedPlayer {
+    /// A wave of 44.1 kHz. Right is empty for a mono wave. Throws std::logic_error when it was not
+    /// taken.
+    void HandOver(std::int32_t Bits, const std::vector<std::int32_t>& Left,
+                  const std::vector<std::int32_t>& Right, std::int32_t Frames);
 
-    PlayerState State;
+    /// Brings every block of the wave into memory, where there is room for all of them.
+    void LoadAll();
 
-  private:
-    VirtualClock Time;
-    Testing::ListLog Journal;
-    Testing::ListBox Box;
-    PosixFiles FileLayer;
+    /// What an engine sets for the wave that was handed over, where there is no engine.
+    void SetGeometry();
+
+    EngineOrder Engine = EngineOrder::Auto;
+    PlayerState State = {};
+    VirtualClock Time = {};
+    Testing::ListLog Journal = {};
+    Testing::ListBox Box = {};
+    PosixFiles FileLayer = {};
     Apartment Home{Time, Journal};
-    SoundCard Card{Home, {}, SinkRate{}, Journal};
-    WaveOutDevice Wave{Card};
+    SoundCard Card{Home, {std::make_unique<NullSink>(), nullptr}, SinkRate{}, Journal};
+    WaveOutDevice Device{Card};
+    FirstWrite Wave{Device};
     DlServiceLibrary Service{Card, Journal};
     System Os{Home, FileLayer, Box, Journal, Wave, Service, [this] {
                   return std::make_unique<DirectX7Root>(Card);
               }};
     WoroFileBlockMod Store{FileLayer, Box, State};
-    PlayDllClass Player{Os, State, Store};
+    PlayDllClass Player{Os, State, Store, Engine};
 };
 
 }  // namespace Tolvar::Bench

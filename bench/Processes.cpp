@@ -17,7 +17,7 @@
 #include <system_error>
 #include <vector>
 
-#include "bench/Limit.h"
+#include "bench/Table.h"
 
 namespace Tolvar::Bench {
 namespace {
@@ -27,11 +27,10 @@ using Command = std::vector<std::string>;
 
 constexpr std::uint32_t Rate = 44100;
 constexpr std::uint32_t Frames = 10 * 60 * Rate;
-constexpr int Rounds = 7;
+constexpr int Turns = 7;
 
 struct Cost {
     double Ms;
-    double CpuMs;
     long PeakKb;
 };
 
@@ -73,10 +72,6 @@ void MakeWave(const fs::path& Path) {
     if (!Out.flush()) throw std::runtime_error("cannot write " + Path.string());
 }
 
-double Ms(const timeval& Time) {
-    return static_cast<double>(Time.tv_sec) * 1e3 + static_cast<double>(Time.tv_usec) / 1e3;
-}
-
 Cost Run(const Command& Words) {
     std::vector<char*> Arguments;
     for (const std::string& Word : Words)
@@ -92,40 +87,23 @@ Cost Run(const Command& Words) {
         throw std::runtime_error("failed: " + Words[0] + " " + Words[1]);
     }
     const std::chrono::duration<double, std::milli> Took = std::chrono::steady_clock::now() - Start;
-    return {Took.count(), Ms(Used.ru_utime) + Ms(Used.ru_stime), Used.ru_maxrss};
-}
-
-// The run of median time, with the highest peak of all.
-Cost Median(std::vector<Cost> Runs) {
-    long PeakKb = 0;
-    for (const Cost& Each : Runs)
-        PeakKb = std::max(PeakKb, Each.PeakKb);
-    std::sort(Runs.begin(), Runs.end(), [](const Cost& A, const Cost& B) { return A.Ms < B.Ms; });
-    Cost Middle = Runs[Runs.size() / 2];
-    Middle.PeakKb = PeakKb;
-    return Middle;
-}
-
-void Print(const std::string& What, const Cost& Each) {
-    std::printf("%-22s %8.0f %8.0f %10.1f\n", What.c_str(), Each.Ms, Each.CpuMs,
-                static_cast<double>(Each.PeakKb) / 1024);
+    return {Took.count(), Used.ru_maxrss};
 }
 
 // In turns, so that whatever else the machine does meets both alike.
 void Compare(const std::string& What, const Command& Ours, const std::string& Other,
              const Command& Theirs, double Limit) {
-    std::vector<Cost> OurRuns;
-    std::vector<Cost> TheirRuns;
-    for (int Round = 0; Round < Rounds; ++Round) {
-        OurRuns.push_back(Run(Ours));
-        TheirRuns.push_back(Run(Theirs));
-    }
-    const Cost Our = Median(OurRuns);
-    const Cost Their = Median(TheirRuns);
-    Print("render " + What, Our);
-    Print(Other, Their);
-    std::printf("  time %s, peak MB %s\n", AgainstLimit(Our.Ms / Their.Ms, Limit).c_str(),
-                AgainstLimit(static_cast<double>(Our.PeakKb) / 1024, 40).c_str());
+    long PeakKb = 0;
+    const auto NsOfRun = [&](const Command& Words, bool IsOurs) {
+        const Cost Each = Run(Words);
+        if (IsOurs) PeakKb = std::max(PeakKb, Each.PeakKb);
+        return Each.Ms * 1e6;
+    };
+    const Comparison Ran = InTurns(
+        Turns, [&] { return NsOfRun(Ours, true); }, [&] { return NsOfRun(Theirs, false); });
+    PrintRow("render " + What, Other, Ran, Limit);
+    const double PeakMb = static_cast<double>(PeakKb) / 1024;
+    if (PeakMb > 40) std::printf("  peak MB %s\n", AgainstLimit(PeakMb, 40).c_str());
 }
 
 // A folder in the temporary one; gone, with all that is in it, when this is.
@@ -145,13 +123,18 @@ void CompareAll(const std::string& Waveplay) {
     const std::string In = Folder.Path / "in.wav";
     const std::string Out = Folder.Path / "out.wav";
     MakeWave(In);
-    std::printf("\nten minutes of stereo        ms   CPU ms    peak MB\n");
+    PrintHead("ten minutes of stereo, start to end");
     const auto Render = [&](std::vector<std::string> Options) {
         Command Words{Waveplay, "render", In, "-o", Out};
         Words.insert(Words.end(), Options.begin(), Options.end());
         return Words;
     };
+    Compare("forward", Render({}), "cp", {"cp", In, Out}, 3);
     Compare("forward", Render({}), "sox", {"sox", "-V1", In, Out}, 1.0);
+    // Decoded and written anew, as the others do it.
+    const Command Ffmpeg{"ffmpeg", "-v", "error", "-y", "-i", In, "-c:a", "pcm_s16le", Out};
+    Compare("forward", Render({}), "ffmpeg", Ffmpeg, 1.0);
+    Compare("reverse", Render({"--reverse"}), "cp", {"cp", In, Out}, 3);
     Compare("reverse", Render({"--reverse"}), "sox reverse", {"sox", "-V1", In, Out, "reverse"},
             0.6);
     Compare("by dx9", Render({"--engine", "dx9"}), "render by waveout",

@@ -6,8 +6,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
 build_packages=(g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libcli11-dev
     libsystemd-dev libasound2-dev)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy dbus systemd)
-bench_packages=(libbenchmark-dev sox)
+test_packages=(libgtest-dev libgmock-dev clang-format clang-tidy dbus systemd)
+bench_packages=(sox ffmpeg)
 
 say() { printf '%s\n' "$*" >&2; }
 die() {

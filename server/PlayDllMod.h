@@ -5,7 +5,8 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <vector>
+
+#include "store/SampleRuns.h"
 
 namespace Tolvar {
 
@@ -86,8 +87,8 @@ struct PlayerState {
     std::int32_t StopTimerMark = 0;  ///< ms
 
     // Working arrays of the stream fill, kept so that a fill allocates nothing.
-    std::vector<std::int16_t> QL;
-    std::vector<std::int16_t> QR;
+    SampleRuns QL;
+    SampleRuns QR;
 
     /// The timers that every engine of the apartment uses; made by the first engine.
     std::shared_ptr<TimerFrm> Timers;

@@ -66,6 +66,41 @@ void BlockCarrBuffClass::QuickBuffGet(std::int32_t FromPos, std::span<std::int16
     });
 }
 
+void BlockCarrBuffClass::QuickBuffRuns(std::int32_t FromPos, std::int32_t Count, SampleRuns& Runs,
+                                       const SampleRuns* OtherChannel) {
+    Runs.Clear();
+    // Channels of one file are mostly cut alike, so that their runs are side by side.
+    const auto Beside = [&]() -> const SampleRun* {
+        const std::size_t Next = Runs.All().size();
+        if (OtherChannel == nullptr || Next >= OtherChannel->All().size()) return nullptr;
+        return &OtherChannel->All()[Next];
+    };
+    const std::int64_t End = std::int64_t{FromPos} + Count;
+    std::int64_t Pos = FromPos;
+    if (!Blks.IsTiled()) {
+        const auto Room = Runs.Room(2 * static_cast<std::size_t>(Count));
+        const std::span Buff(reinterpret_cast<std::int16_t*>(Room.data()),
+                             static_cast<std::size_t>(Count));
+        std::ranges::fill(Buff, std::int16_t{0});
+        QuickBuffGet(FromPos, Buff);
+        Runs.Add({.Count = Count, .From = Room.data()});
+        return;
+    }
+    const auto BeSilentTo = [&](std::int64_t NextPos) {
+        if (Pos < NextPos) Runs.Add({.Count = NextPos - Pos});
+        Pos = NextPos;
+    };
+    Blks.ForEachIn(FromPos, End - 1, [&](std::int32_t Blk) {
+        const BlockRec& Block = Store.Block(Blk);
+        const std::int64_t BlockEnd = std::int64_t{Block.BlkStartPos} + Block.BlkLen;
+        BeSilentTo(std::max<std::int64_t>(Block.BlkStartPos, Pos));
+        const std::int64_t Shared = std::min(BlockEnd, End) - Pos;
+        Store.BlockRun(Blk, Pos, Shared, Runs, Beside());
+        Pos += Shared;
+    });
+    BeSilentTo(End);
+}
+
 bool BlockCarrBuffClass::CurBlkHolds(std::int32_t WavPos) const {
     if (CurBlk == 0) return false;
     const BlockRec& Block = Store.Block(CurBlk);

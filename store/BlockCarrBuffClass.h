@@ -35,6 +35,13 @@ class BlockCarrBuffClass {
     /// then holds what was read before it.
     void QuickBuffGet(std::int32_t FromPos, std::span<std::int16_t> QBuff);
 
+    /// The samples at FromPos and behind, Count of them, as runs: what QuickBuffGet puts into
+    /// zeros. Samples that are in memory are not copied, nor are bytes of an original file read
+    /// again that the runs of the other channel, read just before, have beside their own. On
+    /// failure Runs is of no use.
+    void QuickBuffRuns(std::int32_t FromPos, std::int32_t Count, SampleRuns& Runs,
+                       const SampleRuns* OtherChannel = nullptr);
+
     /// Makes the channel NewSz samples long; what is added is silent. 0 is answered in the message
     /// box, a negative size with RuntimeFailure(Input). DoInitilize has no effect.
     void ReDimSize(std::int32_t NewSz, bool DoInitilize = false);

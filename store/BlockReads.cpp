@@ -12,11 +12,11 @@ constexpr std::size_t KeptScratch = 2 * 1024 * 1024;
 
 }  // namespace
 
-void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int64_t FromPos,
-                                 std::span<std::int16_t> Into) {
+// Of FromPos in the block, which must hold Count samples from there on.
+std::int64_t WoroFileBlockMod::OffsetIn(std::int32_t Blk, std::int64_t FromPos,
+                                        std::int64_t Count) const {
     const BlockRec& Block = Blocks.At(Blk);
     const std::int64_t Offset = FromPos - Block.BlkStartPos;
-    const auto Count = static_cast<std::int64_t>(Into.size());
     if (Block.BlkType == BlkFree) {
         Box.Show("Error - A block can not be read for quick buffer");
     } else if (Offset < 0 || Offset + Count > Block.BlkLen) {
@@ -27,53 +27,103 @@ void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int64_t FromPos,
                                                      " on does not hold " + std::to_string(Count) +
                                                      " from " + std::to_string(FromPos) + " on");
     }
+    return Offset;
+}
+
+void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int64_t FromPos,
+                                 std::span<std::int16_t> Into) {
+    const std::int64_t Offset = OffsetIn(Blk, FromPos, std::ssize(Into));
     if (Into.empty()) return;
+    const BlockRec& Block = Blocks.At(Blk);
     if (InMemory(Block.BlkType)) {
-        std::copy_n(Block.BlkData.get() + Offset, Count, Into.begin());
-    } else if (Block.BlkType == BlkFile || Block.BlkType == BlkOrgFile) {
-        ReadFromFile(Block, Offset, Into);
-    } else {
+        std::copy_n(Block.BlkData.get() + Offset, Into.size(), Into.begin());
+    } else if (const FilePlace Place = OpenPlace(Block, Offset); Place.From == nullptr) {
         std::ranges::fill(Into, std::int16_t{0});
+    } else if (Place.Layout.IsPlain()) {
+        Place.From->Read(Place.BytePos, std::as_writable_bytes(Into));
+    } else {
+        ReadConverted(Place, Into);
     }
 }
 
-void WoroFileBlockMod::ReadFromFile(const BlockRec& Block, std::int64_t Offset,
-                                    std::span<std::int16_t> Into) {
+void WoroFileBlockMod::BlockRun(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count,
+                                SampleRuns& Runs, const SampleRun* Beside) {
+    const std::int64_t Offset = OffsetIn(Blk, FromPos, Count);
+    const BlockRec& Block = Blocks.At(Blk);
+    SampleRun Run{.Count = Count};
+    if (InMemory(Block.BlkType)) {
+        Run.From = reinterpret_cast<const std::byte*>(Block.BlkData.get() + Offset);
+    } else if (const FilePlace Place = OpenPlace(Block, Offset); Place.From != nullptr) {
+        Run.Layout = Place.Layout;
+        Run.OrgSlot = Block.BlkType == BlkOrgFile ? Block.BlkFileNo : 0;
+        Run.BytePos = Place.BytePos;
+        const bool Shared = Run.OrgSlot != 0 && Beside != nullptr && ShareRun(Place, *Beside, Run);
+        if (!Shared) ReadRun(Place, Runs, Run);
+    }
+    Runs.Add(Run);
+}
+
+void WoroFileBlockMod::ReadRun(const FilePlace& Place, SampleRuns& Runs, SampleRun& Run) {
+    const auto Bytes = static_cast<std::size_t>(Place.Layout.SpanBytes(Run.Count));
+    const auto Room = Runs.Room(Bytes + sizeof(std::int16_t));
+    Place.From->Read(Place.BytePos, Room.first(Bytes));
+    Run.From = Room.data();
+    Run.Behind = Room.data() + Bytes;
+}
+
+// Run is of the original file that is open. When Beside is of the same frames, at most the other
+// channel's value in the last one is missing there.
+bool WoroFileBlockMod::ShareRun(const FilePlace& Place, const SampleRun& Beside, SampleRun& Run) {
+    const std::int64_t Shift = Place.BytePos - Beside.BytePos;
+    const std::int64_t SampleBytes = Place.Layout.Bits / 8;
+    if (Beside.OrgSlot != Run.OrgSlot || Beside.Count != Run.Count) return false;
+    if (Shift == SampleBytes && Place.Layout.Channels == 2 && Beside.Behind != nullptr) {
+        try {
+            const std::int64_t Missing = Beside.BytePos + Place.Layout.SpanBytes(Run.Count);
+            Place.From->Read(Missing, {Beside.Behind, static_cast<std::size_t>(SampleBytes)});
+        } catch (const RuntimeFailure&) {
+            OrgFileOpenNo(Run.OrgSlot);  // the read of the whole run is to tell what is wrong
+            return false;
+        }
+    } else if (Shift != 0) {
+        return false;
+    }
+    Run.From = Beside.From + Shift;
+    return true;
+}
+
+WoroFileBlockMod::FilePlace WoroFileBlockMod::OpenPlace(const BlockRec& Block,
+                                                        std::int64_t Offset) {
+    FilePlace Place;
     const bool Original = Block.BlkType == BlkOrgFile;
-    SampleLayout Layout = WorkFileLayout;
     if (Original) {
         const OrgFileRec& Rec = OrgFiles.At(Block.BlkFileNo);
-        Layout = {Rec.OrgChannels, Rec.OrgBits};
+        Place.Layout = {Rec.OrgChannels, Rec.OrgBits};
         OrgFileOpenNo(Block.BlkFileNo);
-    } else {
+    } else if (Block.BlkType == BlkFile) {
         WorkFileOpenNo(Block.BlkFileNo);
+    } else {
+        return Place;
     }
-    if (!Layout.IsKnown()) {
-        std::ranges::fill(Into, std::int16_t{0});
-        return;
-    }
-    const std::int64_t BytePos = Block.BlkFilePos + Offset * Layout.FrameBytes();
-    if (BytePos < 1) {
+    if (!Place.Layout.IsKnown()) return Place;
+    Place.BytePos = Block.BlkFilePos + Offset * Place.Layout.FrameBytes();
+    if (Place.BytePos < 1) {
         throw RuntimeFailure(FailureKind::File,
                              (Original ? OrgFiles.At(Block.BlkFileNo).OrgFileName
                                        : WorkFiles.At(Block.BlkFileNo).WorkFileName) +
-                                 ": there is no byte position " + std::to_string(BytePos));
+                                 ": there is no byte position " + std::to_string(Place.BytePos));
     }
-    ReadSpan(Original ? OrgOpen : WorkOpen, Layout, BytePos, Into);
+    Place.From = Original ? &OrgOpen : &WorkOpen;
+    return Place;
 }
 
-void WoroFileBlockMod::ReadSpan(OpenFile& From, SampleLayout Layout, std::int64_t BytePos,
-                                std::span<std::int16_t> Into) {
-    if (Layout.IsPlain()) {
-        From.Read(BytePos, std::as_writable_bytes(Into));
-        return;
-    }
-    const auto Bytes =
-        static_cast<std::size_t>(Layout.SpanBytes(static_cast<std::int64_t>(Into.size())));
+void WoroFileBlockMod::ReadConverted(const FilePlace& Place, std::span<std::int16_t> Into) {
+    const auto Bytes = static_cast<std::size_t>(Place.Layout.SpanBytes(std::ssize(Into)));
     const std::size_t Words = (Bytes + 1) / 2;
     if (Scratch.size() < Words) Scratch.resize(Words);
-    From.Read(BytePos, std::as_writable_bytes(std::span(Scratch)).first(Bytes));
-    SamplesFromFile(Layout, Scratch, Into);
+    const auto Raw = std::as_writable_bytes(std::span(Scratch)).first(Bytes);
+    Place.From->Read(Place.BytePos, Raw);
+    SamplesFromFile(Place.Layout, Raw.data(), Into);
     if (Scratch.size() > KeptScratch) Scratch = {};
 }
 

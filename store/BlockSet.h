@@ -24,6 +24,8 @@ class BlockSet {
     const std::vector<std::int32_t>& Entries() const { return Blks; }
     /// Samples in the blocks that were taken in.
     std::int64_t Length() const { return Sum; }
+    /// Every block starts where the one before it ends.
+    bool IsTiled() const { return Tiles; }
     std::int32_t First() const { return Count() > 0 ? Blks[1] : 0; }
 
     /// The entry of the first block, in the order of the set, that starts at Last or before and

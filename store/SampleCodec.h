@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -28,9 +29,8 @@ struct SampleLayout {
 
 inline constexpr SampleLayout WorkFileLayout{1, 16};
 
-/// Raw holds SpanBytes(Into.size()) bytes of a known layout, in units of 2 bytes. 8-bit values are
+/// Raw: SpanBytes(Into.size()) bytes of a known layout, aligned for the samples. 8-bit values are
 /// not rescaled: -128..127.
-void SamplesFromFile(SampleLayout Layout, std::span<const std::int16_t> Raw,
-                     std::span<std::int16_t> Into);
+void SamplesFromFile(SampleLayout Layout, const std::byte* Raw, std::span<std::int16_t> Into);
 
 }  // namespace Tolvar

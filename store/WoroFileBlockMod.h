@@ -16,6 +16,7 @@
 #include "store/FileTable.h"
 #include "store/OpenFile.h"
 #include "store/SampleCodec.h"
+#include "store/SampleRuns.h"
 #include "store/WorkFilePool.h"
 
 namespace Tolvar {
@@ -92,6 +93,12 @@ class WoroFileBlockMod {
     /// the block, RuntimeFailure(Input) otherwise. Neither stamps nor loads the block.
     void BlockRead(std::int32_t Blk, std::int64_t FromPos, std::span<std::int16_t> Into);
 
+    /// Adds those samples to Runs without moving them, as BlockRead otherwise; Count is 1 or more.
+    /// Beside is a run of the same length that was read just now, or null: bytes of an original
+    /// file that are there are not read again.
+    void BlockRun(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count, SampleRuns& Runs,
+                  const SampleRun* Beside);
+
     // What carriers and the hand-over do to a block of their own.
 
     void ShowError(std::string_view Text) { Box.Show(Text); }
@@ -124,9 +131,17 @@ class WoroFileBlockMod {
     void LoadFresh(std::int32_t Blk);
     std::int32_t WriteToWorkFile(std::span<const std::int16_t> Samples);
     std::unique_ptr<File> OpenOwnFile(std::int32_t Slot);
-    void ReadFromFile(const BlockRec& Block, std::int64_t Offset, std::span<std::int16_t> Into);
-    void ReadSpan(OpenFile& From, SampleLayout Layout, std::int64_t BytePos,
-                  std::span<std::int16_t> Into);
+    /// Where a block has its samples in a file, which is open.
+    struct FilePlace {
+        OpenFile* From = nullptr;  ///< null: nowhere, or in a layout that reads as silence
+        SampleLayout Layout = WorkFileLayout;
+        std::int64_t BytePos = 0;
+    };
+    std::int64_t OffsetIn(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count) const;
+    FilePlace OpenPlace(const BlockRec& Block, std::int64_t Offset);
+    static void ReadRun(const FilePlace& Place, SampleRuns& Runs, SampleRun& Run);
+    bool ShareRun(const FilePlace& Place, const SampleRun& Beside, SampleRun& Run);
+    void ReadConverted(const FilePlace& Place, std::span<std::int16_t> Into);
     void UseFileOf(std::int32_t Type, std::int32_t Slot);
     void UnuseWorkFile(std::int32_t Slot);
     void ForgetOrgFile(std::int32_t Slot);

@@ -1,11 +1,12 @@
 #include "stream/StreamBuffFill.h"
 
 #include <algorithm>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "platform/Checked.h"
 #include "store/BlockCarrBuffClass.h"
+#include "store/OnFailure.h"
 #include "stream/Interleave.h"
 
 namespace Tolvar {
@@ -23,17 +24,13 @@ void CheckGeometry(const PlayerState& State) {
                                                   std::to_string(State.BuffSamples) + " samples");
 }
 
-/// The first element of the segment's half, silent from there to the half's end.
-std::int16_t* SilentSegment(PlayerState& State, std::int32_t Segment) {
+std::span<std::int16_t> HalfOf(PlayerState& State, std::int32_t Segment) {
     CheckGeometry(State);
-    const std::int32_t Base = Segment == 2 ? State.SegSamples : 0;
     if (!State.StreamBuff.Exists() || State.StreamBuff.Count() != State.BuffSamples) {
         State.StreamBuff.Renew(State.BuffSamples);
-        return State.StreamBuff.At(Base + 1);
     }
-    std::int16_t* const First = State.StreamBuff.At(Base + 1);
-    std::fill_n(First, State.SegSamples, std::int16_t{0});
-    return First;
+    return {State.StreamBuff.At(Segment == 2 ? State.SegSamples + 1 : 1),
+            static_cast<std::size_t>(State.SegSamples)};
 }
 
 /// Frames that this fill delivers; 0 or less when the cursor has passed the end.
@@ -51,42 +48,66 @@ std::int32_t FramesToFill(PlayerState& State) {
     return Frames;
 }
 
-/// The channel's samples FromPos.. into Working, which is made Frames long.
-std::span<const std::int16_t> ReadChannel(BlockCarrBuffClass& Carrier, std::int32_t FromPos,
-                                          std::int32_t Frames, std::vector<std::int16_t>& Working) {
-    Working.assign(static_cast<std::size_t>(Frames), 0);
-    Carrier.QuickBuffGet(FromPos, Working);
-    return Working;
+/// Takes room for the next Samples out of Stream: from its back when what comes first is last.
+std::int16_t* TakePiece(std::span<std::int16_t>& Stream, std::int64_t Samples, SegmentOrder Order) {
+    const auto Count = static_cast<std::size_t>(Samples);
+    const auto Piece = Order.Reverse ? Stream.last(Count) : Stream.first(Count);
+    Stream = Order.Reverse ? Stream.first(Stream.size() - Count) : Stream.subspan(Count);
+    return Piece.data();
 }
 
-void WriteFrames(PlayerState& State, std::int32_t Frames, std::int16_t* Stream) {
+void WriteMono(const SampleRuns& Left, SegmentOrder Order, std::span<std::int16_t> Stream) {
+    RunWalk L(Left);
+    while (const std::int64_t Frames = L.Most())
+        Interleave(L.Next(Frames), Order, TakePiece(Stream, Frames, Order));
+}
+
+void WriteStereo(const SampleRuns& Left, const SampleRuns& Right, SegmentOrder Order,
+                 std::span<std::int16_t> Stream) {
+    RunWalk L(Left);
+    RunWalk R(Right);
+    while (const std::int64_t Frames = std::min(L.Most(), R.Most()))
+        Interleave(L.Next(Frames), R.Next(Frames), Order, TakePiece(Stream, 2 * Frames, Order));
+}
+
+void WriteFrames(PlayerState& State, std::int32_t Frames, std::span<std::int16_t> Stream) {
     const bool Reverse = State.PlayDirection == -1;
     const SegmentOrder Order{.Reverse = Reverse, .EightBits = State.FmtBits == 8};
     const std::int32_t FromPos =
         Reverse ? State.WaveNos - State.FillNextPos - Frames + 2 : State.FillNextPos;
-    const auto Left = ReadChannel(*State.BlkCarrL, FromPos, Frames, State.QL);
+    State.BlkCarrL->QuickBuffRuns(FromPos, Frames, State.QL);
     if (State.FmtChannal == 2) {
-        Interleave(Left, ReadChannel(*State.BlkCarrR, FromPos, Frames, State.QR), Order, Stream);
+        State.BlkCarrR->QuickBuffRuns(FromPos, Frames, State.QR, &State.QL);
+        WriteStereo(State.QL, State.QR, Order, Stream);
     } else {
-        Interleave(Left, Order, Stream);
+        WriteMono(State.QL, Order, Stream);
     }
 }
 
 }  // namespace
 
 bool StreamBuffFill(PlayerState& State, std::int32_t Segment) {
-    std::int16_t* const Stream = SilentSegment(State, Segment);
-    if (State.PlayDirection != 1 && State.PlayDirection != -1) return false;
-
+    const std::span<std::int16_t> Half = HalfOf(State, Segment);
+    const auto BeSilent = [](std::span<std::int16_t> Rest) {
+        std::ranges::fill(Rest, std::int16_t{0});
+    };
+    const OnFailure SilentAll([&] { BeSilent(Half); });
+    if (State.PlayDirection != 1 && State.PlayDirection != -1) {
+        BeSilent(Half);
+        return false;
+    }
     const std::int32_t Frames = FramesToFill(State);
     if (Frames <= 0) {
+        BeSilent(Half);
         State.SegFilled = 0;
         State.SegFilledBytes = 0;
         State.LastSegMs = 1;
         return false;
     }
     State.SegFilled = Frames;
-    WriteFrames(State, Frames, Stream);
+    const auto Samples = static_cast<std::size_t>(std::int64_t{Frames} * State.FmtChannal);
+    WriteFrames(State, Frames, Half.first(Samples));
+    BeSilent(Half.subspan(Samples));
     State.SegFilledBytes = Frames * State.FmtChannal * 2;
     State.FillNextPos = CheckedAdd(State.FillNextPos, Frames);
     return true;

@@ -13,7 +13,7 @@ namespace Tolvar {
 ///
 /// True when at least one frame was delivered; false at the wave's end (SegFilled 0, LastSegMs 1)
 /// or when PlayDirection is neither +1 nor -1. RuntimeFailure of a read or of checked arithmetic
-/// leaves FillNextPos where it was, and the half silent or partly filled. Apartment's thread; not
+/// leaves FillNextPos where it was, and the half silent. Apartment's thread; not
 /// entered twice at once.
 bool StreamBuffFill(PlayerState& State, std::int32_t Segment);
 

@@ -6,7 +6,10 @@
 namespace Tolvar::Testing {
 namespace {
 
+using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::Not;
 
 constexpr auto Max = std::numeric_limits<std::int32_t>::max();
 
@@ -64,6 +67,36 @@ TEST(StreamFill, PutsLeftBeforeRightAndScalesEightBits) {
         Eight.Disk.Content["wave"] = {0, 255, 128, 1};
         EXPECT_TRUE(StreamBuffFill(Eight.State, 1));
         EXPECT_THAT(Eight.Segment(1), ElementsAre(-32768, 32512, 0, -32512));
+    }
+}
+
+// The channels of one file are read together, and yet each is told of as if by itself.
+TEST(StreamFill, TellsWhichBytesOfTheRightChannelAreMissing) {
+    for (const std::int32_t Bits : {8, 16}) {
+        Fill F({.Frames = 3, .Channels = 2, .Bits = Bits}, 3);
+        const auto Whole = F.Disk.Content["wave"];
+        const auto Bytes = static_cast<std::size_t>(Bits / 8);
+        F.Disk.Content["wave"].resize(Whole.size() - Bytes);
+        const auto FailureOf = [&](auto Read) -> std::string {
+            try {
+                Read();
+            } catch (const RuntimeFailure& Cause) {
+                return Cause.what();
+            }
+            return "";
+        };
+        std::vector<std::int16_t> Right(3);
+        const std::string Alone = FailureOf([&] { F.State.BlkCarrR->QuickBuffGet(1, Right); });
+        EXPECT_NE(Alone, "");
+        EXPECT_EQ(FailureOf([&] { StreamBuffFill(F.State, 1); }), Alone);
+        EXPECT_THAT(F.Segment(1), Each(0));
+        F.Disk.Content["wave"] = Whole;
+        EXPECT_TRUE(StreamBuffFill(F.State, 1));
+        EXPECT_THAT(F.Segment(1), Not(Contains(0)));
+        const int Before = F.Disk.Calls;
+        F.State.FillNextPos = 1;
+        EXPECT_TRUE(StreamBuffFill(F.State, 1));
+        EXPECT_EQ(F.Disk.Calls, Before + 2);
     }
 }
 
