@@ -22,12 +22,14 @@ void TakeRealTimePriority() {
     pthread_setschedparam(pthread_self(), SCHED_RR, &Priority);
 }
 
-void Render(const std::shared_ptr<LivePump>& Pump) {
+void Render(const std::shared_ptr<LivePump>& Pump) try {
     TakeRealTimePriority();
     for (bool Going = true; Going;) {
         const std::int64_t Ns = Pump->Turn(Going);
         if (Going) Pump->WaitNs(Ns);
     }
+} catch (const LivePump::LeftBehind&) {
+    return;
 }
 
 // Signals are the apartment's.

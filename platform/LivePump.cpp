@@ -1,9 +1,7 @@
 #include "platform/LivePump.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <exception>
 #include <utility>
 
 namespace Tolvar {

@@ -55,6 +55,9 @@ class LivePump {
     bool End(int WaitMs);
 
     // The render thread's side.
+    /// Thrown by Turn when nobody waits for the thread any more: it is to end, and touch nothing.
+    struct LeftBehind {};
+
     /// One round: nanoseconds until the next is due, Forever for none. The last one clears Going.
     std::int64_t Turn(bool& Going);
     /// Waits as Turn said, or until something is asked for.
@@ -67,9 +70,6 @@ class LivePump {
         Happening What;
         int Value;  // error number, or count
     };
-
-    /// Leaves a thread that does not come back from the device behind.
-    struct LeftBehind {};
 
     // Of both sides; the lock is held.
     std::int64_t ListenerNs();

@@ -42,9 +42,6 @@ std::int64_t LivePump::Turn(bool& Going) try {
 } catch (const std::exception&) {
     Lose(Happening::Lost, ENOMEM);
     return 0;
-} catch (const LeftBehind&) {
-    Going = false;
-    return Forever;
 }
 
 std::int64_t LivePump::Round(bool& Going) {

@@ -16,7 +16,7 @@ INSTANTIATE_TEST_SUITE_P(All, Model,
                          [](const auto& Info) { return std::string(NameOf(Info.param)); });
 
 TEST_P(Model, ThePlayerDoesWhatTheModelDoes) {
-    for (std::uint32_t Seed = 1; Seed <= 60; ++Seed) {
+    for (std::uint32_t Seed = 1; Seed <= MODEL_TRIALS; ++Seed) {
         std::string Difference;
         const Trial Tried = RandomTrial(GetParam(), Seed, 250, Difference);
         ASSERT_EQ(Difference, "") << "seed " << Seed << "\n" << Explained(Tried);

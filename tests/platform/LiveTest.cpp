@@ -102,12 +102,13 @@ struct LiveTest : ::testing::Test {
     VirtualClock Time;
     ListLog Journal;
     Apartment Home{Time, Journal};
-    FakeDevice* Device = new FakeDevice(Time);
+    FakeDevice* Device = nullptr;  // the card's
     LiveOutput* Live = nullptr;
     std::unique_ptr<SoundCard> Card;
     std::int64_t TurnNs = 0;
 
     void Use(LiveOptions Options) {
+        Device = new FakeDevice(Time);
         auto Made = std::make_unique<LiveOutput>(std::unique_ptr<OutputDevice>(Device), Time,
                                                  Options, LiveOutput::Driving::ByHand);
         Live = Made.get();
@@ -213,7 +214,6 @@ TEST_F(LiveTest, HeadersAreHeardWithoutAGapAndAResetDropsWhatIsHeld) {
 TEST_F(LiveTest, AWaveOfAnotherRateIsHeardToItsLastFrame) {
     for (const int Hz : {11025, 22050, 44100, 48000, 96000, 441}) {
         for (int Frames = Hz / 50; Frames < Hz / 50 + 7; ++Frames) {
-            Device = new FakeDevice(Time);
             Use({.LatencyMs = 60, .FadeMs = 0});
             QueueVoice Voice(*Card, {1, Hz});
             Samples Wave(static_cast<std::size_t>(Frames), 1000);
@@ -273,7 +273,6 @@ TEST_F(LiveTest, AThreadThatComesLateCostsTimeButNoFrame) {
 
 TEST_F(LiveTest, AnyCallMayFailAndThePlayGoesOnInTimeAndIsHeardAgain) {
     for (int Gone = 1; Gone < 40; ++Gone) {
-        Device = new FakeDevice(Time);
         Use({.LatencyMs = 60, .FadeMs = 0});
         Journal.Lines.clear();
         Device->GoneFrom = Gone;
@@ -302,10 +301,9 @@ TEST_F(LiveTest, AnyCallMayFailAndThePlayGoesOnInTimeAndIsHeardAgain) {
 
 TEST_F(LiveTest, ADeviceThatLiesOrBlocksLeavesTimeAsItIs) {
     for (const long Lie : {0L, 1'000'000L, 480L}) {
-        Device = new FakeDevice(Time);
+        Use({.LatencyMs = 60, .FadeMs = 0});
         Device->Lie = Lie;
         Device->Room = 1'000'000;  // and takes everything at once
-        Use({.LatencyMs = 60, .FadeMs = 0});
         LoopingVoice Voice(*Card, {1, 8000}, 16000);
         Voice.Play();
         Pass(8000);
@@ -315,7 +313,6 @@ TEST_F(LiveTest, ADeviceThatLiesOrBlocksLeavesTimeAsItIs) {
         EXPECT_LT(Device->Queue.size(), 4000U);
         Voice.Stop();
     }
-    Device = new FakeDevice(Time);
     Use({.LatencyMs = 60, .FadeMs = 0});
     LoopingVoice Voice(*Card, {1, 8000}, 16000);
     Voice.Play();
