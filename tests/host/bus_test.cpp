@@ -4,10 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 
 #include "host/client/PlayDllClient.h"
 #include "tests/host/Rig.h"
+#include "tests/support/PrivateBus.h"
 #include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {
@@ -39,25 +41,14 @@ class SessionBus {
             "[D-BUS Service]\nName=org.tolvar.WaveEditor\nExec=" HOST_PROGRAM " --bus --log " +
                 (Folder / "log") + "\n");
         setenv("XDG_DATA_HOME", (Folder / "").c_str(), 1);
-        int Code = 0;
         Put(Folder / "config", OpenToAll);
-        OutputOf("dbus-daemon --config-file=" + (Folder / "config") +
-                     " --fork --print-address=1 --print-pid=1 2>/dev/null >" + (Folder / "bus"),
-                 Code);
-        std::istringstream Started(Get(Folder / "bus"));
-        std::string Address;
-        if (!(Started >> Address >> Daemon)) return;
-        setenv("DBUS_SESSION_BUS_ADDRESS", Address.c_str(), 1);
+        Bus.emplace("--config-file=" + (Folder / "config"));
     }
-    ~SessionBus() {
-        if (Daemon > 0) kill(Daemon, SIGTERM);
-        unsetenv("DBUS_SESSION_BUS_ADDRESS");
-        unsetenv("XDG_DATA_HOME");
-    }
+    ~SessionBus() { unsetenv("XDG_DATA_HOME"); }
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
-    explicit operator bool() const { return Daemon > 0; }
+    explicit operator bool() const { return bool{*Bus}; }
     static bool HasServer() {
         int Code = 0;
         return OutputOf("busctl --user list --acquired", Code).find(Wire::BusName) !=
@@ -66,7 +57,7 @@ class SessionBus {
 
   private:
     TempFolder Folder;
-    int Daemon = 0;
+    std::optional<PrivateBus> Bus;
 };
 
 TEST(Bus, TheWalkThroughOfTheDocumentWorksAsItSays) {

@@ -1,25 +1,19 @@
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 
 #include <filesystem>
-#include <limits>
 
 #include "host/client/PlayDllClient.h"
 #include "tests/host/Rig.h"
-#include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-PlayDllClient StartQuiet(std::vector<std::string> More = {}, int LimitMs = 30000) {
-    std::vector<std::string> Words{"--engine", "waveout", "--log", "/dev/null"};
-    Words.insert(Words.end(), More.begin(), More.end());
-    return PlayDllClient::Start({HOST_PROGRAM, Words, LimitMs});
+PlayDllClient StartQuiet(int LimitMs = 30000) {
+    return PlayDllClient::Start(
+        {HOST_PROGRAM, {"--engine", "waveout", "--log", "/dev/null"}, LimitMs});
 }
 
 bool DispatchUntil(PlayDllClient& Client, const std::function<bool()>& Holds) {
@@ -30,10 +24,10 @@ bool DispatchUntil(PlayDllClient& Client, const std::function<bool()>& Holds) {
 }
 
 /// A wave of that many frames, playing.
-void Play(PlayDllClient& Client, std::int32_t Frames, const std::vector<std::int32_t>& List = {}) {
+void Play(PlayDllClient& Client, std::int32_t Frames) {
     std::int32_t Window = 1;
     Client.DxObj(Window);
-    Client.WriteWaveMemo(16, 1, 1000, Frames, List.empty() ? SilentList(Frames) : List, {});
+    Client.WriteWaveMemo(16, 1, 1000, Frames, SilentList(Frames), {});
     Client.PlayAgain();
 }
 
@@ -49,75 +43,6 @@ std::string FailureOf(const std::function<void()>& Work) {
         return Failure.what();
     }
     return "";
-}
-
-// Every member, with what it says; what does not depend on the moment.
-template <typename Player>
-std::vector<std::string> Drive(Player& Object) {
-    std::vector<std::string> Lines;
-    Object.OnMsgBoxOb([&](std::string_view Msg, std::string_view Ttl) {
-        Lines.push_back(std::string(Msg) + "|" + std::string(Ttl));
-    });
-    const auto Note = [&](auto Value) { Lines.push_back(std::to_string(Value)); };
-    const auto Command = [&](auto Member, auto... Values) {
-        Lines.push_back(FailureOf([&] { (Object.*Member)(Values...); }));
-        Note(Object.PlayRunningDx7State());
-    };
-    const std::vector<std::int32_t> Broken{2, 1, 0};
-    const auto All = [&] {
-        Command(&Player::PlayAgain);
-        Command(&Player::PlayPause);
-        Command(&Player::PlayContinue);
-        Command(&Player::PlayAgainRev);
-        Command(&Player::UpdatePlayPosition);
-        Command(&Player::PlayUTurn);
-        Command(&Player::PlayAtPos, 5000);
-        Command(&Player::PlayAtPosRev, 9000);
-        Command(&Player::StopPlay);
-    };
-    All();
-    Note(Object.PlayCurrentPosition());
-    for (std::int32_t Window : {0, -3, 77}) {
-        Object.DxObj(Window);
-        Note(Window);
-    }
-    Object.MemorySizeToUse(1 << 20);
-    Object.AppTmpDir("/tmp");
-    Object.LoopPlayON(true);
-    Object.WriteWaveMemo(16, 2, 1000, 20000, SilentList(20000), SilentList(20000));
-    All();
-    Object.PlayTempoFor(2.0F);
-    Object.PlayTempoRev(0.5F);
-    Lines.push_back(
-        FailureOf([&] { Object.PlayTempoFor(std::numeric_limits<float>::quiet_NaN()); }));
-    Lines.push_back(FailureOf([&] { Object.WriteWaveMemo(8, 1, 1000, 10, Broken, {}); }));
-    Object.WriteWaveMemo(24, 1, 1000, 10, Broken, Broken);
-    Object.WriteWaveMemo(16, 1, 1000, 0, Broken, Broken);
-    All();
-    Object.WriteWaveMemo(16, 1, 1000, 10,
-                         ListOf({{.Type = 3, .Len = 10, .Name = "/nowhere/work.tmp"}}), {});
-    All();
-    Command(&Player::ReleaseFiles);
-    All();
-    Object.Release();
-    return Lines;
-}
-
-TEST(Client, HearsWhyAServerDoesNotStart) {
-    EXPECT_THAT(FailureOf([] {
-                    StartQuiet({"--device", "wav:/nowhere/x.wav"});
-                }),
-                HasSubstr("the playback server did not start (exit code 1)"));
-    EXPECT_THAT(FailureOf([] { StartQuiet({"--rate", "x"}); }), HasSubstr("(exit code 2)"));
-}
-
-TEST(Client, EveryMemberDoesOverTheWireWhatItDoesInProcess) {
-    PlayServer Near({.Engine = EngineOrder::WaveOut, .LogPath = "/dev/null"});
-    PlayDllClient Far = StartQuiet();
-    const std::vector<std::string> Expected = Drive(Near.Player());
-    EXPECT_GT(Expected.size(), 100U);
-    EXPECT_THAT(Expected, Contains("S2|Play Failed"));
-    EXPECT_EQ(Drive(Far), Expected);
 }
 
 TEST(Client, ReportsComeWhileTheCallRunsAndBetweenCallsFromDispatch) {
@@ -191,7 +116,7 @@ TEST(Client, OfAServerThatDiesFailsAtOnceAndANewOneTakesTheWave) {
 
 TEST(Client, GivesUpAServerThatStandsStillButNotOneThatWaitsForTheEditor) {
     std::string Why;
-    PlayDllClient Client = StartQuiet({}, 300);
+    PlayDllClient Client = StartQuiet(300);
     Client.OnServerGone([&](const std::string& Text) { Why = Text; });
     Client.OnMsgBoxOb([](const std::string&, const std::string&) { poll(nullptr, 0, 400); });
     Client.StopPlay();
@@ -219,57 +144,6 @@ TEST(Client, LeavesNothingBehindWhetherOrNotTheEditorReapsItsChildren) {
         EXPECT_EQ(kill(Server, 0), -1);
     }
     EXPECT_EQ(OpenDescriptors(), Before);
-}
-
-TEST(Client, ThatIsKilledInMidPlayTakesItsServerWithIt) {
-    const TempFolder Folder;
-    const std::string Record = Folder / "heard.wav";
-    Put(Folder / "editor.tmp", std::string(120'000, 'e'));
-    std::array<int, 2> Pipe{};
-    ASSERT_EQ(pipe(Pipe.data()), 0);
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
-    const pid_t Editor = fork();
-    if (Editor == 0) {
-        PlayDllClient Client = StartQuiet({"--device", "wav:" + Record});
-        Client.AppTmpDir(Folder / "");
-        Client.MemorySizeToUse(1000);
-        const std::string Work = Folder / "editor.tmp";
-        Play(Client, 60000, ListOf({{.Type = 3, .Len = 60000, .Name = Work}}));
-        const int Server = Client.ProcessId();
-        if (write(Pipe[1], &Server, sizeof Server) == sizeof Server) pause();
-        _exit(1);
-    }
-    int Server = 0;
-    ASSERT_EQ(read(Pipe[0], &Server, sizeof Server), static_cast<ssize_t>(sizeof Server));
-    kill(Editor, SIGKILL);
-    waitpid(Editor, nullptr, 0);
-    int Status = -1;
-    EXPECT_TRUE(Soon([&] { return waitpid(Server, &Status, WNOHANG) == Server; }, 1s));
-    EXPECT_TRUE(WIFEXITED(Status));
-    EXPECT_EQ(WEXITSTATUS(Status), 0);
-    EXPECT_EQ(Get(Record).substr(0, 4), "RIFF");
-    EXPECT_LT(Get(Record).size(), 20'000U) << "played on";
-    EXPECT_THAT(Folder.Names(), ElementsAre("editor.tmp", "heard.wav"));
-    EXPECT_EQ(Get(Folder / "editor.tmp"), std::string(120'000, 'e'));
-    close(Pipe[0]);
-    close(Pipe[1]);
-}
-
-TEST(Client, HasAServerOfItsOwnBesideOthers) {
-    PlayDllClient First = StartQuiet();
-    PlayDllClient Second = StartQuiet();
-    Play(First, 60000);
-    Play(Second, 60000);
-    First.StopPlay();
-    EXPECT_EQ(First.PlayRunningDx7State(), 0);
-    EXPECT_EQ(Second.PlayRunningDx7State(), 1);
-    EXPECT_EQ(First.Release(), 0);
-    EXPECT_EQ(Second.PlayRunningDx7State(), 1);
-    EXPECT_TRUE(Soon([&] { return Second.PlayCurrentPosition() > 20; }));
-    EXPECT_THAT(FailureOf([] {
-                    PlayDllClient::Start({"/nowhere/server", {}});
-                }),
-                HasSubstr("/nowhere/server"));
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ struct DirectSoundTest : CardRig, ::testing::Test {
         Buffer = Make();
     }
 };
-    }
+}
 };
 
 TEST_F(DirectSoundTest, AnEventIsSilentOnceItIsDestroyedAndItsCallbackMayLetEverythingGo) {

@@ -74,7 +74,8 @@ TEST_F(WaveOutTest, HeadersFollowEachOtherThroughPausesAndUnderrunsAndAResetStar
     Samples Expected = Numbers(0, 78);
     std::iota(Expected.begin() + 70, Expected.end(), std::int16_t{100});
     EXPECT_EQ(Heard.Heard, Expected);
-    EXPECT_EQ(PositionAfter(NsPerSecond, TIME_BYTES), 40) << "time goes on after the end of recording";
+    EXPECT_EQ(PositionAfter(NsPerSecond, TIME_BYTES), 40)
+        << "time goes on after the end of recording";
 }
 
 TEST_F(WaveOutTest, AFailedSinkIsSaidOnceAndPlayGoesOnInSilence) {

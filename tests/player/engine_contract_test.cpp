@@ -91,9 +91,9 @@ TEST_P(Engine, SurvivesAnEditorThatCallsBackOrThrowsInsideAReport) {
 
 TEST(Engines, AnswerTheirNumbersAndWhetherThereIsADevice) {
     const TestWave W{.Frames = 500};
-    for (const auto& [Order, Result, Code] :
-         {std::tuple(EngineOrder::Auto, 1, 3), {EngineOrder::Dx7, 1, 1},
-          {EngineOrder::WaveOut, 2, 2}}) {
+    for (const auto& [Order, Result, Code] : {std::tuple(EngineOrder::Auto, 1, 3),
+                                              {EngineOrder::Dx7, 1, 1},
+                                              {EngineOrder::WaveOut, 2, 2}}) {
         Studio S(Order);
         EXPECT_EQ(S.TakeEngine(4711), Result);
         EXPECT_EQ(S.Player->EngineCode(), Code);
