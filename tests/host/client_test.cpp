@@ -4,6 +4,7 @@
 
 #include "host/client/PlayDllClient.h"
 #include "tests/host/Rig.h"
+#include "tests/support/Fakes.h"
 
 namespace Tolvar::Testing {
 namespace {
@@ -34,15 +35,6 @@ void Play(PlayDllClient& Client, std::int32_t Frames) {
 std::ptrdiff_t OpenDescriptors() {
     using Entries = std::filesystem::directory_iterator;
     return std::distance(Entries("/proc/self/fd"), Entries());
-}
-
-std::string FailureOf(const std::function<void()>& Work) {
-    try {
-        Work();
-    } catch (const std::exception& Failure) {
-        return Failure.what();
-    }
-    return "";
 }
 
 TEST(Client, ReportsComeWhileTheCallRunsAndBetweenCallsFromDispatch) {

@@ -30,15 +30,6 @@ TEST(Sink, ThatNeverAnswersIsDroppedAfterTwoSecondsAndHeardAgainWhenItDoes) {
     EXPECT_THAT(Editor.Said(), ElementsAre("Driver is Off", "U-Turn Failed"));
 }
 
-TEST(Sink, ThatAnswersWithAnErrorDisturbsNothing) {
-    SinkEditor Editor;
-    Editor.Sink = [](const Message& Report) { Refuse(Report.get(), Wire::Failed, "no"); };
-    EXPECT_EQ(Editor.Do("PlayUTurn"), "");
-    EXPECT_EQ(Editor.Do("PlayUTurn"), "");
-    EXPECT_THAT(Editor.Said(),
-                ElementsAre("Driver is Off", "U-Turn Failed", "Driver is Off", "U-Turn Failed"));
-}
-
 TEST(Sink, ThatCallsBackIsServedInsideTheReportUntilItIsTooDeep) {
     SinkEditor Editor;
     std::vector<std::string> Results;

@@ -177,11 +177,6 @@ TEST_F(LiveTest, HeadersAreHeardWithoutAGapAndAResetDropsWhatIsHeld) {
     Use({.LatencyMs = 60, .FadeMs = 0});
     QueueVoice Voice(*Card, {1, 8000});
     Samples First = Numbers(1, 900), Second = Numbers(901, 500), Third = Numbers(5000, 300);
-    const auto HeaderOf = [](Samples& Of) {
-        const void* const Start = Of.data();
-        return WAVEHDR{.lpData = static_cast<const char*>(Start),
-                       .dwBufferLength = static_cast<DWORD>(Of.size() * 2)};
-    };
     WAVEHDR A = HeaderOf(First), B = HeaderOf(Second), C = HeaderOf(Third);
     Voice.Queue(A);
     Pass(70);  // all of it has been read ahead, and is not heard yet
@@ -217,9 +212,7 @@ TEST_F(LiveTest, AWaveOfAnotherRateIsHeardToItsLastFrame) {
             Use({.LatencyMs = 60, .FadeMs = 0});
             QueueVoice Voice(*Card, {1, Hz});
             Samples Wave(static_cast<std::size_t>(Frames), 1000);
-            const void* const Start = Wave.data();
-            WAVEHDR Header{.lpData = static_cast<const char*>(Start),
-                           .dwBufferLength = static_cast<DWORD>(Wave.size() * 2)};
+            WAVEHDR Header = HeaderOf(Wave);
             Voice.Queue(Header);
             Pass(400);
             EXPECT_EQ(Voice.FramesHeard(), Frames) << Hz;

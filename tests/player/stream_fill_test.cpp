@@ -36,14 +36,6 @@ TEST(StreamFill, TellsWhichBytesOfTheRightChannelAreMissing) {
         const auto Whole = F.Disk.Content["wave"];
         const auto Bytes = static_cast<std::size_t>(Bits / 8);
         F.Disk.Content["wave"].resize(Whole.size() - Bytes);
-        const auto FailureOf = [&](auto Read) -> std::string {
-            try {
-                Read();
-            } catch (const RuntimeFailure& Cause) {
-                return Cause.what();
-            }
-            return "";
-        };
         std::vector<std::int16_t> Right(3);
         const std::string Alone = FailureOf([&] { F.State.BlkCarrR->QuickBuffGet(1, Right); });
         EXPECT_NE(Alone, "");

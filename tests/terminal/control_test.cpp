@@ -162,15 +162,6 @@ TEST(Control, APlayThatFailsIsSaidAndCanBeTriedAgain) {
     EXPECT_EQ(With.Control.LastReport(), "Playing");
 }
 
-TEST(Control, APlayerThatIsGoneIsAFailureOfTheRefresh) {
-    Listener With;
-    With.Do("space +10");
-    With.Player.Gone = true;
-    EXPECT_THROW(With.Control.Refresh(), RuntimeFailure);
-    EXPECT_NO_THROW(Press(Key{Key::Name::Right, 0}, With.Control));
-    EXPECT_EQ(With.Control.Note().Text, "the server is gone");
-}
-
 TEST(Control, TheWaveOutEngineHasNoTempo) {
     auto Wave = Listener::Plain();
     Wave.HasTempo = false;
