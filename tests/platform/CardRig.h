@@ -5,7 +5,6 @@
 #include <memory>
 #include <numeric>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/Clocks.h"

@@ -1,5 +1,4 @@
 #include <array>
-#include <optional>
 
 #include "platform/DirectX7Layer.h"
 #include "tests/platform/CardRig.h"

@@ -101,7 +101,7 @@ TEST(Engines, AnswerTheirNumbersAndWhetherThereIsADevice) {
         EXPECT_THAT(S.Said(), IsEmpty());
     }
     Studio Nine(EngineOrder::Auto, false), Seven(EngineOrder::Dx7, false),
-        WaveOut(EngineOrder::WaveOut, false);
+        Two(EngineOrder::WaveOut, false);
     EXPECT_EQ(Nine.TakeEngine(), 1);
     Nine.PutWave(W);
     Nine.HandOver(W);
@@ -113,16 +113,16 @@ TEST(Engines, AnswerTheirNumbersAndWhetherThereIsADevice) {
     EXPECT_EQ(Seven.TakeEngine(), -1);
     EXPECT_EQ(Seven.Player->EngineCode(), 0);
     EXPECT_THAT(Seven.Said(), ElementsAre("Stopped"));
-    EXPECT_EQ(WaveOut.TakeEngine(), 2);
-    WaveOut.PutWave(W);
-    WaveOut.HandOver(W);
-    EXPECT_EQ(WaveOut.Said().back(), "Sound Buffer Failed");
-    WaveOut.Player->PlayAgain();
-    EXPECT_THAT(WaveOut.Said(), ElementsAre("Play Failed", "Play Failed"));
-    WaveOut.Player->PlayContinue();
-    ASSERT_TRUE(WaveOut.PlayOut(1000));
-    WaveOut.Player->PlayUTurn();
-    EXPECT_THAT(WaveOut.Said(), ElementsAre("Play Done", "UTurn failed", "U-Turn Failed"));
+    EXPECT_EQ(Two.TakeEngine(), 2);
+    Two.PutWave(W);
+    Two.HandOver(W);
+    EXPECT_EQ(Two.Said().back(), "Sound Buffer Failed");
+    Two.Player->PlayAgain();
+    EXPECT_THAT(Two.Said(), ElementsAre("Play Failed", "Play Failed"));
+    Two.Player->PlayContinue();
+    ASSERT_TRUE(Two.PlayOut(1000));
+    Two.Player->PlayUTurn();
+    EXPECT_THAT(Two.Said(), ElementsAre("Play Done", "UTurn failed", "U-Turn Failed"));
 }
 
 TEST(DirectSound, PositionKeepsAPassWhoseSignalStillWaitsForTheThread) {

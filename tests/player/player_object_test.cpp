@@ -51,6 +51,7 @@ TEST(PlayerObject, SelectsDropsAndSelectsAgain) {
         EXPECT_EQ(S.Player->EngineCode(), Code);
     }
     S.Load(Short);
+    S.Player->PlayTempoRev(2.5F);
     S.Player->PlayAgain();
     S.Advance(100);
     EXPECT_EQ(S.TakeEngine(5), 2);
@@ -60,6 +61,7 @@ TEST(PlayerObject, SelectsDropsAndSelectsAgain) {
     S.Player->PlayAgain();  // the new engine has no device buffer until the next hand-over
     EXPECT_THAT(S.Said(), ElementsAre("Playing", "Play Failed", "Play Failed"));
     S.HandOver(Short);
+    EXPECT_EQ(S.State.PlayTempoRev, 2.5F);
     S.Said();
     S.Player->PlayAgain();
     S.TakeEngine(0);

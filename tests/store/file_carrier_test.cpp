@@ -94,6 +94,11 @@ TEST(FileCarrier, RefusesWhatCannotBeAndKeepsWhatItHas) {
     EXPECT_EQ(S.Carrier.WaveLR(1), 0);
     EXPECT_THAT(S.Box.Texts, SizeIs(1)) << "a shrink cuts the buffer too";
     EXPECT_THAT(S.Disk.Content["f"], SizeIs(0));
+    S.Carrier.ReDimSize(10);
+    S.Carrier.BuffLength(10);
+    S.Disk.Writes.clear();
+    S.Carrier.ReDimSize(33, true);
+    EXPECT_THAT(S.Disk.Writes, ElementsAre(20, 20, 6)) << "no more memory than the buffer's";
 }
 
 TEST(FileCarrier, MakesTheFileThatFollowsAReleasedOneWhenItWritesTheWholeChannel) {

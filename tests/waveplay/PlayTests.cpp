@@ -135,7 +135,8 @@ TEST(CommandLine, MistakesAreUsageFailuresAreNotAndHelpIsDone) {
         "in.wav --connect=bus --engine=dx7\nin.wav --connect=bus --log=x\n");
     for (std::string Line; std::getline(Mistakes, Line);) {
         std::istringstream Words(Line);
-        EXPECT_EQ(Waveplay.Run({std::istream_iterator<std::string>(Words), {}}).Code, 2) << Line;
+        const std::istream_iterator<std::string> First(Words), End;
+        EXPECT_EQ(Waveplay.Run({First, End}).Code, 2) << Line;
     }
     for (const std::string Command : {"play", "render", "script"}) {
         const Outcome Ran = Waveplay.Run({Command, "--help"});
