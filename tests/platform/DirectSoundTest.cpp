@@ -1,4 +1,6 @@
 #include <array>
+#include <functional>
+#include <utility>
 
 #include "platform/DirectX7Layer.h"
 #include "tests/platform/CardRig.h"

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <deque>
+#include <functional>
 #include <random>
 
 #include "platform/LoopingVoice.h"

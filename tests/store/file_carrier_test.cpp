@@ -190,16 +190,6 @@ TEST(FileCarrier, LeavesAReleasedFileAloneAndNeedsANewOneBeforeItWrites) {
     EXPECT_EQ(S.In(Chosen), Wave{1}) << "refused before its own file is gone";
     S.Carrier.FileName1("none");
     EXPECT_FALSE(S.Disk.Exists(Chosen));
-    EXPECT_EQ(S.Carrier.WaveSize(), 0);
-    EXPECT_EQ(S.Carrier.FileName1(), "");
-    EXPECT_THROW(S.Carrier.MovePointer(1), RuntimeFailure);
-    EXPECT_EQ(S.Carrier.FileName1(), "");
-    S.Carrier.MovePointer(0);
-    EXPECT_EQ(S.All(), Wave{0});
-    S.Carrier.WaveLR(1, 7);
-    S.Carrier.WaveSize(0);
-    S.Carrier.FileRelease();
-    EXPECT_EQ(S.All(), Wave{0}) << "a new file, not the buffer of the old one";
     EXPECT_EQ(S.In("f"), (Wave{4, 6}));
 }
 
