@@ -9,6 +9,7 @@
 
 #include "platform/Clocks.h"
 #include "platform/SoundCard.h"
+#include "platform/WaveOut.h"
 #include "tests/support/Fakes.h"
 
 namespace Tolvar::Testing {

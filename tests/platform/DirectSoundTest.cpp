@@ -31,8 +31,6 @@ struct DirectSoundTest : CardRig, ::testing::Test {
         Buffer = Make();
     }
 };
-}
-};
 
 TEST_F(DirectSoundTest, AnEventIsSilentOnceItIsDestroyedAndItsCallbackMayLetEverythingGo) {
     const std::int32_t First = Root->CreateEvent(Ears);

@@ -103,14 +103,17 @@ struct LiveTest : ::testing::Test {
     VirtualClock Time;
     ListLog Journal;
     Apartment Home{Time, Journal};
-    FakeDevice* Device = new FakeDevice(Time);
+    FakeDevice* Device = nullptr;
+    std::unique_ptr<OutputDevice> Unused;  // Device, until it is used
     LiveOutput* Live = nullptr;
     std::unique_ptr<SoundCard> Card;
     std::int64_t TurnNs = 0;
 
+    LiveTest() { NewDevice(); }
+    void NewDevice() { Unused.reset(Device = new FakeDevice(Time)); }
     void Use(LiveOptions Options) {
-        auto Made = std::make_unique<LiveOutput>(std::unique_ptr<OutputDevice>(Device), Time,
-                                                 Options, LiveOutput::Driving::ByHand);
+        auto Made = std::make_unique<LiveOutput>(std::move(Unused), Time, Options,
+                                                 LiveOutput::Driving::ByHand);
         Live = Made.get();
         Card = std::make_unique<SoundCard>(Home, CardOutput{nullptr, std::move(Made)}, SinkRate{},
                                            Journal);
@@ -209,7 +212,7 @@ TEST_F(LiveTest, HeadersAreHeardWithoutAGapAndAResetDropsWhatIsHeld) {
 TEST_F(LiveTest, AWaveOfAnotherRateIsHeardToItsLastFrame) {
     for (const int Hz : {11025, 22050, 44100, 48000, 96000, 441}) {
         for (int Frames = Hz / 50; Frames < Hz / 50 + 7; ++Frames) {
-            Device = new FakeDevice(Time);
+            NewDevice();
             Use({.LatencyMs = 60, .FadeMs = 0});
             QueueVoice Voice(*Card, {1, Hz});
             Samples Wave(static_cast<std::size_t>(Frames), 1000);
@@ -267,7 +270,7 @@ TEST_F(LiveTest, AThreadThatComesLateCostsTimeButNoFrame) {
 
 TEST_F(LiveTest, AnyCallMayFailAndThePlayGoesOnInTimeAndIsHeardAgain) {
     for (int Gone = 1; Gone < 40; ++Gone) {
-        Device = new FakeDevice(Time);
+        NewDevice();
         Use({.LatencyMs = 60, .FadeMs = 0});
         Journal.Lines.clear();
         Device->GoneFrom = Gone;
@@ -296,7 +299,7 @@ TEST_F(LiveTest, AnyCallMayFailAndThePlayGoesOnInTimeAndIsHeardAgain) {
 
 TEST_F(LiveTest, ADeviceThatLiesOrBlocksLeavesTimeAsItIs) {
     for (const long Lie : {0L, 1'000'000L, 480L}) {
-        Device = new FakeDevice(Time);
+        NewDevice();
         Device->Lie = Lie;
         Device->Room = 1'000'000;  // and takes everything at once
         Use({.LatencyMs = 60, .FadeMs = 0});
@@ -309,7 +312,7 @@ TEST_F(LiveTest, ADeviceThatLiesOrBlocksLeavesTimeAsItIs) {
         EXPECT_LT(Device->Queue.size(), 4000U);
         Voice.Stop();
     }
-    Device = new FakeDevice(Time);
+    NewDevice();
     Use({.LatencyMs = 60, .FadeMs = 0});
     LoopingVoice Voice(*Card, {1, 8000}, 16000);
     Voice.Play();
