@@ -1,14 +1,11 @@
 #include "waveplay/mpris/Mpris.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <functional>
 #include <future>
-#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -16,33 +13,11 @@
 
 #include "platform/Clocks.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/PrivateBus.h"
 #include "tests/terminal/FakePlayer.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-// A message bus of the test's own.
-class PrivateBus {
-  public:
-    PrivateBus() {
-        const std::unique_ptr<FILE, int (*)(FILE*)> Said(
-            popen("dbus-daemon --session --fork --print-address=1 --print-pid=1 2>/dev/null", "r"),
-            pclose);
-        char Address[256] = "";
-        if (fscanf(Said.get(), "%255s %d", Address, &Daemon) == 2) {
-            setenv("DBUS_SESSION_BUS_ADDRESS", Address, 1);
-        }
-    }
-    ~PrivateBus() { End(); }
-    explicit operator bool() const { return Daemon > 0; }
-    void End() {
-        if (Daemon > 0) kill(Daemon, SIGTERM);
-        Daemon = 0;
-    }
-
-  private:
-    pid_t Daemon = 0;
-};
 
 // A remote control on a thread of its own, since it waits for answers; what it is told comes as
 // text.

@@ -34,9 +34,7 @@ struct AlsaTest : ::testing::Test {
     }
     // Milliseconds that the wave took to be heard.
     std::int64_t PlayOut(QueueVoice& Voice, Samples& Wave) {
-        const void* const Start = Wave.data();
-        WAVEHDR Header{.lpData = static_cast<const char*>(Start),
-                       .dwBufferLength = static_cast<DWORD>(Wave.size() * 2)};
+        WAVEHDR Header = HeaderOf(Wave);
         const std::int64_t FromNs = Time.NowNs();
         Voice.Queue(Header);
         Home.RunUntil(FromNs + 5 * NsPerSecond, [&] { return Voice.IsEmpty(); });

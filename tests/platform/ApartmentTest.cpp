@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -84,17 +83,6 @@ TEST_F(ApartmentTest, TimersKeepTheirPhaseAndOweNoSecondTick) {
         Home.AdvanceBy(60);
     }
     EXPECT_THAT(Seen, ElementsAre("t140", "t180", "t400", "t420", "t530", "t550", "t570"));
-}
-
-TEST_F(ApartmentTest, ATimerMayDestroyItselfInItsTick) {
-    std::optional<Timer> Gone(std::in_place, Home, 15);
-    Gone->Bind([&, Kept = std::string(64, 'k')] {
-        Gone.reset();
-        Says(Kept.substr(0, 1))();
-    });
-    Gone->Enabled(true);
-    Home.AdvanceBy(60);
-    EXPECT_THAT(Seen, ElementsAre("k15"));
 }
 
 TEST_F(RealApartmentTest, APostFromAnotherThreadWakesTheLoopAndKeepsItsOrder) {

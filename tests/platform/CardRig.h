@@ -2,15 +2,14 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <memory>
 #include <numeric>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/Clocks.h"
 #include "platform/SoundCard.h"
+#include "platform/WaveOut.h"
 #include "tests/support/Fakes.h"
 
 namespace Tolvar::Testing {
@@ -27,13 +26,9 @@ inline Samples Numbers(int First, int Count) {
     return Made;
 }
 
-inline std::string FailureOf(const std::function<void()>& Run) {
-    try {
-        Run();
-    } catch (const RuntimeFailure& Failed) {
-        return Failed.what();
-    }
-    return "nothing failed";
+/// The header of those samples, which stay the caller's.
+inline WAVEHDR HeaderOf(const Samples& Some) {
+    return {reinterpret_cast<const char*>(Some.data()), static_cast<DWORD>(Some.size() * 2)};
 }
 
 /// A sound card on the virtual clock, whose listener stays with the test and which can fail.

@@ -70,11 +70,7 @@ TEST_F(WavSinkTest, TheTargetIsUntouchedUntilItIsReplacedWhole) {
     EXPECT_EQ(status(Folder / "t.wav").permissions(), perms{0640});
 }
 
-TEST_F(WavSinkTest, WhatCannotBeWrittenFailsAtOnceAndClearly) {
-    const auto Make = [](const std::string& Name) { return FailureOf([&] { MakeSink(Name); }); };
-    EXPECT_THAT(Make("wav:" + (Folder / "")), HasSubstr("Is a directory"));
-    EXPECT_THAT(Make("wave:x"), HasSubstr("unknown sound device \"wave:x\""));
-    EXPECT_THAT(FailureOf([&] { Record("/dev/full", Some); }), HasSubstr("No space left"));
+TEST_F(WavSinkTest, NoFileGrowsBeyondWhatItsHeaderCanSay) {
     WavSink Small(Folder / "big.wav", 20);
     Small.Open(2, 8000);
     Small.Write(Some);

@@ -23,8 +23,7 @@ struct WaveOutTest : CardRig, ::testing::Test {
         auto& [Made, Header] = Pieces.emplace_back();
         Made = Numbers(NextSample, Frames * Channels);
         NextSample += Frames * Channels;
-        Header.lpData = reinterpret_cast<const char*>(Made.data());
-        Header.dwBufferLength = static_cast<DWORD>(Made.size() * 2);
+        Header = HeaderOf(Made);
         EXPECT_EQ(Device.waveOutPrepareHeader(Handle, &Header, WaveHdrBytes), 0U);
         EXPECT_EQ(Device.waveOutWrite(Handle, &Header, WaveHdrBytes), 0U);
         return Header;
@@ -39,21 +38,6 @@ struct WaveOutTest : CardRig, ::testing::Test {
         return static_cast<int>(At.sample);
     }
 };
-
-TEST_F(WaveOutTest, PositionsAreExactAtEveryRateAndStopAtTheEnd) {
-    for (const int Hz : {100, 11025, 384000}) {
-        Open(2, Hz);
-        Write(Hz * 2 + 1);
-        std::int64_t Passed = 0;
-        for (const std::int64_t Ns : {0, 1, 999'999'998, 1, 333'333'333, 666'666'666}) {
-            Passed += Ns;
-            EXPECT_EQ(PositionAfter(Ns), Passed * Hz / NsPerSecond) << Hz << " at " << Passed;
-        }
-        EXPECT_EQ(PositionAfter(NsPerSecond / Hz), Hz * 2) << "one ns before the last frame";
-        EXPECT_EQ(PositionAfter(NsPerSecond, TIME_BYTES), (Hz * 2 + 1) * 4);
-        EXPECT_EQ(Device.waveOutClose(Handle), 0U);
-    }
-}
 
 TEST_F(WaveOutTest, HeadersFollowEachOtherThroughPausesAndUnderrunsAndAResetStartsFromZero) {
     Open(2, 1000);
@@ -89,7 +73,8 @@ TEST_F(WaveOutTest, HeadersFollowEachOtherThroughPausesAndUnderrunsAndAResetStar
     Samples Expected = Numbers(0, 78);
     std::iota(Expected.begin() + 70, Expected.end(), std::int16_t{100});
     EXPECT_EQ(Heard.Heard, Expected);
-    EXPECT_EQ(PositionAfter(NsPerSecond), 10) << "time goes on after the end of recording";
+    EXPECT_EQ(PositionAfter(NsPerSecond, TIME_BYTES), 40)
+        << "time goes on after the end of recording";
 }
 
 TEST_F(WaveOutTest, AFailedSinkIsSaidOnceAndPlayGoesOnInSilence) {
@@ -116,7 +101,7 @@ TEST_F(WaveOutTest, OneVoicePlaysAtATime) {
     EXPECT_THAT(VoiceFails(), HasSubstr("plays another sound"));
     Home.AdvanceBy(5);
     Device.waveOutPause(Handle);
-    EXPECT_EQ(VoiceFails(), "nothing failed");
+    EXPECT_EQ(VoiceFails(), "");
     EXPECT_EQ(Device.waveOutRestart(Handle), MMSYSERR_ALLOCATED);
     Home.AdvanceBy(5);
     Voice.Stop();

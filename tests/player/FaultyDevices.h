@@ -69,87 +69,67 @@ inline void FailAsDevice(FaultPlan& Faults, const std::string& Call) {
     RequireOfDevice(!Faults.Fails(), Call + ": refused");
 }
 
-class FaultyBuffer : public DirectSoundBuffer {
+template <typename Seam>
+class Faulty : public Seam {
   public:
-    FaultyBuffer(std::unique_ptr<DirectSoundBuffer> Behind, FaultPlan& Plan)
-        : Real(std::move(Behind)), Faults(Plan) {}
+    Faulty(std::unique_ptr<Seam> Behind, FaultPlan& Plan) : Faults(Plan), Real(std::move(Behind)) {}
+
+  protected:
+    Seam& Reach(const char* Call) {
+        FailAsDevice(Faults, Call);
+        return *Real;
+    }
+    FaultPlan& Faults;
+
+  private:
+    std::unique_ptr<Seam> Real;
+};
+
+struct FaultyBuffer : Faulty<DirectSoundBuffer> {
+    using Faulty::Faulty;
 
     void SetNotificationPositions(std::span<const DSBPOSITIONNOTIFY> Positions) override {
-        FailAsDevice(Faults, "SetNotificationPositions");
-        Real->SetNotificationPositions(Positions);
+        Reach("SetNotificationPositions").SetNotificationPositions(Positions);
     }
     void WriteBuffer(std::int32_t Start, std::int32_t Bytes, const std::int16_t* FirstSample,
                      std::int32_t Flags) override {
-        FailAsDevice(Faults, "WriteBuffer");
-        Real->WriteBuffer(Start, Bytes, FirstSample, Flags);
+        Reach("WriteBuffer").WriteBuffer(Start, Bytes, FirstSample, Flags);
     }
     void SetCurrentPosition(std::int32_t Bytes) override {
-        FailAsDevice(Faults, "SetCurrentPosition");
-        Real->SetCurrentPosition(Bytes);
+        Reach("SetCurrentPosition").SetCurrentPosition(Bytes);
     }
-    void SetFrequency(std::int32_t Hz) override {
-        FailAsDevice(Faults, "SetFrequency");
-        Real->SetFrequency(Hz);
-    }
-    void Play(std::int32_t Flags) override {
-        FailAsDevice(Faults, "Play");
-        Real->Play(Flags);
-    }
-    void Stop() override {
-        FailAsDevice(Faults, "Stop");
-        Real->Stop();
-    }
+    void SetFrequency(std::int32_t Hz) override { Reach("SetFrequency").SetFrequency(Hz); }
+    void Play(std::int32_t Flags) override { Reach("Play").Play(Flags); }
+    void Stop() override { Reach("Stop").Stop(); }
     void GetCurrentPosition(DSCURSORS& Cursors) override {
-        FailAsDevice(Faults, "GetCurrentPosition");
-        Real->GetCurrentPosition(Cursors);
+        Reach("GetCurrentPosition").GetCurrentPosition(Cursors);
     }
-
-  private:
-    std::unique_ptr<DirectSoundBuffer> Real;
-    FaultPlan& Faults;
 };
 
-class FaultySound : public DirectSound {
-  public:
-    FaultySound(std::unique_ptr<DirectSound> Behind, FaultPlan& Plan)
-        : Real(std::move(Behind)), Faults(Plan) {}
+struct FaultySound : Faulty<DirectSound> {
+    using Faulty::Faulty;
 
     void SetCooperativeLevel(std::int32_t Window, std::int32_t Level) override {
-        FailAsDevice(Faults, "SetCooperativeLevel");
-        Real->SetCooperativeLevel(Window, Level);
+        Reach("SetCooperativeLevel").SetCooperativeLevel(Window, Level);
     }
     std::unique_ptr<DirectSoundBuffer> CreateSoundBuffer(const DSBUFFERDESC& Desc,
                                                          const WAVEFORMATEX& Format) override {
-        FailAsDevice(Faults, "CreateSoundBuffer");
-        return std::make_unique<FaultyBuffer>(Real->CreateSoundBuffer(Desc, Format), Faults);
+        return std::make_unique<FaultyBuffer>(
+            Reach("CreateSoundBuffer").CreateSoundBuffer(Desc, Format), Faults);
     }
-
-  private:
-    std::unique_ptr<DirectSound> Real;
-    FaultPlan& Faults;
 };
 
-class FaultyDirectX7 : public DirectX7 {
-  public:
-    FaultyDirectX7(std::unique_ptr<DirectX7> Behind, FaultPlan& Plan)
-        : Real(std::move(Behind)), Faults(Plan) {}
+struct FaultyDirectX7 : Faulty<DirectX7> {
+    using Faulty::Faulty;
 
     std::unique_ptr<DirectSound> DirectSoundCreate(const std::string& Device) override {
-        FailAsDevice(Faults, "DirectSoundCreate");
-        return std::make_unique<FaultySound>(Real->DirectSoundCreate(Device), Faults);
+        return std::make_unique<FaultySound>(Reach("DirectSoundCreate").DirectSoundCreate(Device),
+                                             Faults);
     }
     std::int32_t CreateEvent(DirectXEvent& Event) override {
-        FailAsDevice(Faults, "CreateEvent");
-        return Real->CreateEvent(Event);
+        return Reach("CreateEvent").CreateEvent(Event);
     }
-    void DestroyEvent(std::int32_t Handle) override {
-        FailAsDevice(Faults, "DestroyEvent");
-        Real->DestroyEvent(Handle);
-    }
-
-  private:
-    std::unique_ptr<DirectX7> Real;
-    FaultPlan& Faults;
+    void DestroyEvent(std::int32_t Handle) override { Reach("DestroyEvent").DestroyEvent(Handle); }
 };
 
 /// The plan's calls find no library, or one whose entry point refuses (which the library writes to

@@ -1,4 +1,3 @@
-#include <cmath>
 #include <functional>
 #include <limits>
 
@@ -52,6 +51,7 @@ TEST(PlayerObject, SelectsDropsAndSelectsAgain) {
         EXPECT_EQ(S.Player->EngineCode(), Code);
     }
     S.Load(Short);
+    S.Player->PlayTempoRev(2.5F);
     S.Player->PlayAgain();
     S.Advance(100);
     EXPECT_EQ(S.TakeEngine(5), 2);
@@ -61,6 +61,7 @@ TEST(PlayerObject, SelectsDropsAndSelectsAgain) {
     S.Player->PlayAgain();  // the new engine has no device buffer until the next hand-over
     EXPECT_THAT(S.Said(), ElementsAre("Playing", "Play Failed", "Play Failed"));
     S.HandOver(Short);
+    EXPECT_EQ(S.State.PlayTempoRev, 2.5F);
     S.Said();
     S.Player->PlayAgain();
     S.TakeEngine(0);
@@ -91,26 +92,6 @@ TEST(PlayerObject, HandOverRefusesWhatItCannotPlayAndKeepsTheOldWave) {
     EXPECT_THAT(S.Said(), ElementsAre("Writing to Play Buffer", "Stopped", "Done"));
 }
 
-TEST(PlayerObject, HandOverReplacesTheWaveInMidPlay) {
-    Studio S;
-    S.Load(Short);
-    S.Player->PlayAgainRev();
-    S.Advance(100);
-    S.Said();
-    S.HandOver({.Frames = 300});
-    EXPECT_THAT(S.Said(), ElementsAre("Writing to Play Buffer", "Stopped", "Done"));
-    EXPECT_EQ(S.State.PlayDirection, 1);
-    EXPECT_EQ(S.Player->PlayRunningDx7State(), 0);
-    S.Heard();
-    S.PlayAll();
-    EXPECT_EQ(S.Heard(), Frames(1, 300));
-
-    S.Player->ReleaseFiles();
-    S.Player->ReleaseFiles();
-    EXPECT_EQ(S.State.WaveNos, 0);
-    EXPECT_EQ(S.Store.OrgFile(1).OrgFileName, "");
-}
-
 TEST(PlayerObject, AbsurdRatesAndLengthsFailAndLeaveTheServerUsable) {
     constexpr auto Max = std::numeric_limits<std::int32_t>::max();
     for (const std::int32_t Rate : {0, 50, 500'000, Max, -Max - 1}) {
@@ -130,39 +111,6 @@ TEST(PlayerObject, AbsurdRatesAndLengthsFailAndLeaveTheServerUsable) {
     S.Said();
     S.Player->PlayAtPos(1);
     EXPECT_THAT(S.Said(), ElementsAre("Play at.. failed", "Play at.. failed"));
-}
-
-TEST(PlayerObject, TempoIsClampedToTheLoadedWave) {
-    Studio S;
-    S.Load({.Frames = 500, .Rate = 40000});
-    const std::vector<std::pair<float, float>> Cases{
-        {-1.0F, 100.0F / 40000}, {1.5F, 1.5F}, {2.6F, 2.5F}, {INFINITY, 2.5F}};
-    for (const auto& [Asked, Kept] : Cases) {
-        S.Player->PlayTempoFor(Asked);
-        S.Player->PlayTempoRev(Asked);
-        EXPECT_EQ(S.State.PlayTempoFor, Kept) << Asked;
-        EXPECT_EQ(S.State.PlayTempoRev, Kept) << Asked;
-    }
-    EXPECT_THROW(S.Player->PlayTempoRev(NAN), RuntimeFailure);
-    EXPECT_EQ(S.State.PlayTempoRev, 2.5F);
-    S.HandOver({.Frames = 500, .Rate = 1000});
-    EXPECT_EQ(S.State.PlayTempoFor, 2.5F);
-}
-
-TEST(PlayerObject, ReleaseReportsWaitsAndLeavesNothing) {
-    Studio S;
-    S.Load(Short);
-    S.Player->PlayAgain();
-    S.Advance(100);
-    S.Said();
-    S.Player->Release();
-    EXPECT_THAT(S.Said(), ElementsAre("Driver is Off"));
-    EXPECT_EQ(S.NowMs(), 400);
-    EXPECT_EQ(S.Heard(), Frames(1, 100));
-    S.Player.reset();
-    EXPECT_EQ(S.NowMs(), 400);
-    EXPECT_EQ(S.Disk.OpenNow, 0);
-    EXPECT_EQ(S.Store.OrgFile(1).OrgUseCnt, 0);
 }
 
 }  // namespace

@@ -18,9 +18,8 @@ struct FileShop : Shop {
         Carrier.UseOrgFile(AsItIs);
         Carrier.FileName1(Name);
     }
-    void Adopt(const Wave& Samples, std::size_t OddBytes = 0) {
+    void Adopt(const Wave& Samples) {
         Disk.Put16("f", Samples);
-        Disk.Content["f"].resize(2 * Samples.size() + OddBytes, 77);
         Take("f", true);
     }
     Wave All() {

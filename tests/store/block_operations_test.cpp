@@ -77,11 +77,19 @@ TEST(BuffMemCheck, EvictsTheLeastRecentlyUsedDownToTheBudgetAndKeepsFour) {
     }
 }
 
-TEST(BlockBreak, PartsEveryTypeAndLeavesTheBlockWhole) {
+TEST(BlockBreak, AndBlockCopyLeaveEveryTypeOfBlockWhole) {
     for (const std::int32_t Type : {1, 2, 3, 4, 5}) {
         Shop S;
         const std::int32_t Blk = S.BlockOf(Type, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
         const Wave Ten = S.Read(Blk);
+        const std::int32_t Copy = S.Store.BlockCopy(Blk);
+        EXPECT_THAT(S.Types({Blk, Copy}), Each(Type));
+        EXPECT_EQ(S.Read(Copy), Ten);
+        EXPECT_EQ(S.Store.Block(Copy).BlkStartPos, 11);
+        S.Store.BlockToBuff(Copy);
+        S.Store.BlockSampleLet(Copy, 0, -1);
+        EXPECT_EQ(S.Read(Blk), Ten);
+        S.Store.BlockFree(Copy);
         for (const std::int32_t D : {10, 11, 21, 22, -2147483647 - 1, 2147483647}) {
             EXPECT_EQ(S.Store.BlockBreak(Blk, D), std::pair(0, 0)) << D;
         }
@@ -101,24 +109,6 @@ TEST(BlockBreak, PartsEveryTypeAndLeavesTheBlockWhole) {
                     S.Store.BlockToFile(Part);
             }
         }
-    }
-}
-
-TEST(BlockCopy, IsAFurtherUserOfTheSameFileWithSamplesOfItsOwn) {
-    for (const std::int32_t Type : {1, 2, 3, 4, 5}) {
-        Shop S;
-        const std::int32_t Blk = S.BlockOf(Type, {7, 8, 9});
-        const Wave Before = S.Read(Blk);
-        const std::int32_t Copy = S.Store.BlockCopy(Blk);
-        EXPECT_THAT(S.Types({Blk, Copy}), Each(Type));
-        EXPECT_EQ(S.Read(Copy), Before);
-        EXPECT_EQ(S.Store.Block(Copy).BlkStartPos, 11);
-        EXPECT_EQ(S.Store.Block(Copy).BlkUseStamp, Type == 5 ? 0 : S.Store.UseClock());
-        S.ExpectConsistent();
-        S.Store.BlockToBuff(Copy);
-        S.Store.BlockSampleLet(Copy, 0, -1);
-        EXPECT_EQ(S.Read(Blk), Before);
-        S.ExpectConsistent();
     }
 }
 

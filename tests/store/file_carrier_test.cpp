@@ -94,62 +94,11 @@ TEST(FileCarrier, RefusesWhatCannotBeAndKeepsWhatItHas) {
     EXPECT_EQ(S.Carrier.WaveLR(1), 0);
     EXPECT_THAT(S.Box.Texts, SizeIs(1)) << "a shrink cuts the buffer too";
     EXPECT_THAT(S.Disk.Content["f"], SizeIs(0));
-}
-
-TEST(FileCarrier, GrowsInPiecesAndKeepsTheHalfSampleOfAnOddFile) {
-    FileShop S;
-    S.Adopt({5, 6}, 1);
+    S.Carrier.ReDimSize(10);
     S.Carrier.BuffLength(10);
-    EXPECT_EQ(S.Carrier.WaveSize(), 2);
-    EXPECT_THAT(S.Disk.Content["f"], SizeIs(5));
-    for (int Call = 1; Call <= 7; ++Call) {
-        S.Disk.FailAtCall = S.Disk.Calls + Call;  // open, measure, read, three writes, close
-        EXPECT_THROW(S.Carrier.ReDimSize(23, true), RuntimeFailure) << Call;
-        EXPECT_EQ(S.Disk.Content["f"], (MemoryFiles::Bytes{5, 0, 6, 0, 77})) << Call;
-    }
     S.Disk.Writes.clear();
-    S.Carrier.ReDimSize(23, true);
-    EXPECT_THAT(S.Disk.Writes, ElementsAre(20, 20, 2));
-    Wave Expected{5, 6};
-    Expected.resize(23);
-    EXPECT_EQ(S.All(), Expected);
-    S.Carrier.ReDimSize(40);
-    Expected.resize(40);
-    EXPECT_EQ(S.All(), Expected);
-}
-
-TEST(FileCarrier, LosesNothingBehindAWaveSizeThatWasSetLower) {
-    FileShop S;
-    S.Adopt({1, 2, 3});
-    S.Carrier.BuffLength(3);
-    S.Carrier.MovePointer(2);
-    S.Carrier.WaveLR(3, 99);
-    int Calls = S.Disk.Calls;
-    S.Carrier.WaveSize(1);
-    S.Carrier.WaveSize(3);
-    EXPECT_EQ(S.Carrier.WaveLR(3), 99);
-    EXPECT_EQ(S.Disk.Calls, Calls) << "it is a number and no more";
-    for (int Call = 1; Call <= 10; ++Call) {  // flush, growth, load: open, work on it, close
-        const auto Sample = static_cast<std::int16_t>(99 + Call);
-        S.Carrier.WaveLR(3, Sample);
-        S.Carrier.WaveSize(1);
-        S.Disk.FailAtCall = S.Disk.Calls + Call;
-        EXPECT_THROW(S.Carrier.BuffPut(1, Wave{7, 8, 9}), RuntimeFailure) << Call;
-        S.Disk.FailAtCall = 0;
-        S.Carrier.WaveSize(3);
-        EXPECT_EQ(S.All(), (Wave{1, 2, Sample})) << Call;
-        S.Carrier.MovePointer(2);
-        EXPECT_EQ(S.In("f"), (Wave{1, 2, Sample})) << Call;
-    }
-    S.Carrier.WaveLR(3, 98);
-    S.Disk.Content["f"].resize(4);         // by somebody else
-    S.Disk.FailAtCall = S.Disk.Calls + 9;  // the load, after growth and flush
-    EXPECT_THROW(S.Carrier.BuffPut(2, Wave{7, 8, 9}), RuntimeFailure);
-    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98})) << "written back and then cut off";
-    S.Carrier.MovePointer(0);
-    S.Carrier.WaveSize(0);
-    S.Carrier.ReDimSize(3, true);
-    EXPECT_EQ(S.All(), (Wave{0, 0, 0})) << "what the file holds, not what the buffer held";
+    S.Carrier.ReDimSize(33, true);
+    EXPECT_THAT(S.Disk.Writes, ElementsAre(20, 20, 6)) << "no more memory than the buffer's";
 }
 
 TEST(FileCarrier, MakesTheFileThatFollowsAReleasedOneWhenItWritesTheWholeChannel) {
@@ -241,16 +190,6 @@ TEST(FileCarrier, LeavesAReleasedFileAloneAndNeedsANewOneBeforeItWrites) {
     EXPECT_EQ(S.In(Chosen), Wave{1}) << "refused before its own file is gone";
     S.Carrier.FileName1("none");
     EXPECT_FALSE(S.Disk.Exists(Chosen));
-    EXPECT_EQ(S.Carrier.WaveSize(), 0);
-    EXPECT_EQ(S.Carrier.FileName1(), "");
-    EXPECT_THROW(S.Carrier.MovePointer(1), RuntimeFailure);
-    EXPECT_EQ(S.Carrier.FileName1(), "");
-    S.Carrier.MovePointer(0);
-    EXPECT_EQ(S.All(), Wave{0});
-    S.Carrier.WaveLR(1, 7);
-    S.Carrier.WaveSize(0);
-    S.Carrier.FileRelease();
-    EXPECT_EQ(S.All(), Wave{0}) << "a new file, not the buffer of the old one";
     EXPECT_EQ(S.In("f"), (Wave{4, 6}));
 }
 

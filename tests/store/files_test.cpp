@@ -56,25 +56,6 @@ TEST(OpenFiles, StayOpenBetweenReadsAndCloseOnEveryWayOut) {
     EXPECT_EQ(S.Store.OrgFile(1).OrgFileName, "a");
 }
 
-TEST(OpenFiles, AFailureLeavesNoneOpenSoThatARepairIsSeen) {
-    Shop S;
-    for (const std::int32_t Type : {BlkFile, BlkOrgFile}) {
-        const std::int32_t Blk = S.HandOverOne({Type, 2, 1, "f"});
-        S.Disk.Content.erase("f");
-        EXPECT_THROW(S.Store.BlockLoad(Blk), RuntimeFailure);
-        S.Disk.Put16("f", Wave{5});  // shortened
-        EXPECT_THROW(S.Store.BlockLoad(Blk), RuntimeFailure);
-        S.ExpectConsistent();
-        EXPECT_EQ(S.Disk.OpenNow, 0);
-        S.Disk.Put16("f", Wave{5, 6});
-        S.Store.BlockLoad(Blk);
-        EXPECT_THAT(S.Read(Blk), ElementsAre(5, 6));
-        EXPECT_THROW(S.Read(S.HandOverOne({Type, 1, 5, "f", -3})), RuntimeFailure);
-        S.Store.OrgFileCloseNo(S.Store.OrgFileOpen());
-        S.Store.WorkFileCloseNo(S.Store.WorkFileOpen());
-    }
-}
-
 TEST(Slots, FirstFreeOneIsReusedAndFirstInUseIsFoundWhateverItsCase) {
     Shop S;
     S.Disk.Put16("C:\\A", Wave{1, 2, 3, 4});

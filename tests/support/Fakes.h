@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <memory>
 #include <span>
@@ -17,6 +18,16 @@
 #include "platform/Sink.h"
 
 namespace Tolvar::Testing {
+
+/// What Run throws; "" when it does not.
+inline std::string FailureOf(const auto& Run) {
+    try {
+        Run();
+    } catch (const std::exception& Failed) {
+        return Failed.what();
+    }
+    return "";
+}
 
 struct ListLog : Log {
     std::vector<std::string> Lines;

@@ -76,22 +76,18 @@ INSTANTIATE_TEST_SUITE_P(
     Transport, Keys,
     testing::Values(Case{"space +700 p", "again, pause", "paused on 700"},
                     Case{"space +700 space space +50", "again, pause, continue", "playing on 750"},
-                    Case{"space +700 k", "again, stop", "stopped on 700"},
                     Case{"space +700 k l +1", "again, stop, at 701", "playing on 701"},
                     Case{"k k", "", "stopped on 0"}, Case{"l +9 l l", "again", "playing on 9"},
                     // The frame heard last is the first one heard on the way back.
                     Case{"space +700 u +100", "again, turn", "playing back 599"},
+                    Case{"space +700 space j", "again, pause, at-rev 700", "playing back 700"},
                     Case{"space +700 j +100 j", "again, turn", "playing back 599"},
                     Case{"space +700 k j +1", "again, stop, at-rev 700", "playing back 699"},
-                    Case{"space +700 space j", "again, pause, at-rev 700", "playing back 700"},
-                    Case{"space +700 space u", "again, pause", "paused back 700"},
                     Case{"space +700 space u space", "again, pause, at-rev 700",
                          "playing back 700"},
-                    Case{"j +100", "again-rev", "playing back 99900"},
                     // The end, and what keys do there.
                     Case{"space +100000", "again", "ended on 100000"},
                     Case{"space +100000 space", "again, again", "playing on 0"},
-                    Case{"space +100000 l", "again, again", "playing on 0"},
                     Case{"space +100000 u +1", "again, again-rev", "playing back 99999"},
                     Case{"space +100000 k", "again", "stopped on 100000"},
                     Case{"space +100000 left", "again", "stopped on 95000"},
@@ -102,8 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Case{"space +700 right", "again, at 5701", "playing on 5700"},
         Case{"space up left down", "again, at 60001, at 55001, again", "playing on 0"},
-        Case{"space 3", "again, at 30001", "playing on 30000"}, Case{"5 9", "", "stopped on 90000"},
-        Case{"5 space", "at 50001", "playing on 50000"},
+        Case{"5 9", "", "stopped on 90000"},
         Case{"j 5 right", "again-rev, at-rev 50000, at-rev 55000", "playing back 55000"},
         // What is paused stays paused, and goes on from the new place.
         Case{"space +700 space right right", "again, pause", "paused on 10700"},
@@ -111,7 +106,6 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"space space home left", "again, pause", "paused on 0"},
         // Past an edge: the near one is kept, the far one stops the play.
         Case{"space +700 left", "again, again", "playing on 0"},
-        Case{"space end", "again, stop", "stopped on 100000"},
         Case{"space 9 up", "again, at 90001, stop", "stopped on 100000"},
         Case{"j home", "again-rev, stop", "stopped back 0"},
         Case{"o space end", "loop, again, again", "playing on 0"},
@@ -120,7 +114,6 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Tempo, Keys,
     testing::Values(
-        Case{"]", "tempo 1.100", "stopped on 0"},
         Case{"space +500 }", "again, tempo 2.000, at 501", "playing on 500"},
         Case{"space +500 space ] space", "again, pause, tempo 1.100, continue", "playing on 500"},
         Case{"} back [", "tempo 2.000, tempo 1.000, tempo 0.909", "stopped on 0"},
@@ -167,15 +160,6 @@ TEST(Control, APlayThatFailsIsSaidAndCanBeTriedAgain) {
     EXPECT_EQ(With.Do("space"), "playing on 50000");
     EXPECT_EQ(With.Control.Note().Text, "");
     EXPECT_EQ(With.Control.LastReport(), "Playing");
-}
-
-TEST(Control, APlayerThatIsGoneIsAFailureOfTheRefresh) {
-    Listener With;
-    With.Do("space +10");
-    With.Player.Gone = true;
-    EXPECT_THROW(With.Control.Refresh(), RuntimeFailure);
-    EXPECT_NO_THROW(Press(Key{Key::Name::Right, 0}, With.Control));
-    EXPECT_EQ(With.Control.Note().Text, "the server is gone");
 }
 
 TEST(Control, TheWaveOutEngineHasNoTempo) {

@@ -24,13 +24,6 @@ using ::testing::Pointwise;
 constexpr int Flac = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
 constexpr int FloatWav = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
 
-std::vector<double> FullScale(const Samples& From) {
-    std::vector<double> Scaled;
-    for (const std::int16_t Sample : From)
-        Scaled.push_back(Sample / 32768.0);
-    return Scaled;
-}
-
 std::vector<double> Sine(int Frames, int Channels, int Rate, double Hertz = 440) {
     std::vector<double> Wave;
     for (int Frame = 0; Frame < Frames; ++Frame)

@@ -2,6 +2,8 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 
 #include "Program.h"
 
@@ -123,27 +125,19 @@ TEST(CommandLine, MistakesAreUsageFailuresAreNotAndHelpIsDone) {
     EXPECT_EQ(Deaf.Code, 1);
     EXPECT_THAT(Deaf.Err, HasSubstr("there is no sound device"));
     EXPECT_EQ(Waveplay.Run({"gone.wav"}).Code, 1);
-    const std::vector<std::string> Mistakes[] = {{"render", "in.wav"},
-                                                 {"render", "-o", "out.wav"},
-                                                 {"play", "in.wav", "--loud"},
-                                                 {"in.wav", "--at", "-1"},
-                                                 {"in.wav", "--at", "soon"},
-                                                 {"in.wav", "--rate", "99"},
-                                                 {"in.wav", "--rate", "cd"},
-                                                 {"in.wav", "--device", "radio"},
-                                                 {"in.wav", "--engine", "dx8"},
-                                                 {"in.wav", "--clock", "sun"},
-                                                 {"in.wav", "--memory", "-1"},
-                                                 {"in.wav", "--tempo", "0"},
-                                                 {"script", "--device", "auto"},
-                                                 {"script", "a", "b"},
-                                                 {"in.wav", "--connect", "home"},
-                                                 {"--connect", "bus", "--in-process"},
-                                                 {"script", "--connect", "bus"}};
-    for (const std::string Setting : {"--device=null", "--rate=wave", "--engine=dx7", "--log=x"})
-        EXPECT_EQ(Waveplay.Run({"in.wav", "--connect=bus", Setting}).Code, 2) << Setting;
-    for (const auto& Line : Mistakes)
-        EXPECT_EQ(Waveplay.Run(Line).Code, 2) << Line.back();
+    std::istringstream Mistakes(
+        "render in.wav\nrender -o out.wav\nplay in.wav --loud\nin.wav --at -1\nin.wav --at soon\n"
+        "in.wav --rate 99\nin.wav --rate cd\nin.wav --device radio\nin.wav --engine dx8\n"
+        "in.wav --clock sun\nin.wav --memory -1\nin.wav --tempo 0\nscript --device auto\nscript a "
+        "b\n"
+        "in.wav --connect home\n--connect bus --in-process\nscript --connect bus\n"
+        "in.wav --connect=bus --device=null\nin.wav --connect=bus --rate=wave\n"
+        "in.wav --connect=bus --engine=dx7\nin.wav --connect=bus --log=x\n");
+    for (std::string Line; std::getline(Mistakes, Line);) {
+        std::istringstream Words(Line);
+        const std::istream_iterator<std::string> First(Words), End;
+        EXPECT_EQ(Waveplay.Run({First, End}).Code, 2) << Line;
+    }
     for (const std::string Command : {"play", "render", "script"}) {
         const Outcome Ran = Waveplay.Run({Command, "--help"});
         EXPECT_EQ(Ran.Code, 0);

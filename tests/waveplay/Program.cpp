@@ -90,14 +90,15 @@ std::vector<std::string> Program::FilesThere() const {
 
 void Program::PutWav(const std::string& Name, int Bits, int Channels, int Rate,
                      const Samples& Frames) const {
-    SF_INFO Info{};
-    Info.channels = Channels;
-    Info.samplerate = Rate;
-    Info.format = SF_FORMAT_WAV | (Bits == 8 ? SF_FORMAT_PCM_U8 : SF_FORMAT_PCM_16);
-    SNDFILE* Sound = sf_open(Path(Name).c_str(), SFM_WRITE, &Info);
-    const auto Count = static_cast<sf_count_t>(Frames.size());
-    const bool Written = sf_write_short(Sound, Frames.data(), Count) == Count;
-    if (sf_close(Sound) != 0 || !Written) throw std::runtime_error("cannot write " + Name);
+    const int Depth = Bits == 8 ? SF_FORMAT_PCM_U8 : SF_FORMAT_PCM_16;
+    PutSound(Name, SF_FORMAT_WAV | Depth, Channels, Rate, FullScale(Frames));
+}
+
+std::vector<double> FullScale(const Samples& From) {
+    std::vector<double> Scaled;
+    for (const std::int16_t Sample : From)
+        Scaled.push_back(Sample / 32768.0);
+    return Scaled;
 }
 
 void Program::PutSound(const std::string& Name, int Format, int Channels, int Rate,
@@ -109,7 +110,8 @@ void Program::PutSound(const std::string& Name, int Format, int Channels, int Ra
     SNDFILE* Sound = sf_open(Path(Name).c_str(), SFM_WRITE, &Info);
     if (Sound == nullptr) throw std::runtime_error("cannot make " + Name);
     const auto Count = static_cast<sf_count_t>(Frames.size());
-    if ((Format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16) {  // whose full scale would be 32767
+    const int Depth = Format & SF_FORMAT_SUBMASK;
+    if (Depth == SF_FORMAT_PCM_16 || Depth == SF_FORMAT_PCM_U8) {  // whose full scale would differ
         Samples Exact;
         for (const double Sample : Frames)
             Exact.push_back(static_cast<std::int16_t>(Sample * 32768));

@@ -73,6 +73,9 @@ pid_t ServerOf(pid_t Process);
 /// own frame number, scrambled, and the channels differ.
 Samples Numbered(int Frames, int Channels, int Bits = 16);
 
+/// Of full scale 1.
+std::vector<double> FullScale(const Samples& From);
+
 /// The frames from last to first.
 Samples Mirrored(const Samples& Frames, int Channels);
 

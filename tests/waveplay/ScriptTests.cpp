@@ -38,24 +38,6 @@ const Golden Goldens[] = {
          "@0 event \"S2\" \"Playing\"\n@0 = 1\n@500 = 3840\n@500 = 4000\n"
          "@1080 event \"S2\" \"Play Done\"\n@1080 = 0\n" +
          Released(1080)},
-    {"played through by the engine of choice", "auto",
-     "DxObj 1\nload \"one second.wav\"\nPlayAgain\nwait 501\nPlayCurrentPosition\nwait-stop\n",
-     "@0 = 1\n" + HandedOver + "@0 event \"S2\" \"Playing\"\n@501 = 4008\n" +
-         "@1102 event \"S2\" \"Play Done\"\n" + Released(1102)},
-    {"played through at twice the pace", "dx7",
-     "DxObj 1\nload \"one second.wav\"\nPlayTempoRev 2\nPlayAgainRev\nwait 250\n"
-     "PlayCurrentPosition\nwait-stop\n",
-     "@0 = 1\n" + HandedOver + "@0 event \"S2\" \"Playing\"\n@250 = 4001\n" +
-         "@502 event \"S2\" \"Play Done\"\n" + Released(502)},
-    {"turned, paused and stopped", "waveout",
-     "DxObj 1\nload \"one second.wav\"\nPlayAtPosRev 8000\nwait 250\nPlayUTurn\nwait 125\n"
-     "UpdatePlayPosition\nPlayPause\nPlayCurrentPosition\nwait 333\nUpdatePlayPosition\n"
-     "PlayCurrentPosition\nPlayContinue\nwait 1\nUpdatePlayPosition\nPlayCurrentPosition\n"
-     "StopPlay\nrelease\n",
-     "@0 = 2\n" + HandedOver +
-         "@0 event \"S2\" \"Playing\"\n@250 event \"S2\" \"Playing\"\n@375 = 7000\n"
-         "@708 = 7000\n@709 = 7008\n@709 event \"S2\" \"Stopped\"\n" +
-         Released(709)},
     {"looped by the count", "waveout",
      "DxObj 7\nload \"one second.wav\"\nLoopPlayON -1\nPlayAgainRev\nPlayRunningDx7State\n"
      "wait 1080\nLoopPlayON 0\nwait-stop\n",
