@@ -101,6 +101,40 @@ TEST(FileCarrier, RefusesWhatCannotBeAndKeepsWhatItHas) {
     EXPECT_THAT(S.Disk.Writes, ElementsAre(20, 20, 6)) << "no more memory than the buffer's";
 }
 
+TEST(FileCarrier, LosesNothingBehindAWaveSizeThatWasSetLower) {
+    FileShop S;
+    S.Adopt({1, 2, 3});
+    S.Carrier.BuffLength(3);
+    S.Carrier.MovePointer(2);
+    S.Carrier.WaveLR(3, 99);
+    int Calls = S.Disk.Calls;
+    S.Carrier.WaveSize(1);
+    S.Carrier.WaveSize(3);
+    EXPECT_EQ(S.Carrier.WaveLR(3), 99);
+    EXPECT_EQ(S.Disk.Calls, Calls) << "it is a number and no more";
+    for (int Call = 1; Call <= 10; ++Call) {  // flush, growth, load: open, work on it, close
+        const auto Sample = static_cast<std::int16_t>(99 + Call);
+        S.Carrier.WaveLR(3, Sample);
+        S.Carrier.WaveSize(1);
+        S.Disk.FailAtCall = S.Disk.Calls + Call;
+        EXPECT_THROW(S.Carrier.BuffPut(1, Wave{7, 8, 9}), RuntimeFailure) << Call;
+        S.Disk.FailAtCall = 0;
+        S.Carrier.WaveSize(3);
+        EXPECT_EQ(S.All(), (Wave{1, 2, Sample})) << Call;
+        S.Carrier.MovePointer(2);
+        EXPECT_EQ(S.In("f"), (Wave{1, 2, Sample})) << Call;
+    }
+    S.Carrier.WaveLR(3, 98);
+    S.Disk.Content["f"].resize(4);         // by somebody else
+    S.Disk.FailAtCall = S.Disk.Calls + 9;  // the load, after growth and flush
+    EXPECT_THROW(S.Carrier.BuffPut(2, Wave{7, 8, 9}), RuntimeFailure);
+    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98})) << "written back and then cut off";
+    S.Carrier.MovePointer(0);
+    S.Carrier.WaveSize(0);
+    S.Carrier.ReDimSize(3, true);
+    EXPECT_EQ(S.All(), (Wave{0, 0, 0})) << "what the file holds, not what the buffer held";
+}
+
 TEST(FileCarrier, MakesTheFileThatFollowsAReleasedOneWhenItWritesTheWholeChannel) {
     FileShop S;
     S.Adopt({5, 6});
