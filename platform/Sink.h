@@ -7,8 +7,8 @@
 
 namespace Tolvar {
 
-/// Where the sound card's output ends: a file, nothing, later a real device. Abstract because the
-/// card plays the same through any of them. Apartment's thread only.
+/// What takes the frames that the clock says were heard: a file, or nothing. Abstract because the
+/// card plays the same to either. Real devices are behind LiveOutput. Apartment's thread only.
 class Sink {
   public:
     virtual ~Sink() = default;
