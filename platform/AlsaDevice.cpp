@@ -12,7 +12,7 @@ namespace Tolvar {
 namespace {
 
 constexpr unsigned UsPerMs = 1000;
-constexpr unsigned PeriodsPerBuffer = 4;
+constexpr unsigned PeriodsPerBuffer = 2;  // a server wakes this process up once a period
 
 void Ignore(const char* /*File*/, int /*Line*/, const char* /*Function*/, int /*Error*/,
             const char* /*Format*/, ...) {}  // NOLINT(cert-dcl50-cpp)

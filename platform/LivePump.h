@@ -107,7 +107,7 @@ class LivePump {
     void Close();
     /// Between two looks at the device: often enough for the rest of what it holds to bridge one
     /// that is late, seldom enough to cost little.
-    int TurnMs() const { return std::clamp(Options.LatencyMs * 2 / 5, 2, 50); }
+    int TurnMs() const { return std::clamp(Options.LatencyMs / 2, 2, 200); }
     std::int64_t FramesIn(std::int64_t Ms) const { return Ms * Opened.RateHz / 1000; }
     std::int64_t MostHeard(std::int64_t ClockNs) const;
     template <typename Call>

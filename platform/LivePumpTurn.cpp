@@ -17,6 +17,7 @@ constexpr std::int64_t RetryEveryNs = NsPerSecond;
 constexpr std::int64_t StandStillNs = 2 * NsPerSecond;  // wireless ones take a while to start
 constexpr std::int64_t KeepMs = 2;     // what the device is about to play is not taken back
 constexpr std::int64_t SlackMs = 200;  // for a device that fills buffers of its own first
+constexpr int PieceMs = 20;            // read from the source at a time
 constexpr std::size_t MostConverted = 1 << 15;  // samples that a resampler makes of one piece
 constexpr int MostDryLooks = 10;  // a server that is gone may take all it is given and play nothing
 
@@ -149,7 +150,7 @@ int LivePump::OpenDevice(const LiveRun& For) {
 void LivePump::Adopt(std::uint64_t Number, const LiveRun& Taken) {
     Source = Taken.Format;
     Converter = std::make_unique<OutputConverter>(Source, Opened);
-    Ahead.resize(Index(std::max(1, Source.RateHz * TurnMs() / 1000) * Source.Channels));
+    Ahead.resize(Index(std::max(1, Source.RateHz * PieceMs / 1000) * Source.Channels));
     Recent.assign(Index(FramesIn(Options.LatencyMs + SlackMs) * Opened.Channels), 0);
     Pending.clear();
     Pending.reserve(Recent.size() + MostConverted);
@@ -218,6 +219,7 @@ void LivePump::SawHeard(std::int64_t Frames, std::int64_t SlackFrames) {
     if (Heard > 0 && std::exchange(Missing, false)) Note(Happening::Back, 0);
 }
 
+/// Until the device takes less than it is offered: it is full then, and not asked once more.
 bool LivePump::Feed() {
     const std::int64_t Most = MostHeard(Time.NowNs()) + FramesIn(Options.LatencyMs + SlackMs);
     for (int Stumbles = 0; Written < Most && Stumbles < 3;) {
@@ -238,14 +240,15 @@ bool LivePump::Feed() {
             PendingFrom += Samples.size();
             const auto Locked = Hold();
             Written += Taken;
+            if (PendingFrom < Pending.size()) return true;
         }
     }
     return true;
 }
 
-/// A run begins with a full device: one that starts with little runs dry at once.
+/// As much as the device holds: one that starts with little runs dry at once.
 bool LivePump::Produce() {
-    const std::int64_t Wanted = StartClockNs < 0 ? FramesIn(Options.LatencyMs) : 1;
+    const std::int64_t Wanted = FramesIn(Options.LatencyMs);
     Pending.clear();
     PendingFrom = 0;
     while (std::ssize(Pending) < Wanted * Opened.Channels) {
@@ -290,9 +293,10 @@ void LivePump::Append(std::span<const std::int16_t> Samples) {
 void LivePump::Remember(std::span<const std::int16_t> Samples) {
     if (Options.FadeMs == 0) return;
     std::size_t To = Index(Written * Opened.Channels) % Recent.size();
-    for (const std::int16_t Each : Samples) {
-        Recent[To] = Each;
-        To = To + 1 == Recent.size() ? 0 : To + 1;
+    for (; !Samples.empty(); To = 0) {
+        const std::size_t Count = std::min(Samples.size(), Recent.size() - To);
+        std::copy_n(Samples.begin(), Count, Recent.begin() + static_cast<std::ptrdiff_t>(To));
+        Samples = Samples.subspan(Count);
     }
 }
 

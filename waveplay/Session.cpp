@@ -64,7 +64,7 @@ bool Session::RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>
     if (Until && Until()) return true;
     const std::int64_t DueNs = Ms ? Home().Time().NowNs() + *Ms * NsPerMs : Forever;
     // A server that found this side too slow to answer tells no more, so it is asked as well.
-    constexpr std::int32_t LookMs = 100;
+    constexpr std::int32_t LookMs = 1000;
     Timer Look(Home(), LookMs);
     Look.Enabled(Until && Inside() == nullptr);
     try {
