@@ -8,8 +8,7 @@ namespace Tolvar {
 namespace {
 
 constexpr std::int64_t MostCallNs = NsPerSecond;
-constexpr int LateMs = 10;                  // by which a look at the device may be late
-constexpr std::int64_t SurelyNs = NsPerMs;  // a position must not be told before it is heard
+constexpr int LateMs = 10;  // by which a look at the device may be late
 
 }  // namespace
 
@@ -18,27 +17,28 @@ LivePump::LivePump(std::unique_ptr<OutputDevice> TheDevice, const Clock& TheTime
     : Device(std::move(TheDevice)),
       Time(TheTime),
       Options(TheOptions),
-      ToPending([this](std::span<const std::int16_t> Samples) { Append(Samples); }) {}
+      Listener(TheTime, (TurnMs() + LateMs) * NsPerMs),
+      Frames(TheOptions, [this](std::int64_t Frame, std::span<std::int16_t> Into) {
+          return ReadSource(Frame, Into);
+      }) {}
 
 // The apartment's side.
 
 std::int64_t LivePump::NowNs() {
     const auto Locked = Hold();
-    return ListenerNs();
+    FindStuck();
+    return Listener.NowNs();
 }
 
 std::int64_t LivePump::Begin(const LiveRun& Wanted) {
     std::int64_t Now = 0;
     {
         const auto Locked = Hold();
-        Now = ListenerNs();
+        FindStuck();
+        Now = Listener.Begin(Wanted.Format.RateHz, Wanted.Frame, Missing);
         Run = Wanted;
         ++RunNumber;
         Mode = Phase::Sounding;
-        RunTime = FrameTimer(Wanted.Format.RateHz);
-        RunTime.Start(Now, Wanted.Frame);
-        FreeNs = Now;
-        FreeClockNs = Time.NowNs();
     }
     Wake();
     return Now;
@@ -49,7 +49,7 @@ bool LivePump::AskCut(const FrameSource& Of) {
         const auto Locked = Hold();
         if (Mode == Phase::Idle || Run.Source != &Of) return false;
         FindStuck();
-        CutWanted = Adopted();
+        CutWanted = Listener.HasDevice();
         if (!CutWanted) EndRun();
     }
     Wake();
@@ -117,37 +117,14 @@ void LivePump::FindStuck() {
     }
 }
 
-std::int64_t LivePump::ListenerNs() {
-    FindStuck();
-    const std::int64_t ClockNs = Time.NowNs();
-    std::int64_t Ns = ToldNs;
-    if (DeviceTells()) {
-        FrameTimer Since(HeardTime.RateHz());
-        Since.Start(SeenClockNs, Heard);
-        // Only while it is known to play: one that gets ready stands still.
-        const std::int64_t MostUnseenNs = (TurnMs() + LateMs) * NsPerMs;
-        const std::int64_t SeenNs = std::min(ClockNs - SurelyNs, SeenClockNs + MostUnseenNs);
-        const bool PlaysOn = Sounds && SeenNs > SeenClockNs;
-        Ns = HeardTime.NsOf(PlaysOn ? std::min(Since.FramesAt(SeenNs), Written) : Heard);
-    } else if (Mode != Phase::Sounding || Missing) {
-        Ns = FreeNs + ClockNs - FreeClockNs;
-    }
-    return ToldNs = std::max(ToldNs, Ns);
-}
-
 void LivePump::FallSilent(Happening Why, int Error) {
-    if (DeviceTells()) {
-        FreeNs = ToldNs = std::max(ToldNs, HeardTime.NsOf(Heard));
-        FreeClockNs = Time.NowNs();
-    }  // else it has been silent since the run began, or longer
+    Listener.LoseDevice();
     Mode = Phase::Silent;
     if (!std::exchange(Missing, true)) Note(Why, Error);
 }
 
 void LivePump::EndRun() {
-    CutNs = DeviceTells() ? std::max(ToldNs, HeardTime.NsOf(Heard)) : ListenerNs();
-    FreeNs = ToldNs = CutNs;
-    FreeClockNs = Time.NowNs();
+    CutNs = Listener.End();
     Mode = Phase::Idle;
     ++RunNumber;
     Run = {};

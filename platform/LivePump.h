@@ -12,17 +12,13 @@
 
 #include "platform/Clock.h"
 #include "platform/FrameSource.h"
-#include "platform/FrameTimer.h"
-#include "platform/OutputConverter.h"
+#include "platform/ListenerTime.h"
+#include "platform/LiveFrames.h"
+#include "platform/LiveOptions.h"
 #include "platform/OutputDevice.h"
 #include "platform/StreamFormat.h"
 
 namespace Tolvar {
-
-struct LiveOptions {
-    int LatencyMs = 60;  ///< of sound that the device is given ahead
-    int FadeMs = 5;      ///< of the ramps at the edges of what is played; 0: none
-};
 
 /// What a live output is to play.
 struct LiveRun {
@@ -34,7 +30,6 @@ struct LiveRun {
 
 /// The two sides of a live output: what the apartment asks, under a lock that is never kept during
 /// a call of the device, and Turn, the round of the render thread that keeps the device full.
-/// Counters are frames of the device unless a name says otherwise, and only grow within a run.
 class LivePump {
   public:
     LivePump(std::unique_ptr<OutputDevice> Device, const Clock& Time, LiveOptions Options);
@@ -72,33 +67,25 @@ class LivePump {
     };
 
     // Of both sides; the lock is held.
-    std::int64_t ListenerNs();
     void FindStuck();
-    bool Adopted() const { return Mode == Phase::Sounding && AdoptedRun == RunNumber; }
-    /// Whether the device tells the listener's time; one that was missed has to be heard first.
-    bool DeviceTells() const { return Adopted() && (Heard > 0 || !Missing); }
     void FallSilent(Happening Why, int Error);
     void EndRun();
     void Note(Happening What, int Value);
     std::string TextOf(const Notice& Of) const;
 
     // The render thread's; the lock is free.
+    std::int64_t Round(bool& Going);
     std::int64_t Play(std::uint64_t Number);
     std::int64_t Retry(std::uint64_t Number);
     std::int64_t Linger();
     bool Start(std::uint64_t Number);
     int OpenDevice(const LiveRun& For);
-    void Adopt(std::uint64_t Number, const LiveRun& Taken);
+    bool Adopt(std::uint64_t Number, const LiveRun& Taken);
     bool Measure();
     bool Feed();
-    bool Produce();
-    std::size_t ReadAhead();
-    void Append(std::span<const std::int16_t> Samples);
-    void Remember(std::span<const std::int16_t> Samples);
+    std::size_t ReadSource(std::int64_t Frame, std::span<std::int16_t> Into);
     void RunDry();
-    void SawHeard(std::int64_t Frames, std::int64_t SlackFrames = 0);
-    std::int64_t Round(bool& Going);
-    void FlushRun();
+    void SawHeard(std::int64_t Told, std::int64_t SlackFrames = 0);
     bool Lose(Happening Why, int Error);
     void Quieten();
     void DropAll(std::int64_t TakenBack);
@@ -117,7 +104,8 @@ class LivePump {
     const Clock& Time;
     const LiveOptions Options;
 
-    // Guarded by Lock.
+    // Guarded by Lock. What the listener's time knows of a device is written by the render thread
+    // alone, which reads that without it.
     std::mutex Lock;
     std::condition_variable ToThread;     // something is asked of the render thread
     std::condition_variable ToApartment;  // it has been done
@@ -125,16 +113,7 @@ class LivePump {
     Phase Mode = Phase::Idle;
     LiveRun Run;
     std::uint64_t RunNumber = 0;
-    std::uint64_t AdoptedRun = 0;  // the run that the counters are of
-    FrameTimer RunTime{1};         // the listener's time of the run's frames
-    FrameTimer HeardTime{1};       // and of the device's, counted as the two below
-    std::int64_t Written = 0;
-    std::int64_t Heard = 0;
-    std::int64_t SeenClockNs = 0;   // the clock's when Heard was seen
-    bool Sounds = false;            // it has played on since it began or ran dry
-    std::int64_t FreeNs = 0;        // the listener's time where no device went on telling it,
-    std::int64_t FreeClockNs = 0;   // and the clock's, with which it goes on
-    std::int64_t ToldNs = 0;        // never told less again
+    ListenerTime Listener;
     std::int64_t CallClockNs = -1;  // the clock's when the device was called; -1: it is not
     bool Missing = false;           // it has been said that the device is not there
     bool CutWanted = false;
@@ -147,24 +126,15 @@ class LivePump {
     int NoticesLost = 0;
 
     // The render thread's own.
-    StreamFormat Opened;         // as it is open; no channels while it is not
-    StreamFormat Asked;          // when it was opened
-    std::uint64_t PlaysRun = 0;  // 0: none
-    StreamFormat Source;
-    std::unique_ptr<OutputConverter> Converter;
-    OutputConverter::Output ToPending;
-    std::vector<std::int16_t> Ahead;    // read from the source
-    std::vector<std::int16_t> Pending;  // for the device
-    std::size_t PendingFrom = 0;        // samples of it that it has taken
-    std::vector<std::int16_t> Recent;   // what it took last, round and round, for fading out
-    std::int64_t NextFrame = 0;         // of the source
-    std::int64_t Made = 0;              // frames of the run that were brought to Pending
-    std::uint64_t ServedRun = 0;        // the one that this round is about
-    int Underruns = 0;                  // of the run
-    int DryLooks = 0;                   // at the device, one after the other, that found it dry
-    bool Dry = false;                   // the source had nothing more
-    std::int64_t StartClockNs = -1;     // the clock's at the first write; -1: none yet
-    std::int64_t ProgressClockNs = 0;   // the clock's when Heard last grew
+    LiveFrames Frames;
+    StreamFormat Opened;               // as it is open; no channels while it is not
+    StreamFormat Asked;                // when it was opened
+    std::uint64_t PlaysRun = 0;        // 0: none
+    std::uint64_t ServedRun = 0;       // the one that this round is about
+    int Underruns = 0;                 // of the run
+    int DryLooks = 0;                  // at the device, one after the other, that found it dry
+    std::int64_t StartClockNs = -1;    // the clock's at the first write; -1: none yet
+    std::int64_t ProgressClockNs = 0;  // the clock's when more was heard last
     std::int64_t QuietClockNs = 0;
     std::int64_t RetryDueNs = 0;
 };

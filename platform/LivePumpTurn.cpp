@@ -4,7 +4,6 @@
 #include <exception>
 #include <utility>
 
-#include "platform/EdgeRamps.h"
 #include "platform/LivePump.h"
 
 // The render thread's side.
@@ -17,13 +16,7 @@ constexpr std::int64_t RetryEveryNs = NsPerSecond;
 constexpr std::int64_t StandStillNs = 2 * NsPerSecond;  // wireless ones take a while to start
 constexpr std::int64_t KeepMs = 2;     // what the device is about to play is not taken back
 constexpr std::int64_t SlackMs = 200;  // for a device that fills buffers of its own first
-constexpr int PieceMs = 20;            // read from the source at a time
-constexpr std::size_t MostConverted = 1 << 15;  // samples that a resampler makes of one piece
 constexpr int MostDryLooks = 10;  // a server that is gone may take all it is given and play nothing
-
-std::size_t Index(std::int64_t Of) {
-    return static_cast<std::size_t>(Of);
-}
 
 }  // namespace
 
@@ -106,20 +99,18 @@ std::int64_t LivePump::Retry(std::uint64_t Number) {
     if (OpenDevice(For) < 0) return RetryEveryNs;
     Locked.lock();
     if (RunNumber != Number || Mode != Phase::Silent) return 0;
-    Run.Frame = RunTime.FramesAt(ListenerNs());
+    Run.Frame = Listener.FrameNow();
     Mode = Phase::Sounding;
-    AdoptedRun = 0;
     return 0;
 }
 
 std::int64_t LivePump::Play(std::uint64_t Number) {
     if (PlaysRun != Number && !Start(Number)) return 0;
     if (!Measure() || !Feed()) return 0;
-    const bool AllHeard = Dry && !Converter && PendingFrom == Pending.size() && Heard == Written;
-    if (!AllHeard) return TurnMs() * NsPerMs;
+    if (!Frames.AllTaken() || Listener.Heard() < Listener.Written()) return TurnMs() * NsPerMs;
     // The frames that a resampler made may be a little shorter than those that it was given.
     const auto Locked = Hold();
-    if (RunNumber == Number) ToldNs = std::max(ToldNs, RunTime.NsOf(NextFrame));
+    if (RunNumber == Number) Listener.HeardUpTo(Frames.NextFrame());
     return Forever;
 }
 
@@ -129,8 +120,7 @@ bool LivePump::Start(std::uint64_t Number) {
     if (RunNumber != Number) return false;
     Locked.unlock();
     if (const int Error = OpenDevice(For); Error < 0) return Lose(Happening::NotOpened, -Error);
-    Adopt(Number, For);
-    return true;
+    return Adopt(Number, For);
 }
 
 int LivePump::OpenDevice(const LiveRun& For) {
@@ -146,29 +136,16 @@ int LivePump::OpenDevice(const LiveRun& For) {
     return 0;
 }
 
-// All that is allocated for a run is allocated here.
-void LivePump::Adopt(std::uint64_t Number, const LiveRun& Taken) {
-    Source = Taken.Format;
-    Converter = std::make_unique<OutputConverter>(Source, Opened);
-    Ahead.resize(Index(std::max(1, Source.RateHz * PieceMs / 1000) * Source.Channels));
-    Recent.assign(Index(FramesIn(Options.LatencyMs + SlackMs) * Opened.Channels), 0);
-    Pending.clear();
-    Pending.reserve(Recent.size() + MostConverted);
-    PendingFrom = 0;
-    NextFrame = Taken.Frame;
-    Made = 0;
+bool LivePump::Adopt(std::uint64_t Number, const LiveRun& Taken) {
+    Frames.Begin(Taken.Format, Opened, Taken.Frame);
     Underruns = DryLooks = 0;
-    Dry = false;
     StartClockNs = -1;
     ProgressClockNs = Time.NowNs();
-    PlaysRun = Number;
-
     const auto Locked = Hold();
-    HeardTime = FrameTimer(Opened.RateHz);
-    HeardTime.Start(RunTime.NsOf(Taken.Frame), 0);
-    Written = Heard = 0;
-    Sounds = false;
-    AdoptedRun = Number;
+    if (RunNumber != Number || Mode != Phase::Sounding) return false;
+    Listener.Adopt(Opened.RateHz, Taken.Frame);
+    PlaysRun = Number;
+    return true;
 }
 
 /// No device can have played more by then, nor one that takes everything at once.
@@ -177,127 +154,77 @@ std::int64_t LivePump::MostHeard(std::int64_t ClockNs) const {
     if (StartClockNs < 0) return 0;
     FrameTimer Played(Opened.RateHz);
     Played.Start(StartClockNs, 0);
-    const std::int64_t Frames = Played.FramesAt(ClockNs);
-    return Frames + Frames / MostDriftPart;
+    const std::int64_t Nominal = Played.FramesAt(ClockNs);
+    return Nominal + Nominal / MostDriftPart;
 }
 
 bool LivePump::Measure() {
     if (StartClockNs < 0) return true;
     const long HeldFrames = Calling([](OutputDevice& Of) { return Of.Held(); });
     if (HeldFrames == -EPIPE) {
-        if (Written > 0 && !Dry) ++DryLooks;
+        if (Listener.Written() > 0 && !Frames.SourceIsDry()) ++DryLooks;
         RunDry();
     } else if (HeldFrames < 0) {
         return Lose(Happening::Lost, static_cast<int>(-HeldFrames));
     } else {
-        SawHeard(Written - HeldFrames);
+        SawHeard(Listener.Written() - HeldFrames);
         if (HeldFrames > 0) DryLooks = 0;
     }
     if (DryLooks > MostDryLooks) return Lose(Happening::Lost, EPIPE);
-    if (Heard < Written && Time.NowNs() - ProgressClockNs > StandStillNs) {
+    if (Listener.Heard() < Listener.Written() && Time.NowNs() - ProgressClockNs > StandStillNs) {
         return Lose(Happening::StoodStill, 0);
     }
     return true;
 }
 
 void LivePump::RunDry() {
-    SawHeard(Written);
-    if (Written > 0 && !Dry) ++Underruns;
+    SawHeard(Listener.Written());
+    if (Listener.Written() > 0 && !Frames.SourceIsDry()) ++Underruns;
     const auto Locked = Hold();
-    Sounds = false;
+    Listener.RanDry();
 }
 
 /// SlackFrames: by which it may be more than the clock allows.
-void LivePump::SawHeard(std::int64_t Frames, std::int64_t SlackFrames) {
+void LivePump::SawHeard(std::int64_t Told, std::int64_t SlackFrames) {
     const std::int64_t ClockNs = Time.NowNs();
-    const std::int64_t Seen = std::min(Frames, MostHeard(ClockNs) + SlackFrames);
+    const std::int64_t Seen = std::min(Told, MostHeard(ClockNs) + SlackFrames);
     const auto Locked = Hold();
-    Sounds = Seen > Heard || (Sounds && Seen == Heard);
-    if (Seen > Heard || Heard == Written) ProgressClockNs = ClockNs;
-    Heard = std::max(Heard, Seen);
-    SeenClockNs = ClockNs;
-    if (Heard > 0 && std::exchange(Missing, false)) Note(Happening::Back, 0);
+    const bool IsWaitedFor = Listener.Heard() < Listener.Written();
+    if (Seen > Listener.Heard() || !IsWaitedFor) ProgressClockNs = ClockNs;
+    Listener.Saw(Seen);
+    const bool IsHeard = Listener.HasDevice() && Listener.Heard() > 0;
+    if (IsHeard && std::exchange(Missing, false)) Note(Happening::Back, 0);
 }
 
-/// Until the device takes less than it is offered: it is full then, and not asked once more.
+/// Until the device takes less than it is offered: then it is full, and not asked once more. What
+/// a resampler holds back is brought out late: until it is due, more may come.
 bool LivePump::Feed() {
     const std::int64_t Most = MostHeard(Time.NowNs()) + FramesIn(Options.LatencyMs + SlackMs);
-    for (int Stumbles = 0; Written < Most && Stumbles < 3;) {
-        if (PendingFrom == Pending.size() && !Produce()) return true;
-        const auto Left = std::span<const std::int16_t>(Pending).subspan(PendingFrom);
+    for (int Stumbles = 0; Listener.Written() < Most && Stumbles < 3;) {
+        const std::int64_t Unheard = Listener.Written() - Listener.Heard();
+        const auto Left = Frames.Next(Unheard <= FramesIn(2 * TurnMs()));
+        if (Left.empty()) return true;
         const long Taken = Calling([Left](OutputDevice& To) { return To.Write(Left); });
         if (Taken == -EPIPE) {
             RunDry();
             ++Stumbles;
         } else if (Taken < 0) {
             return Lose(Happening::Lost, static_cast<int>(-Taken));
-        } else if (Taken == 0) {
-            return true;
-        } else {
+        } else if (Taken > 0) {
             if (StartClockNs < 0) StartClockNs = Time.NowNs();
-            const auto Samples = Left.first(Index(Taken * Opened.Channels));
-            Remember(Samples);
-            PendingFrom += Samples.size();
+            Frames.Took(Taken);
             const auto Locked = Hold();
-            Written += Taken;
-            if (PendingFrom < Pending.size()) return true;
+            Listener.Took(Taken);
         }
+        if (Taken >= 0 && Taken * Opened.Channels < std::ssize(Left)) return true;
     }
     return true;
 }
 
-/// As much as the device holds: one that starts with little runs dry at once.
-bool LivePump::Produce() {
-    const std::int64_t Wanted = FramesIn(Options.LatencyMs);
-    Pending.clear();
-    PendingFrom = 0;
-    while (std::ssize(Pending) < Wanted * Opened.Channels) {
-        const std::size_t Frames = ReadAhead();
-        Dry = Frames == 0;
-        if (Dry) {
-            FlushRun();
-            return !Pending.empty();
-        }
-        if (!Converter) Converter = std::make_unique<OutputConverter>(Source, Opened);
-        Converter->Convert(std::span(Ahead).first(Frames * Index(Source.Channels)), ToPending);
-    }
-    return true;
-}
-
-/// What a resampler holds back is brought out late: until it is due, more may come.
-void LivePump::FlushRun() {
-    if (Written - Heard > FramesIn(2 * TurnMs())) return;
-    if (Converter) Converter->Flush(ToPending);
-    Converter.reset();
-}
-
-std::size_t LivePump::ReadAhead() {
+std::size_t LivePump::ReadSource(std::int64_t Frame, std::span<std::int16_t> Into) {
     const auto Locked = Hold();
     if (RunNumber != PlaysRun || Mode != Phase::Sounding || CutWanted) return 0;
-    const std::size_t Frames = Run.Source->ReadAhead(NextFrame, Ahead);
-    NextFrame += static_cast<std::int64_t>(Frames);
-    return Frames;
-}
-
-/// What a run begins with rises from silence.
-void LivePump::Append(std::span<const std::int16_t> Samples) {
-    const std::int64_t Ramp = FramesIn(Options.FadeMs);
-    const auto First = static_cast<std::ptrdiff_t>(Pending.size());
-    Pending.insert(Pending.end(), Samples.begin(), Samples.end());
-    for (auto At = Pending.begin() + First; At != Pending.end() && Made < Ramp; ++Made) {
-        for (int Channel = 0; Channel < Opened.Channels; ++Channel, ++At)
-            *At = Ramped(*At, Made, Ramp);
-    }
-}
-
-void LivePump::Remember(std::span<const std::int16_t> Samples) {
-    if (Options.FadeMs == 0) return;
-    std::size_t To = Index(Written * Opened.Channels) % Recent.size();
-    for (; !Samples.empty(); To = 0) {
-        const std::size_t Count = std::min(Samples.size(), Recent.size() - To);
-        std::copy_n(Samples.begin(), Count, Recent.begin() + static_cast<std::ptrdiff_t>(To));
-        Samples = Samples.subspan(Count);
-    }
+    return Run.Source->ReadAhead(Frame, Into);
 }
 
 bool LivePump::Lose(Happening Why, int Error) {
@@ -335,27 +262,21 @@ void LivePump::Quieten() {
 void LivePump::DropAll(std::int64_t TakenBack) {
     const long Dropped = Calling([](OutputDevice& Of) { return Of.Drop(); });
     if (Dropped < 0) return Close();
-    SawHeard(Written - TakenBack - Dropped, FramesIn(SlackMs));
+    SawHeard(Listener.Written() - TakenBack - Dropped, FramesIn(SlackMs));
 }
 
 /// All but what is as good as heard, if there is enough of it for a ramp.
 std::int64_t LivePump::TakeBack(std::int64_t Ramp) {
-    const std::int64_t Most = std::ssize(Recent) / Opened.Channels;
+    const std::int64_t Most = Frames.MostKept();
     const std::int64_t Keep = FramesIn(KeepMs);
     return Calling([=](OutputDevice& Of) { return Of.TakeBack(Keep, Ramp, Most); });
 }
 
 /// The first frames that were taken back fall to silence; they are heard, but not counted.
 void LivePump::FadeOut(std::int64_t Ramp, std::int64_t TakenBack) {
-    const std::size_t Channels = Index(Opened.Channels);
-    SawHeard(Written - TakenBack, FramesIn(SlackMs));
-    Pending.clear();
-    for (std::int64_t Frame = 0; Frame < Ramp; ++Frame) {
-        const std::size_t From = Index(Written - TakenBack + Frame) * Channels % Recent.size();
-        for (std::size_t Channel = 0; Channel < Channels; ++Channel)
-            Pending.push_back(Ramped(Recent[From + Channel], Ramp - 1 - Frame, Ramp));
-    }
-    Calling([this](OutputDevice& To) { return To.Write(Pending); });
+    SawHeard(Listener.Written() - TakenBack, FramesIn(SlackMs));
+    const auto Fading = Frames.Fading(TakenBack, Ramp);
+    Calling([Fading](OutputDevice& To) { return To.Write(Fading); });
 }
 
 void LivePump::Close() {
