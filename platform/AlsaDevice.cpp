@@ -108,14 +108,13 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     return Result;
 }
 
+// The library waits for room for a whole period when it is given more than there is room for.
 long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
-    long Frames = std::ssize(Samples) / Channels;
-    if (MostFrames < BufferFrames) {
-        const long Room = snd_pcm_avail(Pcm.get());
-        if (Room < 0) return Recovered(Room);
-        Frames = std::min(Frames, MostFrames - (BufferFrames - Room));
-        if (Frames <= 0) return 0;
-    }
+    const long Room = snd_pcm_avail(Pcm.get());
+    if (Room < 0) return Recovered(Room);
+    const long Wanted = std::min(Room, MostFrames - (BufferFrames - Room));
+    const long Frames = std::min<long>(std::ssize(Samples) / Channels, Wanted);
+    if (Frames <= 0) return 0;
     const long Taken =
         snd_pcm_writei(Pcm.get(), Samples.data(), static_cast<snd_pcm_uframes_t>(Frames));
     if (Taken < 0) return Recovered(Taken);
