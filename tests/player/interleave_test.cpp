@@ -115,13 +115,14 @@ TEST(Interleave, PlacesTheFramesOfOneFile) {
     });
 }
 
-TEST(Interleave, NamesTheFirstSampleOfTheLeftChannelThatHasMoreThanEightBits) {
+TEST(Interleave, NamesTheFirstSampleThatHasMoreThanEightBitsTheLeftChannelsFirst) {
     Stored Frames(16, 0, 0);
     for (const std::int16_t Sample : std::initializer_list<std::int16_t>{1, 200, 2, 3, 150, 4})
         Frames.Put(16, Sample);
-    const SampleRun Left{.Count = 3, .From = Frames.Bytes.data(), .Layout = {2, 16}};
-    SampleRun Right = Left;
-    Right.From += 2;
+    const auto Run = [&](int Channel, std::int64_t Count) {
+        return SampleRun{
+            .Count = Count, .From = Frames.Bytes.data() + 2 * Channel, .Layout = {2, 16}};
+    };
     std::int16_t Stream[6];
     const auto Told = [&](auto&&... Runs) -> std::string {
         try {
@@ -131,9 +132,15 @@ TEST(Interleave, NamesTheFirstSampleOfTheLeftChannelThatHasMoreThanEightBits) {
         }
         return "";
     };
-    EXPECT_EQ(Told(Left, Right), Told(Left));
-    EXPECT_NE(Told(Right), Told(Left));
-    EXPECT_NE(Told(Left), "");
+    const std::string Left = Told(Run(0, 3));
+    const std::string Right = Told(Run(1, 3));
+    EXPECT_NE(Left, "");
+    EXPECT_NE(Right, "");
+    EXPECT_NE(Left, Right);
+    EXPECT_EQ(Told(Run(0, 3), Run(1, 3)), Left);
+    EXPECT_EQ(Told(Run(0, 2), Run(1, 2)), Right);
+    EXPECT_EQ(Told(Run(1, 3), Run(0, 3)), Right);
+    EXPECT_EQ(Told(SampleRun{.Count = 3}, Run(1, 3)), Right);
 }
 
 }  // namespace
