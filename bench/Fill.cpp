@@ -75,7 +75,8 @@ class Subject {
     LoadedPlayer Loaded;
 };
 
-/// The same bytes by themselves, into a double buffer too.
+/// The same bytes by themselves: those that lie in the file read, those of the segment moved into a
+/// double buffer.
 class Mover {
   public:
     Mover(const Kind& Which, const std::string& Path)

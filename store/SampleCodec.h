@@ -14,6 +14,7 @@ struct SampleLayout {
 
     /// Channels 1 or 2 and bits 8 or 16; nothing else can be read.
     bool IsKnown() const;
+    bool operator==(const SampleLayout&) const = default;
 
     std::int64_t FrameBytes() const { return std::int64_t{Channels} * (Bits / 8); }
 

@@ -7,7 +7,6 @@ namespace Tolvar {
 namespace {
 
 constexpr std::size_t LeastChunk = 64 * 1024;  // words
-constexpr std::int16_t Silence[RunWalk::PieceLen] = {};
 
 }  // namespace
 
@@ -35,25 +34,16 @@ std::int64_t RunWalk::Most() const {
     return Of.empty() ? 0 : std::min(Of.front().Count - Taken, PieceLen);
 }
 
-std::span<const std::int16_t> RunWalk::Next(std::int64_t Count) {
+SampleRun RunWalk::Next(std::int64_t Count) {
     const SampleRun& Run = Of.front();
-    const auto Samples = static_cast<std::size_t>(Count);
-    std::span<const std::int16_t> Found(Silence, Samples);
-    if (Run.From != nullptr) {
-        const std::byte* const From = Run.From + Taken * Run.Layout.FrameBytes();
-        if (Run.Layout.IsPlain()) {
-            Found = {reinterpret_cast<const std::int16_t*>(From), Samples};
-        } else {
-            SamplesFromFile(Run.Layout, From, {Piece, Samples});
-            Found = {Piece, Samples};
-        }
-    }
+    SampleRun Piece{.Count = Count, .Layout = Run.Layout};
+    if (Run.From != nullptr) Piece.From = Run.From + Taken * Run.Layout.FrameBytes();
     Taken += Count;
     if (Taken == Run.Count) {
         Of = Of.subspan(1);
         Taken = 0;
     }
-    return Found;
+    return Piece;
 }
 
 }  // namespace Tolvar

@@ -55,13 +55,12 @@ class RunWalk {
     /// Samples that the next piece may have at most; 0 at the end.
     std::int64_t Most() const;
 
-    /// The next Count samples, 1 to Most(); valid until the next call.
-    std::span<const std::int16_t> Next(std::int64_t Count);
+    /// The next Count samples, 1 to Most(), as they lie.
+    SampleRun Next(std::int64_t Count);
 
   private:
     std::span<const SampleRun> Of;
     std::int64_t Taken = 0;  // samples of the first run in Of
-    std::int16_t Piece[PieceLen];
 };
 
 }  // namespace Tolvar

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
+
+#include "store/SampleRuns.h"
 
 namespace Tolvar {
 
@@ -12,10 +13,10 @@ struct SegmentOrder {
 };
 
 /// Writes Left, or Left and Right alternately (both of one length), to Stream as 16-bit samples.
-/// Stream has room for all of them. RuntimeFailure(Overflow) when EightBits and a sample lies
-/// outside -128..127.
-void Interleave(std::span<const std::int16_t> Left, SegmentOrder Order, std::int16_t* Stream);
-void Interleave(std::span<const std::int16_t> Left, std::span<const std::int16_t> Right,
-                SegmentOrder Order, std::int16_t* Stream);
+/// The runs have at most RunWalk::PieceLen samples, and Stream has room for all of them.
+/// RuntimeFailure(Overflow) when EightBits and a sample lies outside -128..127.
+void Interleave(const SampleRun& Left, SegmentOrder Order, std::int16_t* Stream);
+void Interleave(const SampleRun& Left, const SampleRun& Right, SegmentOrder Order,
+                std::int16_t* Stream);
 
 }  // namespace Tolvar
