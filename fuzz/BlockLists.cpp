@@ -49,15 +49,19 @@ struct Shelf {
     }
 };
 
-/// Reads at the edges of every block, and brings what is short into memory.
+/// Reads at the edges of every block, and brings them into memory if they are short.
 void Read(Shelf& At, BlockCarrBuffClass& Carrier, const std::vector<std::int32_t>& Set) {
     std::vector<std::int16_t> Samples(50);
+    // Blocks may lie over each other, so that any of them may be the one that holds a sample.
+    const bool AllShort = std::all_of(Set.begin() + 1, Set.end(), [&](std::int32_t Blk) {
+        return At.Store.Block(Blk).BlkLen <= MostLoaded;
+    });
     for (std::size_t Entry = 1; Entry < Set.size(); ++Entry) {
         const BlockRec& Block = At.Store.Block(Set[Entry]);
         const std::int32_t Start = Block.BlkStartPos;
         for (const std::int32_t From : {Start, Start > 20 ? Start - 20 : Start})
             Accepted([&] { Carrier.QuickBuffGet(From, Samples); });
-        if (Block.BlkLen <= MostLoaded) Accepted([&] { Carrier.WaveLR(Start, 7); });
+        if (AllShort) Accepted([&] { Carrier.WaveLR(Start, 7); });
     }
 }
 
