@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,7 @@
 #include "server/PlayDllClass.h"
 #include "store/BlockCarrBuffClass.h"
 #include "store/WoroFileBlockMod.h"
+#include "tests/player/FaultyDevices.h"
 #include "tests/support/BlockLists.h"
 #include "tests/support/Fakes.h"
 
@@ -34,29 +37,13 @@ struct TestWave {
 
 /// A whole server on the virtual clock with ears on its sound card.
 struct Studio {
-    explicit Studio(EngineOrder Engine = EngineOrder::WaveOut, bool WithDevice = true)
-        : Studio(Engine, WithDevice ? std::make_unique<ListeningSink>() : nullptr, SinkRate{}) {}
-
-    Studio(EngineOrder Engine, std::unique_ptr<ListeningSink> Given, SinkRate Rate)
+    explicit Studio(EngineOrder Engine = EngineOrder::WaveOut,
+                    std::unique_ptr<ListeningSink> Given = std::make_unique<ListeningSink>(),
+                    SinkRate Rate = {})
         : Ears(Given.get()),
           Card(Home, {std::move(Given), nullptr}, Rate, Journal),
-          Device(Card),
-          Service(Card, Journal),
-          Os{Home,
-             Disk,
-             Box,
-             Journal,
-             Device,
-             Service,
-             [this] { return std::make_unique<DirectX7Root>(Card); }},
-          Store(Disk, Box, State),
-          Player(std::make_unique<PlayDllClass>(Os, State, Store, Engine)) {
-        Listen();
-    }
-
-    void Listen() {
+          Player(std::make_unique<PlayDllClass>(Os, State, *Store, Engine)) {
         Player->OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
-            Times.push_back(NowMs());
             Reports.push_back(Msg == "S2" ? std::string(Ttl)
                                           : std::string(Msg) + "|" + std::string(Ttl));
             if (OnReport) OnReport(Reports.back());
@@ -109,12 +96,10 @@ struct Studio {
         HandOver(W);
         ASSERT_EQ(Reports.back(), "Done");
         Reports.clear();
-        Times.clear();
     }
 
-    void Play(int Direction) { Direction == 1 ? Player->PlayAgain() : Player->PlayAgainRev(); }
-    void PlayAll(int Direction = 1) {
-        Play(Direction);
+    void PlayAll() {
+        Player->PlayAgain();
         EXPECT_TRUE(PlayOut());
     }
 
@@ -126,10 +111,7 @@ struct Studio {
     }
 
     /// The reports since the last call.
-    std::vector<std::string> Said() {
-        Times.clear();
-        return std::exchange(Reports, {});
-    }
+    std::vector<std::string> Said() { return std::exchange(Reports, {}); }
 
     /// The frames heard since the last call, without silence (frame 0 is none); stereo is checked
     /// for its sides. The run must be over.
@@ -158,7 +140,6 @@ struct Studio {
     }
 
     std::vector<std::string> Reports;
-    std::vector<std::int64_t> Times;  ///< of each of Reports, ms
     std::function<void(const std::string&)> OnReport;
     ListLog Journal;
     ListBox Box;
@@ -167,19 +148,36 @@ struct Studio {
     Apartment Home{Time, Journal};
     ListeningSink* Ears;  ///< the card's; null when there is no device
     SoundCard Card;
-    WaveOutDevice Device;
-    DlServiceLibrary Service;
-    System Os;
+    WaveOutDevice Device{Card};
+    DlServiceLibrary Service{Card, Journal};
+    FaultPlan DeviceFaults;
+    FaultyWaveOut FaultyDevice{Device, DeviceFaults};
+    FaultyLibrary FaultyService{Service, DeviceFaults, Journal};
+    System Os{Home, Disk, Box, Journal, FaultyDevice, FaultyService, [this] {
+                  RequireOfDevice(!DeviceFaults.Fails(), "refused");
+                  return std::make_unique<FaultyDirectX7>(std::make_unique<DirectX7Root>(Card),
+                                                          DeviceFaults);
+              }};
     PlayerState State;
-    WoroFileBlockMod Store;
+    std::unique_ptr<WoroFileBlockMod> Store = std::make_unique<WoroFileBlockMod>(Disk, Box, State);
     std::unique_ptr<PlayDllClass> Player;
 };
 
-/// From, From + 1, ... To, or down when To is less.
+inline constexpr std::array AllEngines{EngineOrder::Dx9, EngineOrder::Dx7, EngineOrder::WaveOut};
+
+/// What the console calls that engine.
+inline const char* NameOf(EngineOrder Engine) {
+    return std::array{"auto", "dx9", "dx7", "waveout"}[static_cast<std::size_t>(Engine)];
+}
+
+inline std::string EngineName(const ::testing::TestParamInfo<EngineOrder>& Info) {
+    return NameOf(Info.param);
+}
+
+/// From, From + 1, ... To.
 inline std::vector<int> Frames(int From, int To) {
-    std::vector<int> All;
-    for (int F = From; From <= To ? F <= To : F >= To; From <= To ? ++F : --F)
-        All.push_back(F);
+    std::vector<int> All(static_cast<std::size_t>(To - From + 1));
+    std::iota(All.begin(), All.end(), From);
     return All;
 }
 
