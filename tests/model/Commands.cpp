@@ -35,10 +35,10 @@ struct RealPlayer {
         Room.OnReport = [this](const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); };
         Room.TakeEngine();
     }
-    void HandOver(const MadeWave& Wave) {
-        Room.Player->WriteWaveMemo(Wave.Bits, Wave.Channels, Wave.Rate,
-                                   static_cast<std::int32_t>(Wave.Frames.size()),
-                                   ListOf(Wave.Blocks[0]), ListOf(Wave.Blocks[1]));
+    void HandOver(const std::shared_ptr<const MadeWave>& Wave) {
+        Room.Player->WriteWaveMemo(Wave->Bits, Wave->Channels, Wave->Rate,
+                                   static_cast<std::int32_t>(Wave->Frames.size()),
+                                   ListOf(Wave->Blocks[0]), ListOf(Wave->Blocks[1]));
     }
     void Say(const std::string& What) {
         Said.push_back("@" + std::to_string(Room.NowMs()) + " " + What);
@@ -47,15 +47,14 @@ struct RealPlayer {
 };
 
 /// What the player and its model are told alike; Side has the time as well.
-void Tell(const Command& Given, const std::vector<MadeWave>& Waves, auto& Side, auto& Player) {
-    const auto& [What, Value] = Given;
-    const double Factor = Value.value_or(0);
-    const auto Number = static_cast<std::int32_t>(Factor);
+void Tell(const Command& Given, auto& Side, auto& Player) {
+    const auto& [What, Value, Wave] = Given;
+    const auto Factor = static_cast<float>(Value.value_or(0));
+    const auto Number = static_cast<std::int32_t>(Value.value_or(0));
     if (What == "WriteWaveMemo") {
-        const MadeWave& Wave = Waves[static_cast<std::size_t>(Number)];
         Side.HandOver(Wave);
-        Player.PlayTempoFor(Wave.Tempo);
-        Player.PlayTempoRev(Wave.Tempo);
+        Player.PlayTempoFor(Factor);
+        Player.PlayTempoRev(Factor);
     }
     if (What == "PlayAgain") Player.PlayAgain();
     if (What == "PlayAgainRev") Player.PlayAgainRev();
@@ -66,8 +65,8 @@ void Tell(const Command& Given, const std::vector<MadeWave>& Waves, auto& Side, 
     if (What == "PlayPause") Player.PlayPause();
     if (What == "PlayContinue") Player.PlayContinue();
     if (What == "LoopPlayON") Player.LoopPlayON(Number != 0);
-    if (What == "PlayTempoFor") Player.PlayTempoFor(static_cast<float>(Factor));
-    if (What == "PlayTempoRev") Player.PlayTempoRev(static_cast<float>(Factor));
+    if (What == "PlayTempoFor") Player.PlayTempoFor(Factor);
+    if (What == "PlayTempoRev") Player.PlayTempoRev(Factor);
     if (What == "UpdatePlayPosition") Player.UpdatePlayPosition();
     if (What == "PlayCurrentPosition") {
         Side.Say("= " + std::to_string(Player.PlayCurrentPosition()));
@@ -94,8 +93,8 @@ std::string Compared(std::vector<Each>& Is, std::vector<Each>& Should) {
 double RandomWait(Dice& Random, const ModelPlayer& Now) {
     if (Random.OneIn(5)) return Random.Between(0, 200);
     const std::int64_t Seg = Now.SegFrames();
-    const std::int64_t ToBorder = Seg - Now.FramesPlayed() % Seg;
-    const std::int64_t ToEnd = Now.FramesOfRun() - Now.FramesPlayed();
+    const std::int64_t ToBorder = Seg - Now.Played % Seg;
+    const std::int64_t ToEnd = Now.FramesOfRun() - Now.Played;
     const std::int64_t Frames =
         Random.OneIn(8) ? Random.Between(0, 5 * Seg)
                         : Random.Of(std::array{ToBorder, ToBorder + Seg, ToEnd, Seg / 2, Seg / 5});
@@ -111,7 +110,11 @@ double RandomFrame(Dice& Random, const ModelPlayer& Now) {
     return Random.Between(1, Now.Length());
 }
 
-constexpr int WavesOfTrial = 4;
+double RandomTempo(Dice& Random, const ModelPlayer&) {
+    if (Random.OneIn(2)) return Random.Of(std::array{1.0F, 0.5F, 1.5F, 2.0F, 0.7937F, 3.0F});
+    if (Random.OneIn(10)) return Random.Of(std::array{-1.0F, 0.0F, 40.0F, 80.0F, 1e9F});
+    return static_cast<float>(Random.Between(50, 6000)) / 1000;
+}
 
 struct Kind {
     std::string_view What;
@@ -119,7 +122,7 @@ struct Kind {
     double (*Value)(Dice&, const ModelPlayer&) = nullptr;
 };
 const std::array<Kind, 15> Kinds{
-    {{"WriteWaveMemo", 4, [](Dice& D, auto&) -> double { return D.Between(0, WavesOfTrial - 1); }},
+    {{"WriteWaveMemo", 4, RandomTempo},
      {"PlayAgain", 8},
      {"PlayAgainRev", 8},
      {"PlayUTurn", 12},
@@ -129,8 +132,8 @@ const std::array<Kind, 15> Kinds{
      {"PlayPause", 10},
      {"PlayContinue", 12},
      {"LoopPlayON", 6, [](Dice& D, auto&) -> double { return D.Between(0, 1); }},
-     {"PlayTempoFor", 5, [](Dice& D, auto&) -> double { return RandomTempo(D); }},
-     {"PlayTempoRev", 5, [](Dice& D, auto&) -> double { return RandomTempo(D); }},
+     {"PlayTempoFor", 5, RandomTempo},
+     {"PlayTempoRev", 5, RandomTempo},
      {"UpdatePlayPosition", 8},
      {"PlayCurrentPosition", 24},
      {"wait", 90, RandomWait}}};
@@ -139,8 +142,10 @@ Command RandomCommand(Dice& Random, const ModelPlayer& Now) {
     const Kind* Made = &Random.Of(Kinds);
     while (Random.Between(1, 90) > Made->Often)
         Made = &Random.Of(Kinds);
-    if (Made->Value == nullptr) return {Made->What, {}};
-    return {Made->What, Made->Value(Random, Now)};
+    Command Given{Made->What};
+    if (Made->Value != nullptr) Given.Value = Made->Value(Random, Now);
+    if (Given.What == "WriteWaveMemo") Given.Wave = MakeWave(Random);
+    return Given;
 }
 
 // Scripts.
@@ -150,23 +155,22 @@ std::string Script(const Trial& Of) {
     Text.precision(10);
     Text << "# waveplay script --engine " << NameOf(Of.Engine) << " script | diff expected -\n"
          << "# What is heard: --rate native --device wav:heard.wav\nDxObj 1\n";
-    for (const auto& [What, Value] : Of.Commands) {
-        if (What != "WriteWaveMemo") {
+    for (const auto& [What, Value, Wave] : Of.Commands) {
+        if (!Wave) {
             Text << What;
             if (Value) Text << " " << *Value;
             Text << "\n";
             continue;
         }
-        const MadeWave& Wave = Of.Waves[static_cast<std::size_t>(*Value)];
         for (const bool Right : {false, true}) {
-            for (const ListEntry& B : Wave.Blocks[Right])
+            for (const ListEntry& B : Wave->Blocks[Right])
                 Text << "block " << (Right ? "R " : "L ") << B.Type << " " << B.Len << " "
                      << B.Start << " " << B.FilePos << " " << B.Channels << " " << B.Bits << " \""
                      << B.Name << "\"\n";
         }
-        Text << What << " " << Wave.Bits << " " << Wave.Channels << " " << Wave.Rate << " "
-             << Wave.Frames.size() << "\nPlayTempoFor " << Wave.Tempo << "\nPlayTempoRev "
-             << Wave.Tempo << "\n";
+        Text << What << " " << Wave->Bits << " " << Wave->Channels << " " << Wave->Rate << " "
+             << Wave->Frames.size() << "\nPlayTempoFor " << *Value << "\nPlayTempoRev " << *Value
+             << "\n";
     }
     return Text.str() + "StopPlay\n";
 }
@@ -175,7 +179,7 @@ std::string Expected(const Trial& Of) {
     ModelPlayer Model{Of.Engine};
     Model.Say(Of.Engine == EngineOrder::WaveOut ? "= 2" : "= 1");
     for (const Command& Each : Of.Commands)
-        Tell(Each, Of.Waves, Model, Model);
+        Tell(Each, Model, Model);
     Model.StopPlay();
     Model.Say("event \"S2\" \"Driver is Off\"");  // the editor lets go
     std::string Text;
@@ -188,12 +192,10 @@ std::string Expected(const Trial& Of) {
 
 Trial RandomTrial(EngineOrder Engine, std::uint32_t Seed, int Count) {
     Dice Random(Seed);
-    Trial Made{Engine, {}, {{"WriteWaveMemo", 0}}};
-    for (int I = 0; I < WavesOfTrial; ++I)
-        Made.Waves.push_back(MakeWave(Random));
+    Trial Made{Engine, {{"WriteWaveMemo", 1, MakeWave(Random)}}};
     ModelPlayer Model(Engine);
     while (std::ssize(Made.Commands) < Count) {
-        Tell(Made.Commands.back(), Made.Waves, Model, Model);
+        Tell(Made.Commands.back(), Model, Model);
         Model.Heard.clear();
         Made.Commands.push_back(RandomCommand(Random, Model));
     }
@@ -204,14 +206,14 @@ std::string Trial::Difference() const {
     RealPlayer Real(Engine);
     ModelPlayer Model(Engine);
     std::vector<Command> All = Commands;
-    All.push_back({"StopPlay", {}});
+    All.push_back({"StopPlay"});
     for (const Command& Each : All) {
         try {
-            Tell(Each, Waves, Real, *Real.Room.Player);
+            Tell(Each, Real, *Real.Room.Player);
         } catch (const std::exception& Thrown) {
             return std::string("thrown: ") + Thrown.what();
         }
-        Tell(Each, Waves, Model, Model);
+        Tell(Each, Model, Model);
         Real.Say("in state " + std::to_string(Real.Room.Player->PlayRunningDx7State()));
         Model.Say("in state " + std::to_string(Model.State));
         std::string Differs = Compared(Real.Said, Model.Said);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,15 +14,15 @@ namespace Tolvar::Testing {
 
 /// One thing that an editor does.
 struct Command {
-    std::string_view What;  ///< as the console calls it
-    std::optional<double>
-        Value;  ///< a wave's index, a frame, milliseconds, a factor, a truth value
+    std::string_view What;             ///< as the console calls it
+    std::optional<double> Value = {};  ///< a frame, milliseconds, a factor or a truth value
+    /// A hand-over's. Both tempos are then set to its Value, so that they fit the wave's rate.
+    std::shared_ptr<const MadeWave> Wave = {};
 };
 
 /// An editor's session with one engine, for the player and for its model.
 struct Trial {
-    EngineOrder Engine = EngineOrder::Dx9;
-    std::vector<MadeWave> Waves;
+    EngineOrder Engine;
     std::vector<Command> Commands;
 
     /// Plays it on both, and then stops; how they first differ, or "".

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <limits>
+#include <memory>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "platform/Clock.h"
 #include "server/PlayDllClass.h"
 #include "tests/model/WaveMaker.h"
 
@@ -30,26 +30,25 @@ class ModelPlayer {
     }
 
     // Where it stands, for one who wants to meet it at an interesting moment.
-    std::int32_t Length() const { return static_cast<std::int32_t>(Wave.Frames.size()); }
-    std::int64_t FramesPlayed() const { return Played; }
+    std::int64_t Played = 0;  ///< frames of the run
+    std::int32_t Length() const { return static_cast<std::int32_t>(Wave->Frames.size()); }
     std::int64_t FramesOfRun() const { return Length() - StartOff; }
-    std::int32_t SegFrames() const { return 4 * Wave.Rate; }
-    std::int32_t Hz() const { return IsWaveOut() ? Wave.Rate : DeviceHz; }
+    std::int32_t SegFrames() const { return 4 * Wave->Rate; }
+    std::int32_t Hz() const { return IsWaveOut() ? Wave->Rate : DeviceHz; }
 
     // Commands.
 
-    void HandOver(const MadeWave& Given) {
+    void HandOver(std::shared_ptr<const MadeWave> Given) {
         Report("Writing to Play Buffer");
         StopPlay();
         if (IsWaveOut() && Length() > 0) FillEnded = true;  // the device was open, and is closed
         Direction = Next = 1;
-        Wave = Given;
+        Wave = std::move(Given);
         Played = 0;
         HasRun = false;
         if (!IsWaveOut()) {
             Buffer.assign(static_cast<std::size_t>(2 * SegFrames()), {});
-            SignalNo = SecondsTold = 0;
-            FirstsTold = 1;
+            HalvesTold = Engine == EngineOrder::Dx9 ? 1 : 0;
         }
         if (Engine == EngineOrder::Dx9) {
             Interval(Poll, std::max(1LL, std::llrint(4.0 / TempoFor * 25.0)));
@@ -76,7 +75,7 @@ class ModelPlayer {
         State = 3;
     }
     void PlayContinue() {
-        const std::int64_t From = Running ? NanoFrames() : Played * Giga;
+        const std::int64_t From = Running ? NanoFrames() : Played * NsPerSecond;
         if (IsWaveOut()) {
             if (!Running) SetOff(From);
             Stopping = false;
@@ -109,32 +108,21 @@ class ModelPlayer {
         for (Timer* Due = NextDue(); Due->DueNs <= EndNs; Due = NextDue()) {
             MoveTo(Due->DueNs);
             Arm(*Due, NowNs + Due->Ms * NsPerMs);
-            if (Due == &Signal) {
-                SignalDx7();
-            } else if (Due == &Countdown) {
-                EndOfPlay();
-            } else if (IsWaveOut()) {
-                PollWaveOut();
-            } else {
-                PollDx9();
-            }
+            (this->*Due->Fire)();
         }
         MoveTo(EndNs);
     }
 
   private:
-    static constexpr std::int64_t NsPerMs = 1'000'000;
-    static constexpr std::int64_t Giga = 1'000'000'000;
-    static constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
-
     /// One that fires goes on; one that is on is not started again.
     struct Timer {
-        std::int64_t Ms = 1;
-        std::int64_t DueNs = Never;
+        void (ModelPlayer::*Fire)();
+        std::int64_t Ms = 40;
+        std::int64_t DueNs = Forever;
         std::int64_t Order = 0;  // of timers that are due together, the first armed comes first
 
-        bool IsOn() const { return DueNs != Never; }
-        void Stop() { DueNs = Never; }
+        bool IsOn() const { return DueNs != Forever; }
+        void Stop() { DueNs = Forever; }
     };
     void Arm(Timer& Which, std::int64_t DueNs) {
         Which.DueNs = DueNs;
@@ -145,16 +133,15 @@ class ModelPlayer {
     }
     void Interval(Timer& Which, std::int64_t Ms) {
         Which.Ms = Ms;
-        if (std::exchange(Which.DueNs, Never) != Never) Start(Which);
+        if (std::exchange(Which.DueNs, Forever) != Forever) Start(Which);
     }
 
     void Report(const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); }
     bool IsWaveOut() const { return Engine == EngineOrder::WaveOut; }
     double Tempo() const { return Direction == 1 ? TempoFor : TempoRev; }
     float Clamped(float Factor) const {
-        const double Wanted = static_cast<double>(Factor) * Wave.Rate;
-        if (Wanted < 100) return static_cast<float>(100.0 / Wave.Rate);
-        return Wanted > 100'000 ? static_cast<float>(100'000.0 / Wave.Rate) : Factor;
+        const double Wanted = static_cast<double>(Factor) * Wave->Rate;
+        return static_cast<float>(std::clamp(Wanted, 100.0, 100'000.0) / Wave->Rate);
     }
     static std::int64_t RoundUp(std::int64_t Value, std::int64_t By) {
         return Value <= 0 ? 0 : (Value + By - 1) / By;
@@ -170,17 +157,15 @@ class ModelPlayer {
         FromNanoFrames = From;
         if (Engine == EngineOrder::Dx7) ArmSignal();
     }
-    /// The signals of a pass: at its first frame, in its middle and at its last frame.
+    /// DirectSound 7's next: the cursor enters a half.
     void ArmSignal() {
-        const std::int64_t Pass = std::ssize(Buffer);
-        const std::array Frames{std::int64_t{0}, Pass / 2, Pass - 1};
-        const auto Frame = SignalNo / 3 * Pass + Frames[static_cast<std::size_t>(SignalNo % 3)];
-        Arm(Signal, SinceNs + RoundUp(Frame * Giga - FromNanoFrames, Hz()));
+        const std::int64_t Frame = HalvesTold * SegFrames();
+        Arm(Signal, SinceNs + RoundUp(Frame * NsPerSecond - FromNanoFrames, Hz()));
     }
     void MoveTo(std::int64_t Ns) {
         NowNs = Ns;
         if (!Running) return;
-        std::int64_t Until = NanoFrames() / Giga;
+        std::int64_t Until = NanoFrames() / NsPerSecond;
         if (IsWaveOut()) Until = std::min<std::int64_t>(Until, std::ssize(Buffer));
         for (; Played < Until; ++Played)
             Hear();
@@ -189,12 +174,12 @@ class ModelPlayer {
     /// holds is heard behind the wave's end, without a run, and at a speed that leaves the poll
     /// behind.
     void Hear() {
-        const std::int32_t Mark = FormatMark(Wave.Channels, Hz());
+        const std::int32_t Mark = FormatMark(Wave->Channels, Hz());
         if (std::exchange(HeardFormat, Mark) != Mark) Heard.push_back(Mark);
         const bool IsWave = HasRun && !TooFast && Played < FramesOfRun();
         const auto Place = static_cast<std::size_t>(Played % std::ssize(Buffer));
         const WaveFrame& Frame = IsWave ? FrameOfRun(StartOff + Played + 1) : Buffer[Place];
-        Heard.insert(Heard.end(), Frame.begin(), Frame.begin() + Wave.Channels);
+        Heard.insert(Heard.end(), Frame.begin(), Frame.begin() + Wave->Channels);
     }
     void Halt() {
         State = 0;
@@ -214,14 +199,14 @@ class ModelPlayer {
     /// Counted from the edge that a run in this direction begins at.
     const WaveFrame& FrameOfRun(std::int64_t Number) const {
         return Wave
-            .Frames[static_cast<std::size_t>(Direction == 1 ? Number - 1 : Length() - Number)];
+            ->Frames[static_cast<std::size_t>(Direction == 1 ? Number - 1 : Length() - Number)];
     }
     /// At most a segment's.
     void NextFrames(auto Into) {
         Filled = std::min(SegFrames(), Length() - Next + 1);
         for (std::int32_t I = 0; I < Filled; ++I)
             *Into++ = FrameOfRun(Next++);
-        LastSegMs = static_cast<std::int32_t>(std::nearbyint(Filled * 1000.0 / Wave.Rate + 1));
+        LastSegMs = static_cast<std::int32_t>(std::nearbyint(Filled * 1000.0 / Wave->Rate + 1));
         if (Filled == SegFrames()) LastSegMs = 0;
     }
     void PlayFromEdge(int Towards) {
@@ -249,7 +234,7 @@ class ModelPlayer {
             WriteHalf(1);
             TooFast = false;
             TakeTempo();
-            Played = SignalNo = FirstsTold = SecondsTold = 0;
+            Played = HalvesTold = 0;
             SetOff(0);
             if (Engine == EngineOrder::Dx9) Start(Poll);
             if (LastSegMs > 0) ArmCountdown();
@@ -259,7 +244,7 @@ class ModelPlayer {
     }
     /// A segment that plays in less time than the DirectSound 9 poll takes is missed.
     void TakeTempo() {
-        DeviceHz = static_cast<std::int32_t>(std::nearbyint(Tempo() * Wave.Rate));
+        DeviceHz = static_cast<std::int32_t>(std::nearbyint(Tempo() * Wave->Rate));
         if (Engine == EngineOrder::Dx9 && Poll.Ms * DeviceHz >= 1000 * SegFrames()) TooFast = true;
     }
     void ArmCountdown() {
@@ -312,20 +297,18 @@ class ModelPlayer {
         }
     }
     void SignalDx7() {
-        const auto Which = SignalNo++ % 3;
+        const bool First = HalvesTold++ % 2 == 0;
         ArmSignal();
-        if (Which < 2) Refill(Which == 0 ? 2 : 1);
+        Refill(First ? 2 : 1);
     }
     void PollDx9() {
         Poll.Stop();
         if (!Running && !Looping) return;
         if (Running) {
-            const std::int64_t Firsts = Played / std::ssize(Buffer) + 1;
-            const std::int64_t Seconds = (Played + SegFrames()) / std::ssize(Buffer);
-            const bool First = Firsts > std::exchange(FirstsTold, Firsts);
-            const bool Second = Seconds > std::exchange(SecondsTold, Seconds);
-            if (First) Refill(2);
-            if (Second) Refill(1);
+            const std::int64_t Halves = Played / SegFrames() + 1;
+            const std::int64_t Before = std::exchange(HalvesTold, Halves);
+            if (Halves > Before + Before % 2) Refill(2);
+            if (Halves > Before + 1 - Before % 2) Refill(1);
         }
         Start(Poll);
     }
@@ -333,7 +316,7 @@ class ModelPlayer {
     // waveOut.
 
     void Queue() {
-        if (Running && Played == std::ssize(Buffer)) SetOff(Played * Giga);
+        if (Running && Played == std::ssize(Buffer)) SetOff(Played * NsPerSecond);
         LastQueuedStart = std::ssize(Buffer);
         NextFrames(std::back_inserter(Buffer));
         FillEnded = Filled < SegFrames();
@@ -359,7 +342,7 @@ class ModelPlayer {
     }
 
     EngineOrder Engine;
-    MadeWave Wave;
+    std::shared_ptr<const MadeWave> Wave = std::make_shared<MadeWave>();
     bool Looping = false;
     float TempoFor = 1;
     float TempoRev = 1;
@@ -377,14 +360,13 @@ class ModelPlayer {
 
     std::int64_t NowNs = 0;
     std::int64_t Orders = 0;
-    Timer Poll{40};
-    Timer Countdown{40};
-    Timer Signal;  // DirectSound 7: the cursor enters a segment, or the buffer's last frame
+    Timer Poll{IsWaveOut() ? &ModelPlayer::PollWaveOut : &ModelPlayer::PollDx9};
+    Timer Countdown{&ModelPlayer::EndOfPlay};
+    Timer Signal{&ModelPlayer::SignalDx7};
 
     // waveOut: all that was queued since the reset. DirectSound: the two segments.
     std::vector<WaveFrame> Buffer;
     bool Running = false;
-    std::int64_t Played = 0;
     std::int64_t SinceNs = 0;
     std::int64_t FromNanoFrames = 0;
     std::int32_t DeviceHz = 100;
@@ -396,12 +378,10 @@ class ModelPlayer {
     std::int64_t LastQueuedStart = 0;
 
     // DirectSound.
-    bool Marked = false;        // the countdown was armed and has not fired
-    bool EndSignalled = false;  // by the first crossing behind the last segment
-    std::int64_t LateMs = 0;    // by which the countdown was put off
-    std::int64_t SignalNo = 0;
-    std::int64_t FirstsTold = 1;
-    std::int64_t SecondsTold = 0;
+    bool Marked = false;          // the countdown was armed and has not fired
+    bool EndSignalled = false;    // by the first crossing behind the last segment
+    std::int64_t LateMs = 0;      // by which the countdown was put off
+    std::int64_t HalvesTold = 1;  // that the cursor has entered
 };
 
 }  // namespace Tolvar::Testing

@@ -75,12 +75,11 @@ const std::map<std::string, MemoryFiles::Bytes>& WaveFiles() {
     return Made;
 }
 
-MadeWave MakeWave(Dice& Random) {
+std::shared_ptr<const MadeWave> MakeWave(Dice& Random) {
     MadeWave Made;
     Made.Bits = Random.OneIn(3) ? 8 : 16;
     Made.Channels = Random.Between(1, 2);
     Made.Rate = RandomRate(Random);
-    Made.Tempo = RandomTempo(Random);
     const std::int32_t Length = RandomLength(Random, 4 * Made.Rate);
     Made.Frames.resize(static_cast<std::size_t>(Length));
     for (std::size_t Channel = 0; Channel < static_cast<std::size_t>(Made.Channels); ++Channel) {
@@ -94,13 +93,7 @@ MadeWave MakeWave(Dice& Random) {
             Made.Blocks[Channel].push_back(Block);
         }
     }
-    return Made;
-}
-
-float RandomTempo(Dice& Random) {
-    if (Random.OneIn(2)) return Random.Of(std::array{1.0F, 0.5F, 1.5F, 2.0F, 0.7937F, 3.0F});
-    if (Random.OneIn(10)) return Random.Of(std::array{-1.0F, 0.0F, 40.0F, 80.0F, 1e9F});
-    return static_cast<float>(Random.Between(50, 6000)) / 1000;
+    return std::make_shared<MadeWave>(std::move(Made));
 }
 
 }  // namespace Tolvar::Testing

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -38,7 +39,6 @@ struct MadeWave {
     std::int32_t Bits = 16;
     std::int32_t Channels = 0;
     std::int32_t Rate = 0;
-    float Tempo = 1;  ///< both are set to it behind the hand-over, so that they fit the rate
     std::array<std::vector<ListEntry>, 2> Blocks;  ///< left, right
     std::vector<WaveFrame> Frames;                 ///< 8-bit samples are scaled
 };
@@ -47,8 +47,6 @@ struct MadeWave {
 const std::map<std::string, MemoryFiles::Bytes>& WaveFiles();
 
 /// A wave of random format and length, of random blocks from the files and of silence.
-MadeWave MakeWave(Dice& Random);
-
-float RandomTempo(Dice& Random);
+std::shared_ptr<const MadeWave> MakeWave(Dice& Random);
 
 }  // namespace Tolvar::Testing

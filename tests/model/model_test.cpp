@@ -9,18 +9,16 @@
 namespace Tolvar::Testing {
 namespace {
 
-class Model : public ::testing::TestWithParam<EngineOrder> {};
+INSTANTIATE_TEST_SUITE_P(Model, EachEngine, ::testing::ValuesIn(AllEngines), EngineName);
 
-INSTANTIATE_TEST_SUITE_P(All, Model, ::testing::ValuesIn(AllEngines), EngineName);
-
-TEST_P(Model, ThePlayerDoesWhatTheModelDoes) {
+TEST_P(EachEngine, DoesWhatTheModelDoes) {
     for (std::uint32_t Seed = 1; Seed <= MODEL_TRIALS; ++Seed) {
         const Trial Tried = RandomTrial(GetParam(), Seed, 250);
         ASSERT_EQ(Tried.Difference(), "") << "seed " << Seed << "\n" << Explained(Tried);
     }
 }
 
-TEST_P(Model, AScriptReplaysWhatWasTried) {
+TEST_P(EachEngine, ReplaysInAScriptWhatWasTried) {
     const TempFolder Folder;
     RandomTrial(GetParam(), 7, 150).Write(Folder / ".");
     const std::string Line = "cd '" + Folder / "." +

@@ -9,7 +9,7 @@
 #include "platform/DirectX7.h"
 #include "platform/Log.h"
 #include "platform/RuntimeFailure.h"
-#include "platform/ServiceLibrary.h"
+#include "platform/ServiceLoader.h"
 #include "platform/SondervalService2.h"
 #include "platform/WaveOut.h"
 #include "tests/support/Fakes.h"
@@ -114,15 +114,15 @@ struct FaultyDirectX7 : Faulty<DirectX7> {
 
 /// The plan's calls find no library, or one whose entry point refuses (which the library writes to
 /// the log itself).
-class FaultyLibrary : public ServiceLibrary {
+class FaultyLibrary : public DlServiceLibrary {
   public:
-    FaultyLibrary(ServiceLibrary& Behind, FaultPlan& Plan, Log& TheJournal)
-        : Real(Behind), Faults(Plan), Journal(TheJournal) {}
+    FaultyLibrary(SoundCard& Card, FaultPlan& Plan, Log& TheJournal)
+        : DlServiceLibrary(Card, TheJournal), Faults(Plan), Journal(TheJournal) {}
 
     bool Refuses = false;
 
     void* Entry(const char* Name) override {
-        if (!Faults.Fails()) return Real.Entry(Name);
+        if (!Faults.Fails()) return DlServiceLibrary::Entry(Name);
         if (!Refuses) throw RuntimeFailure(FailureKind::Library, std::string("no ") + Name);
         Journal.Write(std::string(Name) + ": refused");
         const std::array All{Like(&Service01), Like(&Service02), Like(&Service03),
@@ -139,7 +139,6 @@ class FaultyLibrary : public ServiceLibrary {
         return reinterpret_cast<void*>(Refusing);
     }
 
-    ServiceLibrary& Real;
     FaultPlan& Faults;
     Log& Journal;
 };

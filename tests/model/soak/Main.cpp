@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -22,6 +23,7 @@ struct Holdings {
     long Descriptors = 0;
 
     static Holdings Now() {
+        malloc_trim(0);  // what is free is not held
         long Pages = 0;
         std::ifstream("/proc/self/statm") >> Pages >> Pages;
         const auto Bytes = static_cast<double>(Pages * sysconf(_SC_PAGESIZE));
@@ -29,15 +31,6 @@ struct Holdings {
         return {Bytes / (1 << 20), std::distance(begin(Open), end(Open))};
     }
 };
-
-/// False, and told, when player and model differ.
-bool IsSame(const Trial& Tried, std::uint32_t Seed) {
-    const std::string Difference = Tried.Difference();
-    if (Difference.empty()) return true;
-    std::printf("%s, seed %u: %s\n%s", NameOf(Tried.Engine), Seed, Difference.c_str(),
-                Explained(Tried).c_str());
-    return false;
-}
 
 }  // namespace
 
@@ -53,10 +46,15 @@ int main(int Count, char** Words) try {
     for (std::uint32_t Seed = First; Same && Done < Wanted; ++Seed) {
         for (const EngineOrder Engine : AllEngines) {
             const Trial Tried = RandomTrial(Engine, Seed, 250);
-            Same = Same && IsSame(Tried, Seed);
             Done += std::ssize(Tried.Commands);
-            for (const auto& [What, Value] : Tried.Commands)
+            for (const auto& [What, Value, Wave] : Tried.Commands)
                 Ms += What == "wait" ? *Value : 0;
+            const std::string Difference = Tried.Difference();
+            Same = Difference.empty();
+            if (Same) continue;
+            std::printf("%s, seed %u: %s\n%s", NameOf(Engine), Seed, Difference.c_str(),
+                        Explained(Tried).c_str());
+            break;
         }
         if (AtATenth.Descriptors == 0 && Done >= Wanted / 10) AtATenth = Holdings::Now();
     }
