@@ -46,12 +46,11 @@ class ModelPlayer {
         Wave = std::move(Given);
         Played = 0;
         HasRun = false;
-        if (!IsWaveOut()) {
-            Buffer.assign(static_cast<std::size_t>(2 * SegFrames()), {});
-            HalvesTold = Engine == EngineOrder::Dx9 ? 1 : 0;
-        }
+        HalvesTold = Engine == EngineOrder::Dx9 ? 1 : 0;
+        if (!IsWaveOut()) Buffer.assign(static_cast<std::size_t>(2 * SegFrames()), {});
         if (Engine == EngineOrder::Dx9) {
-            Interval(Poll, std::max(1LL, std::llrint(4.0 / TempoFor * 25.0)));
+            Poll.Ms = std::max(1LL, std::llrint(4.0 / TempoFor * 25.0));
+            if (Poll.IsOn()) Restart(Poll, Poll.Ms);
         }
         Report("Done");
     }
@@ -101,8 +100,8 @@ class ModelPlayer {
     void Wait(std::int64_t Ms) {
         const std::int64_t EndNs = NowNs + Ms * NsPerMs;
         const auto NextDue = [this] {
-            return std::min({&Poll, &Countdown, &Signal}, [](const Timer* A, const Timer* B) {
-                return std::pair(A->DueNs, A->Order) < std::pair(B->DueNs, B->Order);
+            return std::ranges::min({&Poll, &Countdown, &Signal}, {}, [](const Timer* Each) {
+                return std::pair(Each->DueNs, Each->Order);
             });
         };
         for (Timer* Due = NextDue(); Due->DueNs <= EndNs; Due = NextDue()) {
@@ -129,11 +128,11 @@ class ModelPlayer {
         Which.Order = ++Orders;
     }
     void Start(Timer& Which) {
-        if (!Which.IsOn()) Arm(Which, NowNs + Which.Ms * NsPerMs);
+        if (!Which.IsOn()) Restart(Which, Which.Ms);
     }
-    void Interval(Timer& Which, std::int64_t Ms) {
+    void Restart(Timer& Which, std::int64_t Ms) {
         Which.Ms = Ms;
-        if (std::exchange(Which.DueNs, Forever) != Forever) Start(Which);
+        Arm(Which, NowNs + Ms * NsPerMs);
     }
 
     void Report(const std::string& Text) { Say("event \"S2\" \"" + Text + "\""); }
@@ -198,8 +197,8 @@ class ModelPlayer {
 
     /// Counted from the edge that a run in this direction begins at.
     const WaveFrame& FrameOfRun(std::int64_t Number) const {
-        return Wave
-            ->Frames[static_cast<std::size_t>(Direction == 1 ? Number - 1 : Length() - Number)];
+        const std::int64_t At = Direction == 1 ? Number - 1 : Length() - Number;
+        return Wave->Frames[static_cast<std::size_t>(At)];
     }
     /// At most a segment's.
     void NextFrames(auto Into) {
@@ -249,8 +248,7 @@ class ModelPlayer {
     }
     void ArmCountdown() {
         const std::int64_t Counted = std::llrint(LastSegMs / Tempo() + 1);
-        Interval(Countdown, std::max(Counted, RoundUp(1000LL * Filled, DeviceHz)));
-        Start(Countdown);
+        Restart(Countdown, std::max(Counted, RoundUp(1000LL * Filled, DeviceHz)));
     }
     void EndOfPlay() {
         constexpr std::int64_t MostLateMs = 4000;
@@ -260,8 +258,7 @@ class ModelPlayer {
         if (Left > 0 && LateMs < MostLateMs) {
             const std::int64_t LeftMs = std::min(RoundUp(1000 * Left, DeviceHz), MostLateMs);
             LateMs += LeftMs;
-            Interval(Countdown, LeftMs);
-            return Start(Countdown);
+            return Restart(Countdown, LeftMs);
         }
         EndSignalled = false;
         const int Before = std::exchange(LoopCount, 0);

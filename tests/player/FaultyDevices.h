@@ -19,8 +19,7 @@ namespace Tolvar::Testing {
 /// The device interfaces with the plan's calls refused, as each of them refuses: nothing is done.
 /// What is given stays the caller's.
 
-class FaultyWaveOut : public WaveOut {
-  public:
+struct FaultyWaveOut : WaveOut {
     FaultyWaveOut(WaveOut& Behind, FaultPlan& Plan) : Real(Behind), Faults(Plan) {}
 
     UINT waveOutGetNumDevs() override { return Faults.Fails() ? 0 : Real.waveOutGetNumDevs(); }
@@ -58,19 +57,16 @@ class FaultyWaveOut : public WaveOut {
 };
 
 template <typename Seam>
-class Faulty : public Seam {
-  public:
-    Faulty(std::unique_ptr<Seam> Behind, FaultPlan& Plan) : Faults(Plan), Real(std::move(Behind)) {}
+struct Faulty : Seam {
+    Faulty(std::unique_ptr<Seam> Behind, FaultPlan& Plan) : Real(std::move(Behind)), Faults(Plan) {}
 
-  protected:
     Seam& Reach() {
         RequireOfDevice(!Faults.Fails(), "refused");
         return *Real;
     }
-    FaultPlan& Faults;
 
-  private:
     std::unique_ptr<Seam> Real;
+    FaultPlan& Faults;
 };
 
 struct FaultyBuffer : Faulty<DirectSoundBuffer> {
@@ -114,8 +110,7 @@ struct FaultyDirectX7 : Faulty<DirectX7> {
 
 /// The plan's calls find no library, or one whose entry point refuses (which the library writes to
 /// the log itself).
-class FaultyLibrary : public DlServiceLibrary {
-  public:
+struct FaultyLibrary : DlServiceLibrary {
     FaultyLibrary(SoundCard& Card, FaultPlan& Plan, Log& TheJournal)
         : DlServiceLibrary(Card, TheJournal), Faults(Plan), Journal(TheJournal) {}
 

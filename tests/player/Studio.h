@@ -24,6 +24,8 @@
 
 namespace Tolvar::Testing {
 
+using Strings = std::vector<std::string>;
+
 /// A wave to load: frame f carries f in its left and -f in its right channel (8 bits: f modulo
 /// 256, as an unsigned byte), so that what is heard names its frames.
 struct TestWave {
@@ -109,7 +111,7 @@ struct Studio {
     }
 
     /// The reports since the last call.
-    std::vector<std::string> Said() { return std::exchange(Reports, {}); }
+    Strings Said() { return std::exchange(Reports, {}); }
 
     /// The frames heard since the last call, without silence (frame 0 is none); stereo is checked
     /// for its sides. The run must be over.
@@ -124,6 +126,13 @@ struct Studio {
         return Frames;
     }
 
+    /// From now on the editor does that whenever it is told so.
+    void Inside(const std::string& Told, const std::function<void()>& Do) {
+        OnReport = [Told, Do](const std::string& Report) {
+            if (Report == Told) Do();
+        };
+    }
+
     std::int32_t Position() {
         Player->UpdatePlayPosition();
         return Player->PlayCurrentPosition();
@@ -135,7 +144,7 @@ struct Studio {
                              [this] { return State.PlayRunningState == 0; });
     }
 
-    std::vector<std::string> Reports;
+    Strings Reports;
     std::function<void(const std::string&)> OnReport;
     ListLog Journal;
     ListBox Box;

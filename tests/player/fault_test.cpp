@@ -3,8 +3,6 @@
 namespace Tolvar::Testing {
 namespace {
 
-using Strings = std::vector<std::string>;
-
 /// Hears every format as it is played.
 struct OpenEars : ListeningSink {
     bool TakesEveryFormat() const override { return true; }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 
@@ -35,7 +34,7 @@ struct Holdings {
 }  // namespace
 
 /// Random sessions of all three engines against the model: model_soak [COMMANDS] [SEED]
-int main(int Count, char** Words) try {
+int main(int Count, char** Words) {
     const long Wanted = Count > 1 ? std::atol(Words[1]) : 1'000'000;
     const auto First = static_cast<std::uint32_t>(Count > 2 ? std::atol(Words[2]) : 1);
     const auto Start = std::chrono::steady_clock::now();
@@ -67,7 +66,4 @@ int main(int Count, char** Words) try {
     const bool Flat =
         Now.Descriptors == AtATenth.Descriptors && Now.Megabytes < AtATenth.Megabytes * 1.25;
     return Same && Flat ? 0 : 1;
-} catch (const std::exception& Cause) {
-    std::fprintf(stderr, "model_soak: %s\n", Cause.what());
-    return 1;
 }
