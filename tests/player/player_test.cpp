@@ -105,7 +105,7 @@ TEST_P(EachEngine, SurvivesAnEditorThatCallsBackOrThrowsInsideAReport) {
     S.OnReport = {};
     S.HandOver(W);
     S.Heard();
-    S.Inside("Playing", [] { throw std::runtime_error("editor is gone"); });
+    S.OnReport = [](const std::string&) { throw std::runtime_error("editor is gone"); };
     S.PlayAll();
     EXPECT_EQ(S.Heard(), Frames(1, 9000));
     EXPECT_THAT(S.Journal.Lines, ::testing::Contains(::testing::HasSubstr("editor is gone")));
