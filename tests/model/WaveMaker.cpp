@@ -1,7 +1,5 @@
 #include "tests/model/WaveMaker.h"
 
-#include <array>
-
 #include "store/BlockRec.h"
 
 namespace Tolvar::Testing {
@@ -9,62 +7,51 @@ namespace {
 
 constexpr std::int32_t FileFrames = 20'000;
 
-struct SourceFile {
-    const char* Name;
-    std::int32_t Type;
-    std::int32_t Channels;
-    std::int32_t Bits;
-    bool Quiet;  ///< its samples fit into 8 bits
-};
-
-constexpr std::array<SourceFile, 6> Sources{{{"mono8.raw", BlkOrgFile, 1, 8, true},
-                                             {"stereo8.raw", BlkOrgFile, 2, 8, true},
-                                             {"quiet.tmp", BlkFile, 1, 16, true},
-                                             {"mono16.raw", BlkOrgFile, 1, 16, false},
-                                             {"stereo16.raw", BlkOrgFile, 2, 16, false},
-                                             {"loud.tmp", BlkFile, 1, 16, false}}};
-constexpr std::int32_t QuietOnes = 3;
-
-/// The sample that stands at a byte of a file, as a carrier reads it.
-std::int16_t SampleAt(const SourceFile& Source, std::int32_t BytePos) {
-    const std::uint8_t* const At = WaveFiles().at(Source.Name).data() + BytePos - 1;
-    if (Source.Bits == 8) return static_cast<std::int16_t>(*At - 128);
-    return static_cast<std::int16_t>(At[0] | At[1] << 8);
-}
+/// One of each kind of block. The samples of the first four fit into 8 bits.
+constexpr std::array<ListEntry, 7> Sources{
+    {{.Type = BlkSilent},
+     {.Type = BlkOrgFile, .Name = "mono8.raw", .Channels = 1, .Bits = 8},
+     {.Type = BlkOrgFile, .Name = "stereo8.raw", .Channels = 2, .Bits = 8},
+     {.Type = BlkFile, .Name = "quiet.tmp"},
+     {.Type = BlkOrgFile, .Name = "mono16.raw", .Channels = 1, .Bits = 16},
+     {.Type = BlkOrgFile, .Name = "stereo16.raw", .Channels = 2, .Bits = 16},
+     {.Type = BlkFile, .Name = "loud.tmp"}}};
+constexpr std::size_t QuietOnes = 4;
 
 /// Mostly slow, so that segments are short and many of their borders are met.
-std::int32_t MakeRate(Dice& Random) {
+std::int32_t RandomRate(Dice& Random) {
     if (Random.OneIn(100)) return 44'100;
     return Random.OneIn(5) ? Random.Between(400, 8000) : Random.Between(100, 400);
 }
 
-std::int32_t MakeLength(Dice& Random, std::int32_t SegFrames) {
+std::int32_t RandomLength(Dice& Random, std::int32_t SegFrames) {
     if (Random.OneIn(4)) return Random.Between(1, 20);
     if (Random.OneIn(2)) return Random.Between(1, 5 * SegFrames);
     return Random.Between(1, 4) * SegFrames + Random.Between(-3, 3);
 }
 
-/// A block of at most Most samples; Put takes each of them, as a carrier reads it.
-ListEntry MakeBlock(Dice& Random, std::int32_t Most, std::int32_t Bits, auto&& Put) {
-    const std::int32_t Longest = 1 << Random.Between(0, 14);
-    ListEntry Block{.Type = BlkSilent, .Len = Random.Between(1, std::min(Most, Longest))};
-    if (Random.OneIn(6)) {
-        for (std::int32_t I = 0; I < Block.Len; ++I)
-            Put(std::int16_t{0});
-        return Block;
-    }
-    const SourceFile& Source = Sources[static_cast<std::size_t>(
-        Random.Between(0, (Bits == 8 ? QuietOnes : std::ssize(Sources)) - 1))];
+ListEntry RandomBlock(Dice& Random, std::int32_t Most, std::int32_t Bits) {
+    const std::span All(Sources);
+    ListEntry Block = Random.Of(Bits == 8 ? All.first(QuietOnes) : All);
+    Block.Len = Random.Between(1, std::min(Most, 1 << Random.Between(0, 14)));
+    if (Block.Type == BlkSilent) return Block;
     const std::int32_t Frame = Random.Between(0, FileFrames - Block.Len);
-    const std::int32_t Side = Random.Between(0, Source.Channels - 1);
-    Block.Type = Source.Type;
-    Block.Name = Source.Name;
-    Block.Channels = Source.Channels;
-    Block.Bits = Source.Bits;
-    Block.FilePos = 1 + (Frame * Source.Channels + Side) * Source.Bits / 8;
-    for (std::int32_t I = 0; I < Block.Len; ++I)
-        Put(SampleAt(Source, Block.FilePos + I * Source.Channels * Source.Bits / 8));
+    const std::int32_t Sample = Frame * Block.Channels + Random.Between(0, Block.Channels - 1);
+    Block.FilePos = 1 + Sample * Block.Bits / 8;
     return Block;
+}
+
+/// As a carrier reads them.
+std::vector<std::int32_t> SamplesOf(const ListEntry& Block) {
+    std::vector<std::int32_t> Samples(static_cast<std::size_t>(Block.Len));
+    if (Block.Type == BlkSilent) return Samples;
+    const MemoryFiles::Bytes& Raw = WaveFiles().at(std::string(Block.Name));
+    auto At = static_cast<std::size_t>(Block.FilePos - 1);
+    for (std::int32_t& Sample : Samples) {
+        Sample = Block.Bits == 8 ? Raw[At] - 128 : std::int16_t(Raw[At] | Raw[At + 1] << 8);
+        At += static_cast<std::size_t>(Block.Channels * Block.Bits / 8);
+    }
+    return Samples;
 }
 
 }  // namespace
@@ -73,13 +60,14 @@ const std::map<std::string, MemoryFiles::Bytes>& WaveFiles() {
     static const auto Made = [] {
         std::map<std::string, MemoryFiles::Bytes> Files;
         Dice Random(1);
-        for (const SourceFile& Each : Sources) {
-            MemoryFiles::Bytes& Raw = Files[Each.Name];
-            for (std::int32_t I = 0; I < FileFrames * Each.Channels; ++I) {
-                const std::int32_t Sample =
-                    Each.Quiet ? Random.Between(-128, 127) : Random.Between(-32768, 32767);
-                Raw.push_back(static_cast<std::uint8_t>(Each.Bits == 8 ? Sample + 128 : Sample));
-                if (Each.Bits == 16) Raw.push_back(static_cast<std::uint8_t>(Sample >> 8));
+        for (std::size_t File = 1; File < Sources.size(); ++File) {
+            const auto& [Type, Len, Start, Name, FilePos, Channels, Bits] = Sources[File];
+            const std::int32_t Loudest = File < QuietOnes ? 127 : 32767;
+            MemoryFiles::Bytes& Raw = Files[std::string(Name)];
+            for (std::int32_t I = 0; I < FileFrames * Channels; ++I) {
+                const std::int32_t Sample = Random.Between(-Loudest - 1, Loudest);
+                Raw.push_back(static_cast<std::uint8_t>(Bits == 8 ? Sample + 128 : Sample));
+                if (Bits == 16) Raw.push_back(static_cast<std::uint8_t>(Sample >> 8));
             }
         }
         return Files;
@@ -87,26 +75,25 @@ const std::map<std::string, MemoryFiles::Bytes>& WaveFiles() {
     return Made;
 }
 
-MadeWave MakeWave(Dice& Random) {
+std::shared_ptr<const MadeWave> MakeWave(Dice& Random) {
     MadeWave Made;
     Made.Bits = Random.OneIn(3) ? 8 : 16;
-    Made.Heard.Rate = MakeRate(Random);
-    Made.Heard.Channels = Random.Between(1, 2);
-    const std::int32_t Length = MakeLength(Random, 4 * Made.Heard.Rate);
-    Made.Heard.Frames.resize(static_cast<std::size_t>(Length));
-    for (int Channel = 0; Channel < Made.Heard.Channels; ++Channel) {
-        auto& List = Channel == 0 ? Made.Left : Made.Right;
-        for (std::int32_t Start = 1; Start <= Length; Start += List.back().Len) {
-            auto At = Made.Heard.Frames.begin() + (Start - 1);
-            const auto Put = [&](std::int16_t Sample) {
-                (*At++)[static_cast<std::size_t>(Channel)] =
+    Made.Channels = Random.Between(1, 2);
+    Made.Rate = RandomRate(Random);
+    const std::int32_t Length = RandomLength(Random, 4 * Made.Rate);
+    Made.Frames.resize(static_cast<std::size_t>(Length));
+    for (std::size_t Channel = 0; Channel < static_cast<std::size_t>(Made.Channels); ++Channel) {
+        for (std::int32_t Start = 1; Start <= Length;) {
+            ListEntry Block = RandomBlock(Random, Length - Start + 1, Made.Bits);
+            Block.Start = Start;
+            for (const std::int32_t Sample : SamplesOf(Block)) {
+                Made.Frames[static_cast<std::size_t>(Start++) - 1][Channel] =
                     static_cast<std::int16_t>(Made.Bits == 8 ? Sample * 256 : Sample);
-            };
-            List.push_back(MakeBlock(Random, Length - Start + 1, Made.Bits, Put));
-            List.back().Start = Start;
+            }
+            Made.Blocks[Channel].push_back(Block);
         }
     }
-    return Made;
+    return std::make_shared<MadeWave>(std::move(Made));
 }
 
 }  // namespace Tolvar::Testing

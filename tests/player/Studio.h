@@ -3,24 +3,28 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
 #include "platform/Apartment.h"
 #include "platform/Clocks.h"
 #include "platform/DirectX7Layer.h"
-#include "platform/ServiceLoader.h"
 #include "platform/SoundCard.h"
 #include "platform/System.h"
 #include "platform/WaveOutDevice.h"
 #include "server/PlayDllClass.h"
 #include "store/BlockCarrBuffClass.h"
 #include "store/WoroFileBlockMod.h"
+#include "tests/player/FaultyDevices.h"
 #include "tests/support/BlockLists.h"
 #include "tests/support/Fakes.h"
 
 namespace Tolvar::Testing {
+
+using Strings = std::vector<std::string>;
 
 /// A wave to load: frame f carries f in its left and -f in its right channel (8 bits: f modulo
 /// 256, as an unsigned byte), so that what is heard names its frames.
@@ -34,29 +38,13 @@ struct TestWave {
 
 /// A whole server on the virtual clock with ears on its sound card.
 struct Studio {
-    explicit Studio(EngineOrder Engine = EngineOrder::WaveOut, bool WithDevice = true)
-        : Studio(Engine, WithDevice ? std::make_unique<ListeningSink>() : nullptr, SinkRate{}) {}
-
-    Studio(EngineOrder Engine, std::unique_ptr<ListeningSink> Given, SinkRate Rate)
+    explicit Studio(EngineOrder Engine = EngineOrder::WaveOut,
+                    std::unique_ptr<ListeningSink> Given = std::make_unique<ListeningSink>(),
+                    SinkRate Rate = {})
         : Ears(Given.get()),
           Card(Home, {std::move(Given), nullptr}, Rate, Journal),
-          Device(Card),
-          Service(Card, Journal),
-          Os{Home,
-             Disk,
-             Box,
-             Journal,
-             Device,
-             Service,
-             [this] { return std::make_unique<DirectX7Root>(Card); }},
-          Store(Disk, Box, State),
-          Player(std::make_unique<PlayDllClass>(Os, State, Store, Engine)) {
-        Listen();
-    }
-
-    void Listen() {
+          Player(std::make_unique<PlayDllClass>(Os, State, *Store, Engine)) {
         Player->OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
-            Times.push_back(NowMs());
             Reports.push_back(Msg == "S2" ? std::string(Ttl)
                                           : std::string(Msg) + "|" + std::string(Ttl));
             if (OnReport) OnReport(Reports.back());
@@ -107,14 +95,11 @@ struct Studio {
         TakeEngine();
         PutWave(W);
         HandOver(W);
-        ASSERT_EQ(Reports.back(), "Done");
-        Reports.clear();
-        Times.clear();
+        ASSERT_EQ(Said().back(), "Done");
     }
 
-    void Play(int Direction) { Direction == 1 ? Player->PlayAgain() : Player->PlayAgainRev(); }
-    void PlayAll(int Direction = 1) {
-        Play(Direction);
+    void PlayAll() {
+        Player->PlayAgain();
         EXPECT_TRUE(PlayOut());
     }
 
@@ -126,10 +111,7 @@ struct Studio {
     }
 
     /// The reports since the last call.
-    std::vector<std::string> Said() {
-        Times.clear();
-        return std::exchange(Reports, {});
-    }
+    Strings Said() { return std::exchange(Reports, {}); }
 
     /// The frames heard since the last call, without silence (frame 0 is none); stereo is checked
     /// for its sides. The run must be over.
@@ -138,12 +120,17 @@ struct Studio {
         const auto Step = static_cast<std::size_t>(std::max(Ears->Channels, 1));
         for (std::size_t At = 0; At < Ears->Heard.size(); At += Step) {
             if (Ears->Heard[At] != 0) Frames.push_back(Ears->Heard[At]);
-            if (Step == 2) {
-                EXPECT_EQ(Ears->Heard[At + 1], -Ears->Heard[At]) << "sample " << At;
-            }
+            EXPECT_TRUE(Step == 1 || Ears->Heard[At + 1] == -Ears->Heard[At]) << "sample " << At;
         }
         Ears->Heard.clear();
         return Frames;
+    }
+
+    /// From now on the editor does that whenever it is told so.
+    void Inside(const std::string& Told, const std::function<void()>& Do) {
+        OnReport = [Told, Do](const std::string& Report) {
+            if (Report == Told) Do();
+        };
     }
 
     std::int32_t Position() {
@@ -157,8 +144,7 @@ struct Studio {
                              [this] { return State.PlayRunningState == 0; });
     }
 
-    std::vector<std::string> Reports;
-    std::vector<std::int64_t> Times;  ///< of each of Reports, ms
+    Strings Reports;
     std::function<void(const std::string&)> OnReport;
     ListLog Journal;
     ListBox Box;
@@ -167,19 +153,38 @@ struct Studio {
     Apartment Home{Time, Journal};
     ListeningSink* Ears;  ///< the card's; null when there is no device
     SoundCard Card;
-    WaveOutDevice Device;
-    DlServiceLibrary Service;
-    System Os;
+    WaveOutDevice Device{Card};
+    FaultPlan DeviceFaults;
+    FaultyWaveOut FaultyDevice{Device, DeviceFaults};
+    FaultyLibrary Service{Card, DeviceFaults, Journal};
+    System Os{Home, Disk, Box, Journal, FaultyDevice, Service, [this] {
+                  RequireOfDevice(!DeviceFaults.Fails(), "refused");
+                  return std::make_unique<FaultyDirectX7>(std::make_unique<DirectX7Root>(Card),
+                                                          DeviceFaults);
+              }};
     PlayerState State;
-    WoroFileBlockMod Store;
+    std::unique_ptr<WoroFileBlockMod> Store = std::make_unique<WoroFileBlockMod>(Disk, Box, State);
     std::unique_ptr<PlayDllClass> Player;
 };
 
-/// From, From + 1, ... To, or down when To is less.
+inline constexpr std::array AllEngines{EngineOrder::Dx9, EngineOrder::Dx7, EngineOrder::WaveOut};
+
+/// What the console calls that engine.
+inline const char* NameOf(EngineOrder Engine) {
+    return std::array{"auto", "dx9", "dx7", "waveout"}[static_cast<std::size_t>(Engine)];
+}
+
+inline std::string EngineName(const ::testing::TestParamInfo<EngineOrder>& Info) {
+    return NameOf(Info.param);
+}
+
+/// What all engines do alike, and where they differ.
+class EachEngine : public ::testing::TestWithParam<EngineOrder> {};
+
+/// From, From + 1, ... To.
 inline std::vector<int> Frames(int From, int To) {
-    std::vector<int> All;
-    for (int F = From; From <= To ? F <= To : F >= To; From <= To ? ++F : --F)
-        All.push_back(F);
+    std::vector<int> All(static_cast<std::size_t>(To - From + 1));
+    std::iota(All.begin(), All.end(), From);
     return All;
 }
 
