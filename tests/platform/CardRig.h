@@ -16,7 +16,9 @@ namespace Tolvar::Testing {
 
 using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::Ge;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 using Samples = std::vector<std::int16_t>;
 
@@ -24,6 +26,10 @@ inline Samples Numbers(int First, int Count) {
     Samples Made(static_cast<std::size_t>(Count));
     std::iota(Made.begin(), Made.end(), static_cast<std::int16_t>(First));
     return Made;
+}
+
+inline std::string BytesOf(const Samples& Some) {
+    return {reinterpret_cast<const char*>(Some.data()), Some.size() * 2};
 }
 
 /// The header of those samples, which stay the caller's.
