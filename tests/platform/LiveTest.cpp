@@ -143,6 +143,7 @@ TEST_F(LiveTest, WhatWasNotHeardBeforeAStopIsHeardNextAndThePositionIsTheListene
         Voice->Play();
         for (auto Left = Random() % 200; Left > 0; --Left) {
             Pass(1);
+            if (Random() % 50 == 0) Voice->SetFrequency(8000);  // sets off anew, and loses nothing
             const std::int64_t Seen = Voice->FramesHeard();
             EXPECT_GE(Seen, LastSeen);
             EXPECT_LE(Seen, HeardSoFar() + 8);
@@ -172,10 +173,9 @@ TEST_F(LiveTest, HeadersAreHeardWithoutAGapAndAResetDropsWhatIsHeld) {
     Player.Queue(B);
     Pass(30);
     Player.Pause();
-    const std::int64_t At = Player.FramesHeard();
-    EXPECT_EQ(At, HeardSoFar());
+    EXPECT_EQ(Player.FramesHeard(), HeardSoFar());
     Pass(100);
-    EXPECT_EQ(Player.FramesHeard(), At);
+    EXPECT_EQ(Player.FramesHeard(), HeardSoFar());
     Player.Restart();
     Pass(200);
     EXPECT_EQ(Device->Heard, Numbers(1, 1400));
@@ -233,13 +233,6 @@ TEST_F(LiveTest, AThreadThatComesLateCostsTimeButNoFrame) {
     Voice->Stop();
     EXPECT_EQ(Voice->FramesHeard(), HeardSoFar());
     EXPECT_LT(HeardSoFar(), 8000);
-    for (int Change = 0; Change < 20; ++Change) {
-        Voice->Play();
-        Pass(20);
-        Voice->SetFrequency(8000);  // sets off anew, and loses nothing
-        Pass(70);
-        Voice->Stop();
-    }
     ExpectEachFrameOnce(1000);
     Card->NowNs();
     EXPECT_THAT(Journal.Lines, ElementsAre("the sound device ran dry, times: 5"));
