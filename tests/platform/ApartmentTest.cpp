@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/platform/CardRig.h"
@@ -34,7 +35,6 @@ TEST_F(ApartmentTest, AlarmsAndPostsRunInOrderEachAtItsOwnTime) {
         ArmAt(10, Says("now"));
         ArmAt(5, Says("late"));
         Home.Disarm(Never);
-        Home.Disarm(Never);
     });
     ArmAt(31, Says("beyond"));
     Home.Post([&] { Home.Post(Says("again")); });
@@ -42,6 +42,7 @@ TEST_F(ApartmentTest, AlarmsAndPostsRunInOrderEachAtItsOwnTime) {
     Home.AdvanceBy(30);
     EXPECT_THAT(Seen,
                 ElementsAre("second0", "again0", "a10", "late10", "now10", "c30", "posted30"));
+    EXPECT_THROW(Home.RunUntil(Forever), std::logic_error) << "nothing is left to wait for";
 }
 
 TEST_F(ApartmentTest, WhatHandlersThrowIsLoggedAndTheLoopGoesOn) {
@@ -53,6 +54,16 @@ TEST_F(ApartmentTest, WhatHandlersThrowIsLoggedAndTheLoopGoesOn) {
     EXPECT_THAT(Seen, ElementsAre("on1"));
     EXPECT_THAT(Journal.Lines, ElementsAre(HasSubstr("no card"), HasSubstr("did not say"),
                                            HasSubstr("entered twice")));
+}
+
+TEST_F(ApartmentTest, TimersKeepTheirPhaseAndOweNoSecondTick) {
+    Timer Poll(Home, 40);
+    Poll.Bind(Says("t"));
+    Poll.Enabled(true);
+    Home.AdvanceBy(50);
+    Home.Sleep(120);  // the ticks of 80 to 160 make one
+    Home.AdvanceBy(40);
+    EXPECT_THAT(Seen, ElementsAre("t40", "t170", "t200"));
 }
 
 TEST_F(RealApartmentTest, APostFromAnotherThreadWakesTheLoopAndKeepsItsOrder) {

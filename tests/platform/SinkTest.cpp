@@ -1,6 +1,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <future>
+
 #include "platform/EdgeRamps.h"
 #include "platform/OutputConverter.h"
 #include "platform/WavSink.h"
@@ -33,11 +35,16 @@ struct WavSinkTest : ::testing::Test {
     const Samples Some{1, -2, 32767, -32768, 0, 256};
 };
 
-TEST_F(WavSinkTest, AFileHoldsTheSamplesBitForBitAsFarAsItsHeaderReaches) {
+TEST_F(WavSinkTest, FilesAndPipesHoldTheSamplesBitForBitAsFarAsTheHeaderReaches) {
     Record(Folder / "some", Some, 2, 384000);
     EXPECT_EQ(Get(Folder / "some"), WavOf(Some, 2, 384000));
     MakeSink("wav:" + (Folder / "empty"))->Finish();
     EXPECT_EQ(Get(Folder / "empty"), WavOf({}, 2, 44100));
+    const Samples Long(200'001, 12345);
+    ::mkfifo((Folder / "pipe").c_str(), 0600);
+    auto Piped = std::async(std::launch::async, [&] { return Get(Folder / "pipe"); });
+    Record(Folder / "pipe", Long);
+    EXPECT_TRUE(Piped.get() == WavOf(Long, 1, 8000));
     WavSink Small(Folder / "big.wav", 20);
     Small.Open(2, 8000);
     Small.Write(Some);

@@ -50,7 +50,6 @@ TEST_F(WaveOutTest, HeadersFollowEachOtherThroughPausesAndUnderrunsAndAResetStar
     EXPECT_TRUE(Done(First));
     std::ranges::fill(Pieces.front().first, std::int16_t{-1});
     Device.waveOutPause(Handle);
-    Device.waveOutPause(Handle);
     EXPECT_EQ(PositionAfter(NsPerSecond), 13);
     Device.waveOutRestart(Handle);
     EXPECT_EQ(PositionAfter(999'999), 13) << "the fraction of a frame was dropped";
@@ -69,6 +68,18 @@ TEST_F(WaveOutTest, HeadersFollowEachOtherThroughPausesAndUnderrunsAndAResetStar
     Expected.insert(Expected.end(), {100, 101, 102, 103, 104, 105, 106, 107});
     EXPECT_EQ(Heard.Heard, Expected);
     EXPECT_EQ(PositionAfter(NsPerSecond, TIME_BYTES), 40) << "time goes on after the recording";
+}
+
+TEST_F(WaveOutTest, AFailedSinkIsSaidOnceAndPlayGoesOnInSilence) {
+    Open(1, 1000);
+    for (const bool Fails : {true, false}) {
+        Heard.Finished = Fails;  // and takes nothing
+        Write(30);
+        EXPECT_EQ(PositionAfter(NsPerSecond), Fails ? 30 : 60);
+    }
+    EXPECT_THAT(Heard.Heard, IsEmpty());
+    EXPECT_THAT(Journal.Lines, ElementsAre(HasSubstr("out of turn")));
+    EXPECT_EQ(FailureOf([&] { Card.Finish(); }), Card.Failure());
 }
 
 TEST_F(WaveOutTest, OneVoicePlaysAtATime) {
