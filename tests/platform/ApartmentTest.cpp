@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <stdexcept>
 #include <thread>
 
 #include "tests/platform/CardRig.h"
@@ -35,27 +34,15 @@ TEST_F(ApartmentTest, AlarmsAndPostsRunInOrderEachAtItsOwnTime) {
         ArmAt(10, Says("now"));
         ArmAt(5, Says("late"));
         Home.Disarm(Never);
-        Home.Disarm(Never);
     });
     ArmAt(31, Says("beyond"));
     Home.Post([&] { Home.Post(Says("again")); });
     Home.Post(Says("second"));
-    Home.AdvanceBy(30);
+    EXPECT_TRUE(Home.RunUntil(Forever, [&] { return Seen.size() == 4; })) << "between alarms";
+    Home.AdvanceBy(20);
     EXPECT_THAT(Seen,
                 ElementsAre("second0", "again0", "a10", "late10", "now10", "c30", "posted30"));
-}
-
-TEST_F(ApartmentTest, UntilStopsBetweenDeliveriesAndLosesNothing) {
-    for (const auto* Name : {"a", "b"})
-        Home.Post(Says(Name));
-    for (const auto* Name : {"t", "u"})
-        ArmAt(7, Says(Name));
-    for (const std::size_t Count : {1U, 3U})
-        EXPECT_TRUE(Home.RunUntil(Forever, [&] { return Seen.size() >= Count; }));
-    EXPECT_THAT(Seen, ElementsAre("a0", "b0", "t7"));
-    EXPECT_FALSE(Home.RunUntil(20 * NsPerMs, [] { return false; }));
-    EXPECT_THAT(Seen, ElementsAre("a0", "b0", "t7", "u7"));
-    EXPECT_THROW(Home.RunUntil(Forever, [] { return false; }), std::logic_error);
+    EXPECT_THROW(Home.RunUntil(Forever), std::logic_error) << "nothing is left to wait for";
 }
 
 TEST_F(ApartmentTest, WhatHandlersThrowIsLoggedAndTheLoopGoesOn) {
@@ -72,17 +59,11 @@ TEST_F(ApartmentTest, WhatHandlersThrowIsLoggedAndTheLoopGoesOn) {
 TEST_F(ApartmentTest, TimersKeepTheirPhaseAndOweNoSecondTick) {
     Timer Poll(Home, 40);
     Poll.Bind(Says("t"));
-    Home.AdvanceBy(100);
     Poll.Enabled(true);
-    Home.AdvanceBy(90);
-    Poll.Enabled(true);
-    Home.Sleep(210);  // 190 -> 400: the ticks of 220 to 380 make one
     Home.AdvanceBy(50);
-    for (const int Interval : {70, 20, -1}) {
-        Poll.Interval(Interval);  // from now on
-        Home.AdvanceBy(60);
-    }
-    EXPECT_THAT(Seen, ElementsAre("t140", "t180", "t400", "t420", "t530", "t550", "t570"));
+    Home.Sleep(120);  // the ticks of 80 to 160 make one
+    Home.AdvanceBy(40);
+    EXPECT_THAT(Seen, ElementsAre("t40", "t170", "t200"));
 }
 
 TEST_F(RealApartmentTest, APostFromAnotherThreadWakesTheLoopAndKeepsItsOrder) {

@@ -16,7 +16,9 @@ namespace Tolvar::Testing {
 
 using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::Ge;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 using Samples = std::vector<std::int16_t>;
 
@@ -26,37 +28,22 @@ inline Samples Numbers(int First, int Count) {
     return Made;
 }
 
+inline std::string BytesOf(const Samples& Some) {
+    return {reinterpret_cast<const char*>(Some.data()), Some.size() * 2};
+}
+
 /// The header of those samples, which stay the caller's.
 inline WAVEHDR HeaderOf(const Samples& Some) {
     return {reinterpret_cast<const char*>(Some.data()), static_cast<DWORD>(Some.size() * 2)};
 }
 
-/// A sound card on the virtual clock, whose listener stays with the test and which can fail.
+/// A sound card on the virtual clock and what is heard of it.
 struct CardRig {
-    explicit CardRig(SinkRate Rate = {})
-        : Card(Home, {std::make_unique<TestSink>(*this), nullptr}, Rate, Journal) {}
-
-    void AdvanceNs(std::int64_t Ns) { Home.RunUntil(Time.NowNs() + Ns); }
-    std::int64_t NowMs() const { return Time.NowNs() / NsPerMs; }
-
-    struct TestSink : Sink {
-        CardRig& Rig;
-        explicit TestSink(CardRig& TheRig) : Rig(TheRig) {}
-        bool WantsFrames() const override { return true; }
-        void Open(int Channels, int RateHz) override { Rig.Heard.Open(Channels, RateHz); }
-        void Write(std::span<const std::int16_t> Some) override {
-            if (!Rig.Fault.empty()) throw RuntimeFailure(FailureKind::Device, Rig.Fault);
-            Rig.Heard.Write(Some);
-        }
-        void Finish() override { Rig.Heard.Finish(); }
-    };
-
     VirtualClock Time;
     ListLog Journal;
     Apartment Home{Time, Journal};
-    ListeningSink Heard;
-    std::string Fault;
-    SoundCard Card;
+    ListeningSink& Heard = *new ListeningSink;  // the card's
+    SoundCard Card{Home, {std::unique_ptr<Sink>(&Heard), nullptr}, SinkRate{}, Journal};
 };
 
 inline WAVEFORMATEX Pcm(int Channels, int Hz) {

@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <limits>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "platform/Clocks.h"
 #include "store/BlockCarrBuffClass.h"
 #include "store/BlocksFromBlkInLst.h"
+#include "store/FileCarrBuffClass.h"
 #include "tests/support/BlockLists.h"
 #include "tests/support/Fakes.h"
 
@@ -39,17 +43,6 @@ struct Shop {
     Blocks HandOver(const std::vector<ListEntry>& Entries) {
         return BlocksFromBlkInLst(Store, ListOf(Entries));
     }
-    std::int32_t HandOverOne(const ListEntry& Entry) { return HandOver({Entry})[1]; }
-
-    /// A block at position 11 with these samples, or as many silent ones, where Type says.
-    std::int32_t BlockOf(std::int32_t Type, const Wave& Samples) {
-        Disk.Put16("f", Samples);
-        const std::int32_t Blk =
-            HandOverOne({std::max<std::int32_t>(Type, BlkFile), Size(Samples), 11, "f"});
-        if (Type == BlkBoth) Store.BlockLoad(Blk);
-        if (Type == BlkBuff) Store.BlockToBuff(Blk);
-        return Blk;
-    }
 
     /// All of a block.
     Wave Read(std::int32_t Blk) {
@@ -59,34 +52,32 @@ struct Shop {
         return Buf;
     }
 
-    std::vector<std::int32_t> Types(const Blocks& Blks) const {
-        std::vector<std::int32_t> Found;
-        for (const std::int32_t Blk : Blks)
-            Found.push_back(Store.Block(Blk).BlkType);
-        return Found;
+    std::vector<std::int32_t> Types(Blocks Blks) const {
+        std::ranges::transform(Blks, Blks.begin(),
+                               [&](std::int32_t Blk) { return Store.Block(Blk).BlkType; });
+        return Blks;
     }
 
     /// What every operation must leave behind, failed or not.
     void ExpectConsistent() const {
-        Blocks Work(static_cast<std::size_t>(Store.WorkFileCnt()) + 1);
-        Blocks Org(static_cast<std::size_t>(Store.OrgFileCnt()) + 1);
+        std::map<std::int32_t, std::int32_t> Org, Work,
+            None{{0, 0}};  // blocks by their file's slot
         std::int64_t Bytes = 0;
         for (std::int32_t Blk = 1; Blk <= Store.BlockCnt(); ++Blk) {
             const BlockRec& Block = Store.Block(Blk);
-            const auto Slot = static_cast<std::size_t>(Block.BlkFileNo);
-            const bool Held = InMemory(Block.BlkType);
-            ASSERT_EQ(Held, Block.BlkData != nullptr) << Blk;
-            if (Held) Bytes += 2 * Block.BlkLen;
-            if (Block.BlkType == BlkFile || Block.BlkType == BlkBoth) ++Work.at(Slot);
-            if (Block.BlkType == BlkOrgFile) ++Org.at(Slot);
-            const bool NoFile = Block.BlkType == BlkBuff || Block.BlkType == BlkSilent;
-            ASSERT_TRUE(!NoFile || Slot == 0) << Blk;
+            const std::int32_t Type = Block.BlkType;
+            ASSERT_EQ(InMemory(Type), Block.BlkData != nullptr) << Blk;
+            if (InMemory(Type)) Bytes += 2 * Block.BlkLen;
+            const bool InWork = Type == BlkFile || Type == BlkBoth;
+            if (Type != BlkFree)
+                ++(InWork ? Work : Type == BlkOrgFile ? Org : None)[Block.BlkFileNo];
         }
+        ASSERT_EQ(None.size(), 1U);
         ASSERT_EQ(Bytes, Store.BuffMemUsed());
-        for (std::int32_t Slot = 1; Slot < Size(Work); ++Slot)
-            ASSERT_EQ(Store.WorkFile(Slot).WorkUseCnt, Work.begin()[Slot]) << "work file " << Slot;
-        for (std::int32_t Slot = 1; Slot < Size(Org); ++Slot)
-            ASSERT_EQ(Store.OrgFile(Slot).OrgUseCnt, Org.begin()[Slot]) << "original file " << Slot;
+        for (std::int32_t Slot = 1; Slot <= Store.WorkFileCnt(); ++Slot)
+            ASSERT_EQ(Store.WorkFile(Slot).WorkUseCnt, Work[Slot]) << "work file " << Slot;
+        for (std::int32_t Slot = 1; Slot <= Store.OrgFileCnt(); ++Slot)
+            ASSERT_EQ(Store.OrgFile(Slot).OrgUseCnt, Org[Slot]) << "original file " << Slot;
         ASSERT_EQ(Disk.OpenNow, (Store.OrgFileOpen() != 0) + (Store.WorkFileOpen() != 0));
     }
 
@@ -97,12 +88,6 @@ struct Shop {
         return InUse;
     }
 };
-
-inline Blocks SetOf(const BlockCarrBuffClass& Carrier) {
-    Blocks Set;
-    Carrier.BuffBlocksGet(Set);
-    return Set;
-}
 
 /// What a read of Count samples leaves of an array of nines.
 inline Wave Heard(BlockCarrBuffClass& Carrier, std::int32_t From, std::size_t Count) {
@@ -117,6 +102,43 @@ struct Dice {
     std::int32_t Below(std::int32_t Bound) {
         State = State * 1664525U + 1013904223U;
         return static_cast<std::int32_t>((State >> 8) % static_cast<std::uint32_t>(Bound));
+    }
+};
+
+/// A carrier that may take over "f", and the store around it.
+struct FileShop : Shop {
+    VirtualClock Clock;  // noon
+    FileCarrBuffClass Carrier{Store, Clock};
+
+    void Take(const std::string& Name, bool AsItIs) {
+        Carrier.UseOrgFile(AsItIs);
+        Carrier.FileName1(Name);
+    }
+    void Adopt(const Wave& Samples) {
+        Disk.Put16("f", Samples);
+        Take("f", true);
+    }
+    Wave All() {
+        Wave Buf(static_cast<std::size_t>(Carrier.WaveSize()), 9);
+        const auto Piece = static_cast<std::size_t>(Carrier.BuffLength());
+        for (std::size_t At = 0; At < Buf.size(); At += Piece) {
+            Carrier.BuffGet(static_cast<std::int32_t>(At) + 1,
+                            std::span(Buf).subspan(At, std::min(Piece, Buf.size() - At)));
+        }
+        return Buf;
+    }
+    /// The whole samples in a file; none when there is no such file.
+    Wave In(const std::string& Name) const {
+        const auto Place = Disk.Content.find(Name);
+        Wave Found(Place != Disk.Content.end() ? Place->second.size() / 2 : 0);
+        if (!Found.empty()) std::memcpy(Found.data(), Place->second.data(), 2 * Found.size());
+        return Found;
+    }
+    std::map<std::string, std::size_t> FileSizes() const {
+        std::map<std::string, std::size_t> Sizes;
+        for (const auto& [Name, Raw] : Disk.Content)
+            Sizes[Name] = Raw.size();
+        return Sizes;
     }
 };
 

@@ -4,7 +4,8 @@
 #include <functional>
 
 #include "platform/PosixFiles.h"
-#include "tests/store/FileShop.h"
+#include "store/OnFailure.h"
+#include "tests/store/Shop.h"
 #include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {
@@ -27,11 +28,6 @@ TEST(FileCarrier, StartsWithOneSampleInAFileNamedAfterTheTimeOfDayAndDeletesIt) 
         EXPECT_EQ(S.Disk.Content["tmp\\tm43203.tmp"], MemoryFiles::Bytes(2));
         EXPECT_EQ(First.BuffLength(), 262144);
         EXPECT_EQ(Second.BuffLength(), 262148);
-        EXPECT_EQ(First.WaveSize(), 1);
-        S.State.AppTmpDir = "";
-        EXPECT_THROW(FileCarrBuffClass(S.Store, Noon), RuntimeFailure);
-        EXPECT_THROW(First.FileRelease(), RuntimeFailure);
-        EXPECT_EQ(First.FileName1(), "tmp\\tm43202.tmp");
     }
     EXPECT_THAT(S.Disk.Content, SizeIs(1));
 }
@@ -40,30 +36,23 @@ TEST(FileCarrier, AnswersWhatIsOutsideInTheMessageBoxAndGoesOn) {
     FileShop S;
     S.Adopt({5, 6, 7});
     S.Carrier.BuffLength(2);
-    S.Carrier.WaveLR(0, 11);
     const int Calls = S.Disk.Calls;
-    EXPECT_EQ(S.Carrier.WaveLR(0), 11);
+    S.Carrier.WaveLR(0, 11);
+    EXPECT_EQ(S.Carrier.WaveLR(0), 11) << "a sample of its own";
     S.Carrier.WaveLR(4, 1);
     EXPECT_EQ(S.Carrier.WaveLR(-1) + S.Carrier.WaveLR(4), 0);
     Wave Buf(3, 9);
-    S.Carrier.BuffGet(1, Buf);  // longer than the buffer
-    S.Carrier.BuffGet(3, std::span(Buf).first(2));
-    S.Carrier.BuffGet(0, std::span(Buf).first(1));
-    EXPECT_THAT(S.Box.Texts, testing::Each("Out of limit - Error"));
-    EXPECT_THAT(S.Box.Texts, SizeIs(6));
-    S.Carrier.BuffPut(-3, Wave{1});
-    S.Carrier.BuffPut(1, Wave{1, 2, 3});
-    EXPECT_THAT(std::span(S.Box.Texts).last(2),
-                ElementsAre("Out of limit - Error\r\n 1 2-3", "Out of limit - Error\r\n 3 2 1"));
-    S.Carrier.BuffPut(-3, {});
+    for (const std::int32_t Pos : {0, 3})
+        S.Carrier.BuffGet(Pos, std::span(Buf).first(2));
+    S.Carrier.BuffGet(Max, Buf);  // longer than the buffer
     S.Carrier.BuffGet(4, {});
-    EXPECT_THAT(S.Box.Texts, SizeIs(8));
-    S.Carrier.BuffGet(Max, Buf);
+    EXPECT_EQ(std::exchange(S.Box.Texts, {}), std::vector<std::string>(6, "Out of limit - Error"));
+    S.Carrier.BuffPut(-3, Wave{1});
     S.Carrier.BuffPut(Max, Buf);
-    EXPECT_THAT(S.Box.Texts, SizeIs(10)) << "longer than the buffer, whatever its end";
+    EXPECT_THAT(S.Box.Texts, ElementsAre("Out of limit - Error\r\n 1 2-3",
+                                         "Out of limit - Error\r\n 3 2 2147483647"));
     EXPECT_EQ(Buf, Wave(3, 9));
     EXPECT_EQ(S.Disk.Calls, Calls);
-    EXPECT_EQ(S.All(), (Wave{5, 6, 7}));
 }
 
 TEST(FileCarrier, RefusesWhatCannotBeAndKeepsWhatItHas) {
@@ -85,73 +74,49 @@ TEST(FileCarrier, RefusesWhatCannotBeAndKeepsWhatItHas) {
     }
     const auto Raw = S.Disk.Content.extract("f");  // its file is gone: no other is made
     EXPECT_THROW(S.Carrier.FileName1(), RuntimeFailure);
-    EXPECT_THROW(S.Carrier.ReDimSize(9), RuntimeFailure);
     EXPECT_FALSE(S.Disk.Exists("f"));
     S.Disk.Content["f"] = Raw.mapped();
-    EXPECT_EQ(S.Carrier.FileName1(), "f");
+    S.Disk.ReadOnly = "locked";
+    S.Disk.Put16("locked", Wave{1});
+    EXPECT_THROW(S.Carrier.FileName1("locked"), RuntimeFailure);
+    S.Carrier.BuffLength(2);
     EXPECT_EQ(S.In("f"), (Wave{5, 8}));
-    S.Carrier.ReDimSize(0);
-    EXPECT_EQ(S.Carrier.WaveLR(1), 0);
-    EXPECT_THAT(S.Box.Texts, SizeIs(1)) << "a shrink cuts the buffer too";
-    EXPECT_THAT(S.Disk.Content["f"], SizeIs(0));
-    S.Carrier.ReDimSize(10);
-    S.Carrier.BuffLength(10);
-    S.Disk.Writes.clear();
-    S.Carrier.ReDimSize(33, true);
-    EXPECT_THAT(S.Disk.Writes, ElementsAre(20, 20, 6)) << "no more memory than the buffer's";
+    const int Calls = S.Disk.Calls;
+    S.Carrier.ReDimSize(7, true);
+    EXPECT_EQ(S.Disk.Calls, Calls + 3 + 3) << "three writes: no more memory than the buffer's";
 }
 
-TEST(FileCarrier, LosesNothingBehindAWaveSizeThatWasSetLower) {
+TEST(FileCarrier, FillsItsFileAgainWhenAGrowthFailsThatFoundItCut) {
     FileShop S;
     S.Adopt({1, 2, 3});
     S.Carrier.BuffLength(3);
     S.Carrier.MovePointer(2);
-    S.Carrier.WaveLR(3, 99);
-    int Calls = S.Disk.Calls;
-    S.Carrier.WaveSize(1);
-    S.Carrier.WaveSize(3);
-    EXPECT_EQ(S.Carrier.WaveLR(3), 99);
-    EXPECT_EQ(S.Disk.Calls, Calls) << "it is a number and no more";
-    for (int Call = 1; Call <= 10; ++Call) {  // flush, growth, load: open, work on it, close
-        const auto Sample = static_cast<std::int16_t>(99 + Call);
-        S.Carrier.WaveLR(3, Sample);
-        S.Carrier.WaveSize(1);
-        S.Disk.FailAtCall = S.Disk.Calls + Call;
-        EXPECT_THROW(S.Carrier.BuffPut(1, Wave{7, 8, 9}), RuntimeFailure) << Call;
-        S.Disk.FailAtCall = 0;
-        S.Carrier.WaveSize(3);
-        EXPECT_EQ(S.All(), (Wave{1, 2, Sample})) << Call;
-        S.Carrier.MovePointer(2);
-        EXPECT_EQ(S.In("f"), (Wave{1, 2, Sample})) << Call;
-    }
     S.Carrier.WaveLR(3, 98);
     S.Disk.Content["f"].resize(4);         // by somebody else
     S.Disk.FailAtCall = S.Disk.Calls + 9;  // the load, after growth and flush
     EXPECT_THROW(S.Carrier.BuffPut(2, Wave{7, 8, 9}), RuntimeFailure);
-    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98})) << "written back and then cut off";
-    S.Carrier.MovePointer(0);
-    S.Carrier.WaveSize(0);
-    S.Carrier.ReDimSize(3, true);
-    EXPECT_EQ(S.All(), (Wave{0, 0, 0})) << "what the file holds, not what the buffer held";
+    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98}));
 }
 
-TEST(FileCarrier, MakesTheFileThatFollowsAReleasedOneWhenItWritesTheWholeChannel) {
+TEST(FileCarrier, LeavesAReleasedFileAloneAndMakesTheNextWhenItWritesTheWholeChannel) {
     FileShop S;
     S.Adopt({5, 6});
+    S.Carrier.WaveLR(1, 4);
     S.Carrier.FileRelease();
-    const std::string Chosen = S.Carrier.FileName1();
+    const std::string Next = S.Carrier.FileName1();
+    EXPECT_NE(FileCarrBuffClass(S.Store, S.Clock).FileName1(), Next);
+    EXPECT_EQ(S.All(), (Wave{4, 6})) << "the buffer stays";
+    EXPECT_THROW(S.Carrier.ReDimSize(3), RuntimeFailure) << "nothing has changed yet";
     S.Carrier.WaveLR(2, 3);
     for (int Call = 1; Call <= 3; ++Call) {  // create, write, close
         S.Disk.FailAtCall = S.Disk.Calls + Call;
         EXPECT_THROW(S.Carrier.FileName1(), RuntimeFailure) << Call;
-        EXPECT_FALSE(S.Disk.Exists(Chosen)) << Call;
+        EXPECT_FALSE(S.Disk.Exists(Next)) << Call;
     }
-    EXPECT_EQ(S.Carrier.FileName1(), Chosen);
-    EXPECT_EQ(S.In(Chosen), (Wave{5, 3}));
-
-    S.Carrier.FileRelease();
-    EXPECT_THROW(S.Carrier.ReDimSize(3), RuntimeFailure) << "nothing has changed yet";
-    S.Carrier.WaveLR(1, 4);
+    S.Disk.Put16(Next, Wave{1});  // somebody else's
+    EXPECT_THROW(S.Carrier.ReDimSize(1), RuntimeFailure);
+    EXPECT_EQ(S.In(Next), Wave{1});
+    S.Disk.Content.erase(Next);
     S.Carrier.BuffPut(3, Wave{8});
     EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{4, 3, 8}));
 
@@ -159,86 +124,37 @@ TEST(FileCarrier, MakesTheFileThatFollowsAReleasedOneWhenItWritesTheWholeChannel
     S.Carrier.FileRelease();
     S.Carrier.WaveLR(1, 9);
     EXPECT_THROW(S.Carrier.FileName1(), RuntimeFailure) << "the third sample is in no hands";
-    EXPECT_EQ(S.Carrier.WaveLR(1), 9);
-    S.Carrier.WaveSize(0);
-    S.Carrier.BuffPut(1, Wave{7});
-    EXPECT_EQ(S.In(S.Carrier.FileName1()).front(), 7);
-
-    S.Carrier.FileRelease();
     S.Carrier.WaveSize(0);
     S.Carrier.ReDimSize(2);
-    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{0, 0})) << "an empty channel lacks nothing";
-    EXPECT_EQ(S.In("f"), (Wave{5, 6}));
-    EXPECT_EQ(S.In(Chosen), (Wave{5, 3}));
-}
-
-TEST(FileCarrier, CompletesAFileThatBlocksKeep) {
-    Shop S;
-    const VirtualClock Noon;
-    S.Disk.Put16("other", Wave{1});
-    const auto Keep = [&](FileCarrBuffClass& Carrier, std::int16_t Sample) {
-        const std::string Name = Carrier.FileName1();
-        S.HandOver({{3, 1, 1, Name}});
-        Carrier.WaveLR(1, Sample);
-        return Name;
-    };
-    std::string Last;
-    {
-        FileCarrBuffClass Carrier(S.Store, Noon);
-        const std::string First = Keep(Carrier, 4);
-        for (int Call = 1; Call <= 14; ++Call) {  // look, read, copy; then open, write, close
-            S.Disk.FailAtCall = S.Disk.Calls + Call;
-            EXPECT_THROW(Carrier.FileName1("other"), RuntimeFailure) << Call;
-            EXPECT_EQ(Carrier.WaveLR(1), 4) << Call;
-        }
-        Carrier.FileName1("other");
-        EXPECT_EQ(S.Disk.Content[First], (MemoryFiles::Bytes{4, 0}));
-        Last = Keep(Carrier, 5);
-    }
-    EXPECT_EQ(S.Disk.Content[Last], (MemoryFiles::Bytes{5, 0}));
-}
-
-TEST(FileCarrier, LeavesAReleasedFileAloneAndNeedsANewOneBeforeItWrites) {
-    FileShop S;
-    S.Adopt({5, 6});
-    S.Carrier.WaveLR(1, 4);
-    S.Carrier.FileRelease();
-    EXPECT_EQ(S.In("f"), (Wave{4, 6}));
-    const std::string Chosen = S.Carrier.FileName1();
-    FileCarrBuffClass Beside(S.Store, S.Clock);
-    EXPECT_NE(Beside.FileName1(), Chosen);
-    EXPECT_FALSE(S.Disk.Exists(Chosen));
-    S.Disk.Put16(Chosen, Wave{1});  // somebody else's by now
-    EXPECT_EQ(S.All(), (Wave{4, 6})) << "the buffer stays";
-    S.Carrier.WaveLR(2, 3);
-    EXPECT_THROW(S.Carrier.FileName1(), RuntimeFailure);
-    EXPECT_THROW(S.Carrier.ReDimSize(5), RuntimeFailure);
-    EXPECT_THROW(S.Carrier.ReDimSize(1), RuntimeFailure);
-    EXPECT_EQ(S.All(), (Wave{4, 3}));
-    S.Carrier.FileName1(Chosen);  // unless it is taken over
-    EXPECT_EQ(S.In(Chosen), Wave{1});
-    EXPECT_EQ(S.All(), Wave{1});
-    S.Disk.Put16("locked", Wave{1});
-    S.Disk.ReadOnly = "locked";
-    EXPECT_THROW(S.Carrier.FileName1("locked"), RuntimeFailure);
-    EXPECT_EQ(S.In(Chosen), Wave{1}) << "refused before its own file is gone";
+    const std::string Last = S.Carrier.FileName1();
+    EXPECT_THAT(S.In(Last), SizeIs(2)) << "an empty channel lacks nothing";
     S.Carrier.FileName1("none");
-    EXPECT_FALSE(S.Disk.Exists(Chosen));
+    EXPECT_THAT(S.FileSizes(), ElementsAre(std::pair("f", 4U), std::pair(Next, 6U)));
     EXPECT_EQ(S.In("f"), (Wave{4, 6}));
 }
 
-TEST(FileCarrier, RefusesFilesByWhatTheyAreBeforeItDeletesItsOwn) {
+/// Real files, with work files of their own folder.
+struct RealFiles : testing::Test {
     TempFolder Folder;
     PosixFiles Disk;
     ListBox Box;
     PlayerState State;
-    State.AppTmpDir = Folder / "";
-    State.AppTmpDir.pop_back();
-    const VirtualClock Clock;
+    VirtualClock Clock;
+    WoroFileBlockMod Store{Disk, Box, State};
+
+    RealFiles() {
+        State.AppTmpDir = Folder / "tmp";
+        std::filesystem::create_directory(State.AppTmpDir);
+    }
+    std::string PathOf(const std::string& WorkFile) const {
+        return State.AppTmpDir + "/" + WorkFile.substr(WorkFile.rfind('\\') + 1);
+    }
+};
+
+TEST_F(RealFiles, AreRefusedByWhatTheyAreBeforeTheCarrierDeletesItsOwn) {
     Put(Folder / "orig", "abcd");
     Put(Folder / "work", "efgh");
     Put(Folder / "tiny", "i");
-    WoroFileBlockMod Store(Disk, Box, State);
     std::string Kept;
     {
         BlocksFromBlkInLst(Store, ListOf({{3, 2, 1, Folder / "work"}, {4, 2, 3, Folder / "orig"}}));
@@ -248,21 +164,19 @@ TEST(FileCarrier, RefusesFilesByWhatTheyAreBeforeItDeletesItsOwn) {
         const std::string Spare = Store.WorkFile(Store.Block(Blk).BlkFileNo).WorkFileName;
         Store.BlockFree(Blk);
         const std::string Own = Carrier.FileName1();
-        std::filesystem::create_hard_link(Folder / Own.substr(Own.rfind('\\') + 1), Folder / "own");
+        std::filesystem::create_hard_link(PathOf(Own), Folder / "own");
         std::filesystem::create_symlink("orig", Folder / "link");
-        for (const bool AsItIs : {true, false}) {
+        std::vector<std::string> Names{Own, Folder / "./own", Folder / "tiny", Folder / ""};
+        for (const bool AsItIs : {false, true}) {
             Carrier.UseOrgFile(AsItIs);
-            std::vector<std::string> Names{Own, Folder / "./own", Folder / "tiny", Folder / ""};
-            if (AsItIs) {
-                Names.insert(Names.end(),
-                             {Spare, Other.FileName1(), Folder / "link", Folder / ".\\work"});
-            }
             for (const std::string& Name : Names) {
                 EXPECT_THROW(Carrier.FileName1(Name), RuntimeFailure) << Name;
                 EXPECT_EQ(Carrier.FileName1(), Own);
                 EXPECT_TRUE(Disk.Exists(Own));
             }
+            Names = {Own, Spare, Other.FileName1(), Folder / "link", Folder / ".\\work"};
         }
+        Carrier.UseOrgFile(false);
         Carrier.FileName1(Folder / "work");  // a copy of it
         EXPECT_FALSE(Disk.Exists(Own));
         EXPECT_EQ(Carrier.WaveLR(2), 'g' + 256 * 'h');
@@ -271,49 +185,153 @@ TEST(FileCarrier, RefusesFilesByWhatTheyAreBeforeItDeletesItsOwn) {
         EXPECT_EQ(Get(Folder / "tiny"), std::string("i\0\0", 3));
         EXPECT_FALSE(SetFileSize(Disk, Folder / "", 3) || SetFileSize(Disk, Folder / "no", 3) ||
                      SetFileSize(Disk, Folder / "tiny", -1));
-        // Blocks that read from a carrier's file keep it.
         Kept = Other.FileName1();
         BlocksFromBlkInLst(Store, ListOf({{3, 1, 1, Kept}}));
+        Other.WaveLR(1, 'k' + 256 * 't');
     }
-    EXPECT_TRUE(Disk.Exists(Kept));
+    EXPECT_EQ(Get(PathOf(Kept)), "kt") << "blocks read from it";
     EXPECT_EQ(Get(Folder / "work"), "efgh");
-    EXPECT_THAT(Folder.Names(), SizeIs(7));  // and orig, tiny, link, own, the spare one
+    EXPECT_THAT(Folder.Names(), SizeIs(6));  // orig, work, tiny, link, own, tmp
 }
 
-TEST(FileCarrier, CopiesLongFilesInPiecesAndRefusesWhatPositionsCannotReach) {
-    TempFolder Folder;
-    PosixFiles Disk;
-    ListBox Box;
-    PlayerState State;
-    State.MemorySizeToUse = 0;
-    State.AppTmpDir = Folder / "work";
-    std::filesystem::create_directory(State.AppTmpDir);
-    const VirtualClock Clock;
-    WoroFileBlockMod Store(Disk, Box, State);
+TEST_F(RealFiles, AreCopiedInPiecesAndRefusedWherePositionsCannotReach) {
     FileCarrBuffClass Carrier(Store, Clock);
     std::string Long(2 * 1024 * 1024 + 3, ' ');
-    Dice D{7};
-    for (char& Each : Long)
-        Each = static_cast<char>(D.Below(256) - 128);
+    for (std::size_t I = 0; I < Long.size(); ++I)
+        Long[I] = static_cast<char>(I / 4099);
     Put(Folder / "long", Long);
     Carrier.FileName1(Folder / "long");
-    EXPECT_EQ(Carrier.WaveSize(), 1024 * 1024 + 1);
-    const std::string Own = Carrier.FileName1();
-    EXPECT_TRUE(Get(State.AppTmpDir + "/" + Own.substr(Own.rfind('\\') + 1)) == Long);
+    EXPECT_TRUE(Get(PathOf(Carrier.FileName1())) == Long);
 
     Put(Folder / "huge", "");
     std::filesystem::resize_file(Folder / "huge", std::uintmax_t{Max} + 1);
-    for (const bool AsItIs : {true, false}) {
-        Carrier.UseOrgFile(AsItIs);
-        EXPECT_THROW(Carrier.FileName1(Folder / "huge"), RuntimeFailure) << AsItIs;
-        EXPECT_EQ(Carrier.FileName1(), Own);
-    }
+    EXPECT_THROW(Carrier.FileName1(Folder / "huge"), RuntimeFailure);
     std::filesystem::resize_file(Folder / "huge", std::uintmax_t{Max});
     Carrier.UseOrgFile(true);
     Carrier.FileName1(Folder / "huge");
     EXPECT_EQ(Carrier.WaveSize(), Max / 2);
     EXPECT_EQ(Carrier.WaveLR(Max / 2), 0);
 }
+
+// Any sequence of operations, most with a file call that fails, against a plain array.
+class FileCarrierModel : public testing::TestWithParam<std::uint32_t> {
+  public:
+    FileShop S;
+    FileCarrBuffClass& Carrier = S.Carrier;
+    Dice D{GetParam()};
+    Wave Model = Wave(1);
+    std::string Own = Carrier.FileName1();
+    int Failures = 0;
+
+    Wave Random(std::int32_t Count) {
+        Wave Made(static_cast<std::size_t>(Count));
+        for (std::int16_t& Each : Made)
+            Each = static_cast<std::int16_t>(D.Below(65536) - 32768);
+        return Made;
+    }
+    bool Inside(std::int32_t Pos) const { return Pos >= 1 && Pos <= Size(Model); }
+
+    void Widen(std::int32_t Old, std::int32_t NewSz, bool Zeros) {
+        Model.resize(static_cast<std::size_t>(NewSz));
+        if (Old < NewSz) std::fill(Model.begin() + (Zeros ? Old : NewSz - 1), Model.end(), 0);
+    }
+    void WriteOne(std::int32_t Pos) {
+        const auto Sample = static_cast<std::int16_t>(D.Below(1000));
+        Carrier.WaveLR(Pos, Sample);
+        if (Inside(Pos)) Model.begin()[Pos - 1] = Sample;
+    }
+    void ReadOne(std::int32_t Pos) {
+        if (Pos == 0) return;
+        EXPECT_EQ(Carrier.WaveLR(Pos), Inside(Pos) ? Model.begin()[Pos - 1] : 0);
+    }
+    void Put(std::int32_t Old, std::int32_t Pos, const Wave& Data) {
+        Carrier.BuffPut(Pos, Data);
+        if (Pos < 1 || Data.empty() || Size(Data) > Carrier.BuffLength()) return;
+        Widen(Old, std::max(Pos - 1 + Size(Data), Size(Model)), false);
+        std::ranges::copy(Data, Model.begin() + Pos - 1);
+    }
+    void Resize(std::int32_t Old, std::int32_t NewSz) {
+        const bool Zeros = D.Below(2) == 0;
+        Carrier.ReDimSize(NewSz, Zeros);
+        Widen(Old, NewSz, Zeros);
+    }
+    // Sets WaveSize lower and grows from there, at least to what the file holds.
+    void GrowFromLower() {
+        const std::int32_t Whole = Size(Model);
+        const std::int32_t Old = D.Below(Whole + 1);
+        const std::int32_t End = Whole + D.Below(5);
+        Carrier.WaveSize(Old);
+        const OnFailure Raise([&] {
+            EXPECT_EQ(Carrier.WaveSize(), Old);
+            Carrier.WaveSize(Whole);
+        });
+        if (End == Old || D.Below(2) == 0) return Resize(Old, End);
+        const std::int32_t Count = 1 + D.Below(std::min(End, Carrier.BuffLength()));
+        Put(Old, End - Count + 1, Random(Count));
+    }
+    void Take(const std::string& Name, bool AsItIs) {
+        const bool Exists = S.Disk.Content.contains(Name);
+        const Wave Given = S.In(Name);
+        S.Take(Name, AsItIs);
+        Own = Carrier.FileName1();
+        Model = Exists ? Given : Wave(AsItIs ? 0 : 1);
+    }
+    void MakeFirst() {
+        Carrier.MovePointer(0);
+        Own = Carrier.FileName1();
+        Model = {0};
+    }
+    void Complete() {
+        ASSERT_EQ(Carrier.FileName1(), Own);
+        EXPECT_EQ(S.In(Own), Model);
+    }
+    std::string Spare() const { return Own == "given" ? "other" : "given"; }
+
+    void Operate() {
+        if (Own.empty()) return MakeFirst();
+        const std::int32_t What = D.Below(100), Pos = D.Below(Size(Model) + 5) - 1;
+        if (What < 35) return WriteOne(Pos);
+        if (What < 46) return ReadOne(Pos);
+        if (What < 66) return Put(Size(Model), Pos, Random(D.Below(Carrier.BuffLength() + 2)));
+        if (What < 74) return Resize(Size(Model), D.Below(80));
+        if (What < 80) return GrowFromLower();
+        if (What < 85) return Complete();
+        if (What < 90) return Take(What == 85 ? "none" : Spare(), D.Below(2) == 0);
+        if (What < 96 && Inside(Pos)) return Carrier.MovePointer(Pos - 1, D.Below(12));
+        if (!Model.empty()) Carrier.BuffLength(1 + D.Below(30));
+    }
+    void Step() {
+        const auto Sizes = S.FileSizes();
+        const std::int32_t BuffLength = Carrier.BuffLength();
+        S.Disk.FailAtCall = D.Below(3) != 0 ? S.Disk.Calls + 1 + D.Below(13) : 0;
+        try {
+            Operate();
+        } catch (const RuntimeFailure&) {
+            ++Failures;
+            EXPECT_EQ(S.FileSizes(), Sizes);
+            EXPECT_EQ(Carrier.BuffLength(), BuffLength);
+        }
+        S.Disk.FailAtCall = 0;
+        EXPECT_EQ(Carrier.WaveSize(), Size(Model));
+        EXPECT_EQ(S.Disk.OpenNow, 0);
+        if (D.Below(6) == 0) {
+            EXPECT_EQ(S.All(), Model);
+        }
+    }
+};
+
+TEST_P(FileCarrierModel, HoldsTheSameSamplesAsAPlainArray) {
+    Carrier.BuffLength(7);
+    for (int Count = 0; Count < 4000 && !HasFailure(); ++Count) {
+        SCOPED_TRACE(Count);
+        const std::string Given = Spare();
+        S.Disk.Put16(Given, Random(1 + D.Below(60)));
+        Step();
+    }
+    EXPECT_GT(Failures, 500);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, FileCarrierModel, testing::Values(1U, 2U, 3U, 4U));
 
 }  // namespace
 }  // namespace Tolvar::Testing

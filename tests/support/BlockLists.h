@@ -1,7 +1,8 @@
 #pragma once
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -21,18 +22,12 @@ struct ListEntry {
 inline std::vector<std::int32_t> ListOf(const std::vector<ListEntry>& Entries) {
     std::vector<std::int32_t> List{static_cast<std::int32_t>(Entries.size())};
     for (const ListEntry& E : Entries) {
-        const std::size_t Words = (E.Name.size() + 3) / 4;
-        List.push_back(static_cast<std::int32_t>(1 + Words));
+        std::vector<std::int32_t> Packed((E.Name.size() + 3) / 4);
+        std::ranges::copy(std::as_bytes(std::span(E.Name)),
+                          std::as_writable_bytes(std::span(Packed)).begin());
+        List.push_back(static_cast<std::int32_t>(1 + Packed.size()));
         List.push_back(static_cast<std::int32_t>(E.Name.size()));
-        for (std::size_t Word = 0; Word < Words; ++Word) {
-            std::uint32_t Packed = 0;
-            for (std::size_t Byte = 0; Byte < 4 && 4 * Word + Byte < E.Name.size(); ++Byte) {
-                Packed |=
-                    static_cast<std::uint32_t>(static_cast<unsigned char>(E.Name[4 * Word + Byte]))
-                    << (8 * Byte);
-            }
-            List.push_back(static_cast<std::int32_t>(Packed));
-        }
+        List.insert(List.end(), Packed.begin(), Packed.end());
         List.insert(List.end(), {E.Len, E.Type, E.Start, E.FilePos, E.Channels, E.Bits});
     }
     return List;

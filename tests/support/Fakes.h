@@ -63,8 +63,7 @@ class MemoryFiles : public Files, public FaultPlan {
     std::map<std::string, Bytes> Content;
     int OpenNow = 0;
     int OpensSoFar = 0;
-    std::vector<std::size_t> Writes;  ///< bytes
-    std::string ReadOnly;             ///< the file that is opened for reading alone
+    std::string ReadOnly;  ///< the file that is opened for reading alone
 
     std::unique_ptr<File> Open(const std::string& Name, FileAccess Access) override {
         Count("open", Name);
@@ -117,30 +116,23 @@ class MemoryFiles : public Files, public FaultPlan {
             if (Owner.NextFails()) Put(BytePos, From.first(From.size() / 2));
             Reach("write");
             Written = {BytePos, Put(BytePos, From)};
-            Owner.Writes.push_back(From.size());
         }
-        std::int64_t Length() override {
-            return static_cast<std::int64_t>(Reach("measure").size());
-        }
+        std::int64_t Length() override { return std::ssize(Reach("measure")); }
         void SetLength(std::int64_t Bytes) override {
             Reach("cut").resize(static_cast<std::size_t>(Bytes));
         }
         void Close() override {
-            try {
-                Reach("close");
-            } catch (const RuntimeFailure&) {
-                Lose();
-                IsClosed = true;
-                throw;
-            }
-            IsClosed = true;
+            if (std::exchange(IsClosed, true)) throw std::logic_error(NameOf + " is closed");
+            if (!Owner.Fails()) return;
+            Lose();
+            Refuse("close", NameOf);
         }
 
       private:
         void Take(std::int64_t BytePos, std::span<std::byte> Into) const {
             const Bytes& Raw = Owner.Content[NameOf];
-            const auto End = BytePos - 1 + static_cast<std::int64_t>(Into.size());
-            if (BytePos < 1 || End > static_cast<std::int64_t>(Raw.size())) Refuse("read", NameOf);
+            const auto End = BytePos - 1 + std::ssize(Into);
+            if (BytePos < 1 || End > std::ssize(Raw)) Refuse("read", NameOf);
             std::memcpy(Into.data(), Raw.data() + (BytePos - 1), Into.size());
         }
         void Lose() {

@@ -14,8 +14,8 @@ namespace Tolvar::Testing {
 /// A folder of its own for one test, removed with everything in it.
 class TempFolder {
   public:
-    TempFolder() : PathOf((std::filesystem::temp_directory_path() / "tolvar-test-XXXXXX")) {
-        std::string Name = PathOf.string();
+    TempFolder() {
+        std::string Name = std::filesystem::temp_directory_path() / "tolvar-test-XXXXXX";
         if (mkdtemp(Name.data()) == nullptr) throw std::runtime_error("cannot make " + Name);
         PathOf = Name;
     }
@@ -31,9 +31,8 @@ class TempFolder {
     /// The names in it, sorted.
     std::vector<std::string> Names() const {
         std::vector<std::string> Found;
-        for (const auto& Each : std::filesystem::directory_iterator(PathOf)) {
+        for (const auto& Each : std::filesystem::directory_iterator(PathOf))
             Found.push_back(Each.path().filename().string());
-        }
         std::sort(Found.begin(), Found.end());
         return Found;
     }
