@@ -45,7 +45,7 @@ class LiveOutput {
     std::int64_t Cut(const FrameSource& Source);
 
     /// While it is kept, nothing is read from a source. Keep it as long as a copy takes.
-    [[nodiscard]] std::unique_lock<std::mutex> Hold() { return Pump->Hold(); }
+    [[nodiscard]] std::unique_lock<InheritingMutex> Hold() { return Pump->Hold(); }
 
     /// A source that had no more frames has more.
     void Wake() { Pump->Wake(); }

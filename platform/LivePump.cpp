@@ -1,7 +1,6 @@
 #include "platform/LivePump.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 namespace Tolvar {
@@ -58,7 +57,7 @@ bool LivePump::AskCut(const FrameSource& Of) {
 
 std::int64_t LivePump::FinishCut(int WaitMs) {
     auto Locked = Hold();
-    ToApartment.wait_for(Locked, std::chrono::milliseconds(WaitMs), [this] { return !CutWanted; });
+    ToApartment.WaitFor(Locked, WaitMs * NsPerMs, [this] { return !CutWanted; });
     if (CutWanted) EndRun();
     return CutNs;
 }
@@ -68,15 +67,14 @@ void LivePump::Wake() {
         const auto Locked = Hold();
         Woken = true;
     }
-    ToThread.notify_one();
+    ToThread.NotifyOne();
 }
 
 bool LivePump::End(int WaitMs) {
     auto Locked = Hold();
     Ending = Woken = true;
-    ToThread.notify_one();
-    Abandoned = !ToApartment.wait_for(Locked, std::chrono::milliseconds(WaitMs),
-                                      [this] { return HasEnded; });
+    ToThread.NotifyOne();
+    Abandoned = !ToApartment.WaitFor(Locked, WaitMs * NsPerMs, [this] { return HasEnded; });
     return !Abandoned;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -12,6 +11,7 @@
 
 #include "platform/Clock.h"
 #include "platform/FrameSource.h"
+#include "platform/InheritingMutex.h"
 #include "platform/ListenerTime.h"
 #include "platform/LiveFrames.h"
 #include "platform/LiveOptions.h"
@@ -42,7 +42,7 @@ class LivePump {
     /// The listener's time at the cut that was asked for, waiting up to WaitMs for it. A render
     /// thread that has not come back from the device by then finds the run gone when it does.
     std::int64_t FinishCut(int WaitMs);
-    std::unique_lock<std::mutex> Hold() { return std::unique_lock(Lock); }
+    std::unique_lock<InheritingMutex> Hold() { return std::unique_lock(Lock); }
     void Wake();
     std::vector<std::string> TakeNotices();
     /// Closes the device for good and waits up to WaitMs for it. False: the render thread does not
@@ -106,9 +106,9 @@ class LivePump {
 
     // Guarded by Lock. What the listener's time knows of a device is written by the render thread
     // alone, which reads that without it.
-    std::mutex Lock;
-    std::condition_variable ToThread;     // something is asked of the render thread
-    std::condition_variable ToApartment;  // it has been done
+    InheritingMutex Lock;
+    InheritingCondition ToThread;     // something is asked of the render thread
+    InheritingCondition ToApartment;  // it has been done
     bool Woken = false;
     Phase Mode = Phase::Idle;
     LiveRun Run;

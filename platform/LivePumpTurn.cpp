@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <exception>
 #include <utility>
 
@@ -22,12 +21,7 @@ constexpr int MostDryLooks = 10;  // a server that is gone may take all it is gi
 
 void LivePump::WaitNs(std::int64_t Ns) {
     auto Locked = Hold();
-    const auto IsWoken = [this] { return std::exchange(Woken, false); };
-    if (Ns == Forever) {
-        ToThread.wait(Locked, IsWoken);
-    } else {
-        ToThread.wait_for(Locked, std::chrono::nanoseconds(Ns), IsWoken);
-    }
+    ToThread.WaitFor(Locked, Ns, [this] { return std::exchange(Woken, false); });
 }
 
 // What fails here, for want of memory or by a rate that cannot be converted, is a lost device.
@@ -56,7 +50,7 @@ std::int64_t LivePump::Round(bool& Going) {
         HasEnded = End;
         Going = !End;
         Locked.unlock();
-        ToApartment.notify_all();
+        ToApartment.NotifyAll();
         return Going ? Linger() : Forever;
     }
     switch (Wanted) {

@@ -56,8 +56,8 @@ std::int64_t SoundCard::CutRun(const FrameSource& Ahead) {
     return AtNs;
 }
 
-std::unique_lock<std::mutex> SoundCard::HoldContent() const {
-    return Live ? Live->Hold() : std::unique_lock<std::mutex>();
+std::unique_lock<InheritingMutex> SoundCard::HoldContent() const {
+    return Live ? Live->Hold() : std::unique_lock<InheritingMutex>();
 }
 
 void SoundCard::HasMore() const {

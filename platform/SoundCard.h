@@ -72,7 +72,7 @@ class SoundCard {
     /// Nothing of the voice is heard or read any more when it returns; NowNs of that moment.
     std::int64_t CutRun(const FrameSource& Ahead);
     /// Nothing is read from a voice while it is kept.
-    [[nodiscard]] std::unique_lock<std::mutex> HoldContent() const;
+    [[nodiscard]] std::unique_lock<InheritingMutex> HoldContent() const;
     /// A voice that had nothing more to read ahead has more.
     void HasMore() const;
 
