@@ -115,7 +115,7 @@ TEST(Script, SaysTheSameOfAPlayerInAnotherProcess) {
     // Every member before a wave, with one that is looped, behind wrong ones and behind the last.
     const std::string Each =
         "PlayAgain\nPlayRunningDx7State\nPlayPause\nPlayRunningDx7State\nPlayContinue\n"
-        "PlayAgainRev\nUpdatePlayPosition\nPlayUTurn\nPlayAtPos 5000\nPlayAtPosRev 7000\n"
+        "PlayAgainRev\nUpdatePlayPosition\nPlayAtPos 5000\nPlayUTurn\nPlayAtPosRev 7000\n"
         "PlayRunningDx7State\nStopPlay\nPlayRunningDx7State\n";
     const std::string Lines =
         Each +
