@@ -56,6 +56,7 @@ TEST(Control, KeysMoveThePlayer) {
         {"l +9 l l", "again", "playing on 9"},
         // The frame heard last is the first one heard on the way back.
         {"space +700 u +100", "again, turn", "playing back 599"},
+        {"space +700 j +100 j", "again, turn", "playing back 599"},
         {"space +700 space j", "again, pause, at-rev 700", "playing back 700"},
         {"space +700 space u space", "again, pause, at-rev 700", "playing back 700"},
         // The end, and what keys do there.
