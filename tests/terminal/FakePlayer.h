@@ -19,7 +19,6 @@ class FakePlayer : public PlayerPort {
     std::int32_t Running = 0;
     std::int32_t Direction = 1;
     std::int32_t Position = 0;  ///< as the player counts: the frame heard last
-    bool Loop = false;
     bool Gone = false;
     std::string Refusal;  ///< the next command is refused with it
     bool Sounds = true;   ///< false: a start fails with a report
@@ -27,7 +26,7 @@ class FakePlayer : public PlayerPort {
 
     /// Frames of play pass.
     void Advance(std::int32_t Frames) {
-        if (Running != 1 && Running != 2) return;
+        if (Running != 1) return;
         Position += Frames * Direction;
         if (Direction > 0 ? Position < WaveNos : Position > 1) return;
         Position = Direction > 0 ? WaveNos : 1;
@@ -54,28 +53,25 @@ class FakePlayer : public PlayerPort {
         Start("at-rev " + std::to_string(Pos), -1, Pos);
     }
     void PlayUTurn() override {
-        Require(Running == 1 || Running == 2, "turned while it does not play");
+        Require(Running == 1, "turned while it does not play");
         Start("turn", -Direction, Position);
     }
     void PlayPause() override {
-        Require(Running == 1 || Running == 2, "paused while it does not play");
+        Require(Running == 1, "paused while it does not play");
         Note("pause");
         Running = 3;
     }
     void PlayContinue() override {
         Require(Running == 3, "continued while it is not paused");
         Note("continue");
-        Running = Loop ? 2 : 1;
+        Running = 1;
     }
     void StopPlay() override {
         Note("stop");
         Running = 0;
         Report("Stopped");
     }
-    void LoopPlayON(bool On) override {
-        Note(On ? "loop" : "no-loop");
-        Loop = On;
-    }
+    void LoopPlayON(bool On) override { Note(On ? "loop" : "no-loop"); }
     void PlayTempoFor(float Factor) override { Note("tempo " + Short(Factor)); }
     void PlayTempoRev(float Factor) override { Note("tempo-rev " + Short(Factor)); }
 
@@ -112,7 +108,7 @@ class FakePlayer : public PlayerPort {
         Direction = Towards;
         Position = Towards > 0 ? First - 1 : First + 1;  // nothing heard yet
         if (Call == "turn") Position = First;
-        Running = !Sounds ? 0 : (Loop ? 2 : 1);
+        Running = Sounds ? 1 : 0;
         Report(Sounds ? "Playing" : "Play Failed");
     }
 

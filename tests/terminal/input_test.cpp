@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "waveplay/terminal/KeyDecoder.h"
 #include "waveplay/terminal/Utf8.h"
@@ -20,13 +21,8 @@ std::string Names(const std::vector<Key>& Keys) {
     return Text;
 }
 
-struct Typed {
-    std::string Bytes;
-    std::string Keys;
-};
-
-const std::vector<Typed>& Table() {
-    static const std::vector<Typed> All{
+TEST(KeyDecoder, DecodesWhereverTheBytesAreCut) {
+    const std::pair<std::string, std::string> Table[] = {
         {"q 1?", "q 1?"},
         {"\x1b[A\x1b[B\x1b[C\x1b[D", "^v><"},
         {"\x1bOA\x1bOB\x1bOC\x1bOD", "^v><"},
@@ -40,22 +36,18 @@ const std::vector<Typed>& Table() {
         {"\xc3(\xff\x80\xed\xa0\x80x", "(x"},  // broken UTF-8 and a surrogate
         {"\x1b[1\x1b[D", "<"},                 // a sequence that is broken off by the next
     };
-    return All;
-}
-
-TEST(KeyDecoder, DecodesWhereverTheBytesAreCut) {
-    for (const Typed& Each : Table()) {
-        for (std::size_t Cut = 0; Cut <= Each.Bytes.size(); ++Cut) {
+    for (const auto& [Bytes, Keys] : Table) {
+        for (std::size_t Cut = 0; Cut <= Bytes.size(); ++Cut) {
             KeyDecoder Decoder;
-            std::string Got = Names(Decoder.Feed(Each.Bytes.substr(0, Cut)));
-            Got += Names(Decoder.Feed(Each.Bytes.substr(Cut)));
-            EXPECT_EQ(Got, Each.Keys) << Each.Bytes.substr(1) << " cut at " << Cut;
+            std::string Got = Names(Decoder.Feed(Bytes.substr(0, Cut)));
+            Got += Names(Decoder.Feed(Bytes.substr(Cut)));
+            EXPECT_EQ(Got, Keys) << Bytes.substr(1) << " cut at " << Cut;
             EXPECT_FALSE(Decoder.Waiting());
         }
     }
 }
 
-TEST(KeyDecoder, AnEscapeAloneIsAKeyOnceNothingFollows) {
+TEST(KeyDecoder, WhatIsBegunIsAKeyOrGivenUpOnceNothingFollows) {
     KeyDecoder Decoder;
     EXPECT_EQ(Names(Decoder.Feed("k\x1b")), "k");
     EXPECT_TRUE(Decoder.Waiting());
@@ -63,12 +55,8 @@ TEST(KeyDecoder, AnEscapeAloneIsAKeyOnceNothingFollows) {
     EXPECT_EQ(Names(Decoder.Feed("\x1b[1")), "");
     EXPECT_EQ(Names(Decoder.Flush()), "") << "half a sequence is no key";
     EXPECT_EQ(Names(Decoder.Feed("~k")), "~k");
-}
-
-TEST(KeyDecoder, ASequenceWithoutEndIsGivenUp) {
-    KeyDecoder Decoder;
     Decoder.Feed("\x1b[" + std::string(100, '1'));
-    EXPECT_EQ(Names(Decoder.Feed("q")), "q");
+    EXPECT_EQ(Names(Decoder.Feed("q")), "q") << "a sequence without end";
 }
 
 }  // namespace

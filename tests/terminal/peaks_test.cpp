@@ -26,23 +26,20 @@ struct Tape {
             Into[static_cast<std::size_t>(2 * I) + 1] = static_cast<std::int16_t>(-Level / 2);
         }
     }
-    Peaks Overview() {
-        return {Length, 2,
-                [this](std::int32_t From, std::span<std::int16_t> Into) { Read(From, Into); }};
-    }
+    Peaks Overview{Length, 2,
+                   [this](std::int32_t From, std::span<std::int16_t> Into) { Read(From, Into); }};
 };
 
 TEST(Peaks, FindsTheOneFrameThatSticksOut) {
     for (const std::int32_t Length : {1, 2, 79, 2047, 2049, 100'000, 3'000'000, 16'777'216}) {
         for (const std::int32_t Odd : {0, Length / 3, Length - 1}) {
             Tape Of{Length, Odd};
-            Peaks Found = Of.Overview();
-            while (Found.Work(1000)) {
+            while (Of.Overview.Work(1000)) {
             }
             EXPECT_EQ(Of.FramesRead, Length) << "each frame once";
             int Columns = 0;
             for (int Column = 0; Column < 80; ++Column) {
-                const Peak At = Found.Column(Column, 80);
+                const Peak At = Of.Overview.Column(Column, 80);
                 EXPECT_GE(At.Greatest, 100);
                 EXPECT_EQ(At.Least, -At.Greatest / 2);
                 if (At.Greatest == 30000) ++Columns;
@@ -53,28 +50,23 @@ TEST(Peaks, FindsTheOneFrameThatSticksOut) {
     }
 }
 
-TEST(Peaks, AreRoughAtOnceAndBoundedForHours) {
+TEST(Peaks, AreRoughAtOnceBoundedForHoursAndEndAtAReadThatFails) {
     Tape Of{2'147'483'647};
-    Peaks Found = Of.Overview();
-    EXPECT_TRUE(Found.Work(2048));
-    EXPECT_TRUE(Found.Complete());
+    EXPECT_TRUE(Of.Overview.Work(2048));
+    EXPECT_TRUE(Of.Overview.Complete());
     for (int Column = 0; Column < 140; ++Column)
-        EXPECT_EQ(Found.Column(Column, 140).Greatest, 100);
+        EXPECT_EQ(Of.Overview.Column(Column, 140).Greatest, 100);
     EXPECT_LE(Of.FramesRead, 2048 * 512);
-    while (Found.Work(1000)) {
+    while (Of.Overview.Work(1000)) {
     }
     EXPECT_LE(Of.FramesRead, 16'777'216);
-}
 
-TEST(Peaks, EndAtAReadThatFailsAndKeepWhatIsKnown) {
-    Tape Of{4096};
-    Of.FailAt = 2000;
-    Peaks Found = Of.Overview();
-    EXPECT_FALSE(Found.Work(5000));
-    EXPECT_EQ(Found.Failure(), "torn");
-    EXPECT_EQ(Found.Column(0, 80).Greatest, 100);
-    EXPECT_EQ(Found.Column(79, 80).Greatest, 0);
-    EXPECT_FALSE(Found.Work(5000));
+    Tape Torn{.Length = 4096, .FailAt = 2000};
+    EXPECT_FALSE(Torn.Overview.Work(5000));
+    EXPECT_EQ(Torn.Overview.Failure(), "torn");
+    EXPECT_EQ(Torn.Overview.Column(0, 80).Greatest, 100);
+    EXPECT_EQ(Torn.Overview.Column(79, 80).Greatest, 0);
+    EXPECT_FALSE(Torn.Overview.Work(5000));
 }
 
 }  // namespace

@@ -34,36 +34,34 @@ class Program {
     /// Runs in the folder, and AtPlaying once the program says that it is playing. Returns when
     /// nobody can write to its standard error any more, its server included. Code is 128 + the
     /// signal's number when a signal ended it.
-    Outcome Run(const std::vector<std::string>& Arguments, const std::string& Input = {},
+    Outcome Run(std::vector<std::string> Arguments, const std::string& Input = {},
                 const Cue& AtPlaying = {}) const {
-        return RunLine({WAVEPLAY_PROGRAM}, Arguments, Input, AtPlaying);
+        Arguments.insert(Arguments.begin(), WAVEPLAY_PROGRAM);
+        return RunLine(Arguments, Input, AtPlaying);
     }
-    /// The same on a session bus of its own that starts servers that record to out.wav.
-    Outcome RunOnBus(const std::vector<std::string>& Arguments) const;
-    /// A shell's script on a session bus of its own; $0 is the program.
-    Outcome RunScriptOnBus(const std::string& Script) const {
-        return RunLine({"dbus-run-session", "--", "sh", "-c", Script, WAVEPLAY_PROGRAM}, {}, "",
-                       {});
-    }
+    /// A shell's script on a session bus of its own that starts servers that record to out.wav; $0
+    /// is the program.
+    Outcome RunOnBus(const std::string& Script) const;
     /// What `render` makes of these arguments; it must succeed.
     Wav Render(std::vector<std::string> Arguments) const;
 
     std::string Path(const std::string& Name) const { return Folder / Name; }
-    std::vector<std::string> FilesThere() const;
+    std::vector<std::string> FilesThere() const { return Folder.Names(); }
 
     /// Of 8-bit files only the high byte of each sample counts.
     void PutWav(const std::string& Name, int Bits, int Channels, int Rate,
                 const Samples& Frames) const;
-    /// Any format that libsndfile writes, from samples of full scale 1.
+    /// Any format that libsndfile writes, from 16-bit samples or from those of full scale 1.
+    template <typename Sample>
     void PutSound(const std::string& Name, int Format, int Channels, int Rate,
-                  const std::vector<double>& Frames) const;
+                  const std::vector<Sample>& Frames) const;
     Wav GetWav(const std::string& Name) const;
 
   private:
-    Outcome RunLine(std::vector<std::string> Words, const std::vector<std::string>& Arguments,
-                    const std::string& Input, const Cue& AtPlaying) const;
+    Outcome RunLine(std::vector<std::string> Words, const std::string& Input = {},
+                    Cue AtPlaying = {}) const;
 
-    TempFolder Folder;
+    TempFolder Folder, Streams;
 };
 
 /// The server process that Process has started.
@@ -72,9 +70,6 @@ pid_t ServerOf(pid_t Process);
 /// A wave that tells loss, repeats, swapped channels and wrong order apart: each sample is its
 /// own frame number, scrambled, and the channels differ.
 Samples Numbered(int Frames, int Channels, int Bits = 16);
-
-/// Of full scale 1.
-std::vector<double> FullScale(const Samples& From);
 
 /// The frames from last to first.
 Samples Mirrored(const Samples& Frames, int Channels);
