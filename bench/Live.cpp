@@ -2,7 +2,6 @@
 
 #include <alsa/asoundlib.h>
 #include <dlfcn.h>
-#include <poll.h>
 
 #include <algorithm>
 #include <chrono>
@@ -53,12 +52,12 @@ namespace {
 
 constexpr std::int32_t WaveSeconds = 3600;
 
-double Sum(const std::string& Name, const std::string& File) {
+double WakeUps() {
     double Total = 0;
     for (const auto& Thread : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::ifstream In(Thread.path() / File);
+        std::ifstream In(Thread.path() / "status");
         for (std::string Word; In >> Word;) {
-            if (double Value = 0; Word == Name && In >> Value) Total += Value;
+            if (double Value = 0; Word == "voluntary_ctxt_switches:" && In >> Value) Total += Value;
         }
     }
     return Total;
@@ -155,10 +154,9 @@ void MeasureAll(const std::string& Device) {
 
         Live.Player().StopPlay();
         Live.Pass(1000);
-        const double WakeUpsBefore = Sum("voluntary_ctxt_switches:", "status");
-        poll(nullptr, 0, 2000);  // itself the one that is not counted
-        Print(Engine + ": stopped, wake-ups in 2 s",
-              Sum("voluntary_ctxt_switches:", "status") - WakeUpsBefore - 1, 0);
+        const double Before = WakeUps();
+        Live.Pass(2000);  // itself the one that is not counted
+        Print(Engine + ": stopped, wake-ups in 2 s", WakeUps() - Before - 1, 0);
     }
 }
 

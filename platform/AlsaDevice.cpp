@@ -108,7 +108,7 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     return Result;
 }
 
-// The library waits for room for a whole period when it is given more than there is room for.
+// The library takes nothing of more than there is room for until there is room for a period.
 long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
     const long Room = snd_pcm_avail(Pcm.get());
     if (Room < 0) return Recovered(Room);

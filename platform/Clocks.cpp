@@ -10,15 +10,12 @@
 #include "platform/Posix.h"
 
 namespace Tolvar {
-namespace {
 
 std::int64_t MonotonicNs() {
     timespec Time{};
     clock_gettime(CLOCK_MONOTONIC, &Time);
     return Time.tv_sec * NsPerSecond + Time.tv_nsec;
 }
-
-}  // namespace
 
 RealClock::RealClock() : StartNs(MonotonicNs()) {}
 

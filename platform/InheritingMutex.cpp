@@ -1,9 +1,8 @@
 #include "platform/InheritingMutex.h"
 
-#include <cerrno>
 #include <ctime>
 
-#include "platform/Clock.h"
+#include "platform/Clocks.h"
 
 namespace Tolvar {
 
@@ -11,7 +10,8 @@ InheritingMutex::InheritingMutex() {
     pthread_mutexattr_t Kind;
     pthread_mutexattr_init(&Kind);
     pthread_mutexattr_setprotocol(&Kind, PTHREAD_PRIO_INHERIT);
-    pthread_mutex_init(&Mutex, &Kind);
+    // A system that cannot do it has a plain one.
+    if (pthread_mutex_init(&Mutex, &Kind) != 0) pthread_mutex_init(&Mutex, nullptr);
     pthread_mutexattr_destroy(&Kind);
 }
 
@@ -24,16 +24,13 @@ InheritingCondition::InheritingCondition() {
 }
 
 std::int64_t InheritingCondition::After(std::int64_t Ns) {
-    if (Ns == Forever) return Forever;
-    timespec Now{};
-    clock_gettime(CLOCK_MONOTONIC, &Now);
-    return Now.tv_sec * NsPerSecond + Now.tv_nsec + Ns;
+    return Ns == Forever ? Forever : MonotonicNs() + Ns;
 }
 
 bool InheritingCondition::WaitUntil(InheritingMutex& Held, std::int64_t DueNs) {
     if (DueNs == Forever) return pthread_cond_wait(&Condition, &Held.Mutex) == 0;
     const timespec Due{DueNs / NsPerSecond, DueNs % NsPerSecond};
-    return pthread_cond_timedwait(&Condition, &Held.Mutex, &Due) != ETIMEDOUT;
+    return pthread_cond_timedwait(&Condition, &Held.Mutex, &Due) == 0;
 }
 
 }  // namespace Tolvar

@@ -33,10 +33,11 @@ class ListenerTime {
     /// A device is to play the run from Frame on.
     void Adopt(int DeviceHz, std::int64_t Frame);
     bool HasDevice() const { return Adopted; }
-    /// It was given so many frames more,
-    void Took(std::int64_t Frames) { WrittenFrames += Frames; }
-    /// has played so many in all, and plays nothing until it has played more.
+    /// It was given so many frames more.
+    void WasGiven(std::int64_t Frames) { WrittenFrames += Frames; }
+    /// It has played so many in all.
     void Saw(std::int64_t Frames);
+    /// It plays nothing until it is seen to have played more.
     void RanDry() { PlaysOn = false; }
     /// The clock goes on from what was heard last: from the beginning, when nothing was.
     void LoseDevice();

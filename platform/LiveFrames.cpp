@@ -10,7 +10,6 @@ namespace {
 
 constexpr int PieceMs = 20;                     // read from the source at a time
 constexpr std::size_t MostConverted = 1 << 15;  // samples that a resampler makes of one piece
-constexpr std::int64_t KeptMs = 200;  // more than the latency: devices have buffers of their own
 
 std::size_t Index(std::int64_t Of) {
     return static_cast<std::size_t>(Of);
@@ -31,7 +30,7 @@ void LiveFrames::Begin(StreamFormat Source, StreamFormat Device, std::int64_t Fr
     Pending.clear();
     Pending.reserve(Index(FramesIn(Options.LatencyMs) * To.Channels) + MostConverted);
     PendingFrom = 0;
-    Recent.assign(Index(FramesIn(Options.LatencyMs + KeptMs) * To.Channels), 0);
+    Recent.assign(Index(FramesIn(Options.LatencyMs + Options.SlackMs) * To.Channels), 0);
     RecentTo = 0;
     SourceFrame = Frame;
     Made = 0;
@@ -51,7 +50,7 @@ bool LiveFrames::Produce(bool MayFlush) {
     while (std::ssize(Pending) < Wanted) {
         const std::size_t Frames = Read(SourceFrame, Piece);
         Dry = Frames == 0;
-        if (Dry && MayFlush && Converter) {
+        if (Dry && Pending.empty() && MayFlush && Converter) {
             Converter->Flush(ToPending);
             Converter.reset();
         }
@@ -91,15 +90,23 @@ void LiveFrames::Keep(std::span<const std::int16_t> Samples) {
 }
 
 std::span<const std::int16_t> LiveFrames::Fading(std::int64_t TakenBack, std::int64_t Ramp) {
-    const std::size_t Channels = Index(To.Channels);
-    std::size_t At = RecentTo + Recent.size() - Index(TakenBack) * Channels;
+    const std::size_t First = RecentTo + Recent.size() - Index(TakenBack * To.Channels);
     Pending.clear();
-    for (std::int64_t Left = Ramp - 1; Left >= 0; --Left, At += Channels) {
-        for (std::size_t Channel = 0; Channel < Channels; ++Channel)
-            Pending.push_back(Ramped(Recent[(At + Channel) % Recent.size()], Left, Ramp));
+    for (std::size_t Sample = 0; Sample < Index(Ramp * To.Channels); ++Sample)
+        Pending.push_back(Recent[(First + Sample) % Recent.size()]);
+    PendingFrom = 0;
+    return FadingNext(Ramp);
+}
+
+std::span<const std::int16_t> LiveFrames::FadingNext(std::int64_t Ramp) {
+    const auto Next = std::span(Pending).subspan(PendingFrom);
+    if (std::ssize(Next) < Ramp * To.Channels) return {};
+    const auto Falling = Next.first(Index(Ramp * To.Channels));
+    for (std::size_t Sample = 0; Sample < Falling.size(); ++Sample) {
+        const std::int64_t Left = Ramp - 1 - static_cast<std::int64_t>(Sample) / To.Channels;
+        Falling[Sample] = Ramped(Falling[Sample], Left, Ramp);
     }
-    PendingFrom = Pending.size();
-    return Pending;
+    return Falling;
 }
 
 }  // namespace Tolvar

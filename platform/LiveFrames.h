@@ -22,19 +22,21 @@ class LiveFrames {
 
     LiveFrames(LiveOptions Options, Reader FromSource);
 
-    /// A run, from its frame Frame on. All memory is taken here. RuntimeFailure as OutputConverter.
+    /// A run, from its frame Frame on. All memory is taken here, but for a resampler that sets off
+    /// anew. RuntimeFailure as OutputConverter.
     void Begin(StreamFormat Source, StreamFormat Device, std::int64_t Frame);
 
     /// What the device is to take next: whole frames, valid until the next call; none while the
     /// source has none. MayFlush: also what a resampler holds back, which ends its seamless stream.
+    /// RuntimeFailure as OutputConverter.
     std::span<const std::int16_t> Next(bool MayFlush);
     /// The device took the first Frames of that.
     void Took(std::int64_t Frames);
 
-    /// The source had no more when it was asked last.
-    bool SourceIsDry() const { return Dry; }
-    /// The device has taken all that there was.
-    bool AllTaken() const { return Dry && !Converter && PendingFrom == Pending.size(); }
+    /// Nothing is there for the device, and the source had no more when it was asked last.
+    bool IsDry() const { return Dry && PendingFrom == Pending.size(); }
+    /// Nor is anything held back.
+    bool AllTaken() const { return IsDry() && !Converter; }
     /// Of the source: the first that has not been read.
     std::int64_t NextFrame() const { return SourceFrame; }
 
@@ -42,6 +44,8 @@ class LiveFrames {
     std::int64_t MostKept() const { return std::ssize(Recent) / To.Channels; }
     /// Of the last TakenBack frames that the device took the first Ramp, falling to silence.
     std::span<const std::int16_t> Fading(std::int64_t TakenBack, std::int64_t Ramp);
+    /// The same of those that it would have taken next; none where fewer are there.
+    std::span<const std::int16_t> FadingNext(std::int64_t Ramp);
 
   private:
     bool Produce(bool MayFlush);

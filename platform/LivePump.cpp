@@ -7,7 +7,6 @@ namespace Tolvar {
 namespace {
 
 constexpr std::int64_t MostCallNs = NsPerSecond;
-constexpr int LateMs = 10;  // by which a look at the device may be late
 
 }  // namespace
 

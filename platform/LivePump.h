@@ -91,7 +91,9 @@ class LivePump {
     void DropAll(std::int64_t TakenBack);
     std::int64_t TakeBack(std::int64_t Ramp);
     void FadeOut(std::int64_t Ramp, std::int64_t TakenBack);
+    bool FadeOn(std::int64_t Ramp);
     void Close();
+    static constexpr int LateMs = 10;  // by which a look at the device may be late
     /// Between two looks at the device: often enough for the rest of what it holds to bridge one
     /// that is late, seldom enough to cost little.
     int TurnMs() const { return std::clamp(Options.LatencyMs / 2, 2, 200); }
@@ -104,8 +106,8 @@ class LivePump {
     const Clock& Time;
     const LiveOptions Options;
 
-    // Guarded by Lock. What the listener's time knows of a device is written by the render thread
-    // alone, which reads that without it.
+    // Guarded by Lock. The frames that a device was given and played are counted by the render
+    // thread alone, which reads them without it.
     InheritingMutex Lock;
     InheritingCondition ToThread;     // something is asked of the render thread
     InheritingCondition ToApartment;  // it has been done

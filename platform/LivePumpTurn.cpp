@@ -13,8 +13,7 @@ namespace {
 constexpr std::int64_t LingerNs = 300 * NsPerMs;  // a turn round or a jump opens nothing anew
 constexpr std::int64_t RetryEveryNs = NsPerSecond;
 constexpr std::int64_t StandStillNs = 2 * NsPerSecond;  // wireless ones take a while to start
-constexpr std::int64_t KeepMs = 2;     // what the device is about to play is not taken back
-constexpr std::int64_t SlackMs = 200;  // for a device that fills buffers of its own first
+constexpr std::int64_t KeepMs = 2;  // what the device is about to play is not taken back
 constexpr int MostDryLooks = 10;  // a server that is gone may take all it is given and play nothing
 
 }  // namespace
@@ -104,7 +103,8 @@ std::int64_t LivePump::Play(std::uint64_t Number) {
     if (!Frames.AllTaken() || Listener.Heard() < Listener.Written()) return TurnMs() * NsPerMs;
     // The frames that a resampler made may be a little shorter than those that it was given.
     const auto Locked = Hold();
-    if (RunNumber == Number) Listener.HeardUpTo(Frames.NextFrame());
+    if (RunNumber != Number || Mode != Phase::Sounding) return 0;
+    Listener.HeardUpTo(Frames.NextFrame());
     return Forever;
 }
 
@@ -156,7 +156,7 @@ bool LivePump::Measure() {
     if (StartClockNs < 0) return true;
     const long HeldFrames = Calling([](OutputDevice& Of) { return Of.Held(); });
     if (HeldFrames == -EPIPE) {
-        if (Listener.Written() > 0 && !Frames.SourceIsDry()) ++DryLooks;
+        if (Listener.Written() > 0 && !Frames.IsDry()) ++DryLooks;
         RunDry();
     } else if (HeldFrames < 0) {
         return Lose(Happening::Lost, static_cast<int>(-HeldFrames));
@@ -173,7 +173,7 @@ bool LivePump::Measure() {
 
 void LivePump::RunDry() {
     SawHeard(Listener.Written());
-    if (Listener.Written() > 0 && !Frames.SourceIsDry()) ++Underruns;
+    if (Listener.Written() > 0 && !Frames.IsDry()) ++Underruns;
     const auto Locked = Hold();
     Listener.RanDry();
 }
@@ -193,10 +193,11 @@ void LivePump::SawHeard(std::int64_t Told, std::int64_t SlackFrames) {
 /// Until the device takes less than it is offered: then it is full, and not asked once more. What
 /// a resampler holds back is brought out late: until it is due, more may come.
 bool LivePump::Feed() {
-    const std::int64_t Most = MostHeard(Time.NowNs()) + FramesIn(Options.LatencyMs + SlackMs);
+    const std::int64_t Most =
+        MostHeard(Time.NowNs()) + FramesIn(Options.LatencyMs + Options.SlackMs);
     for (int Stumbles = 0; Listener.Written() < Most && Stumbles < 3;) {
         const std::int64_t Unheard = Listener.Written() - Listener.Heard();
-        const auto Left = Frames.Next(Unheard <= FramesIn(2 * TurnMs()));
+        const auto Left = Frames.Next(Unheard <= FramesIn(TurnMs() + LateMs));
         if (Left.empty()) return true;
         const long Taken = Calling([Left](OutputDevice& To) { return To.Write(Left); });
         if (Taken == -EPIPE) {
@@ -208,7 +209,7 @@ bool LivePump::Feed() {
             if (StartClockNs < 0) StartClockNs = Time.NowNs();
             Frames.Took(Taken);
             const auto Locked = Hold();
-            Listener.Took(Taken);
+            Listener.WasGiven(Taken);
         }
         if (Taken >= 0 && Taken * Opened.Channels < std::ssize(Left)) return true;
     }
@@ -240,7 +241,7 @@ void LivePump::Quieten() {
         const std::int64_t TakenBack = Ramp > 0 ? TakeBack(Ramp) : 0;
         if (TakenBack >= std::max<std::int64_t>(Ramp, 1)) {
             FadeOut(Ramp, TakenBack);
-        } else {
+        } else if (Ramp == 0 || TakenBack > 0 || !FadeOn(Ramp)) {
             DropAll(TakenBack);
         }
     }
@@ -256,7 +257,7 @@ void LivePump::Quieten() {
 void LivePump::DropAll(std::int64_t TakenBack) {
     const long Dropped = Calling([](OutputDevice& Of) { return Of.Drop(); });
     if (Dropped < 0) return Close();
-    SawHeard(Listener.Written() - TakenBack - Dropped, FramesIn(SlackMs));
+    SawHeard(Listener.Written() - TakenBack - Dropped, FramesIn(Options.SlackMs));
 }
 
 /// All but what is as good as heard, if there is enough of it for a ramp.
@@ -268,9 +269,21 @@ std::int64_t LivePump::TakeBack(std::int64_t Ramp) {
 
 /// The first frames that were taken back fall to silence; they are heard, but not counted.
 void LivePump::FadeOut(std::int64_t Ramp, std::int64_t TakenBack) {
-    SawHeard(Listener.Written() - TakenBack, FramesIn(SlackMs));
+    SawHeard(Listener.Written() - TakenBack, FramesIn(Options.SlackMs));
     const auto Fading = Frames.Fading(TakenBack, Ramp);
     Calling([Fading](OutputDevice& To) { return To.Write(Fading); });
+}
+
+/// Where too little is held to take a ramp of it back: it is heard, and what would have followed
+/// falls to silence behind it, not counted. Where much is held a stop at once is worth more.
+bool LivePump::FadeOn(std::int64_t Ramp) {
+    const long HeldFrames = Calling([](OutputDevice& Of) { return Of.Held(); });
+    if (HeldFrames < 0 || HeldFrames > FramesIn(Options.LatencyMs * 2 / 3)) return false;
+    const auto Fading = Frames.FadingNext(Ramp);
+    if (Fading.empty()) return false;
+    SawHeard(Listener.Written(), FramesIn(Options.SlackMs));
+    Calling([Fading](OutputDevice& To) { return To.Write(Fading); });
+    return true;
 }
 
 void LivePump::Close() {
