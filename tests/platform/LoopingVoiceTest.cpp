@@ -16,7 +16,6 @@ struct TwentyFrames : CardRig, ::testing::Test {
         return {Offset,
                 [this, Name] { Told.push_back(Name + std::to_string(Time.NowNs() / NsPerMs)); }};
     }
-    std::vector<std::string> TakeTold() { return std::exchange(Told, {}); }
 };
 
 TEST(FrameTimerTest, IsExactAfterAMonth) {
@@ -45,13 +44,13 @@ TEST_F(TwentyFrames, MissedSignalsComeInOrderAlsoAfterAStop) {
     Voice.Play();
     Home.Sleep(32);
     Home.AdvanceBy(0);
-    EXPECT_THAT(TakeTold(), ElementsAre("a32", "b32", "c32", "a32", "b32"));
+    EXPECT_THAT(std::exchange(Told, {}), ElementsAre("a32", "b32", "c32", "a32", "b32"));
     Home.Sleep(40);
     Voice.Stop();
     Home.AdvanceBy(10);
     Voice.Play();
     Home.AdvanceBy(7);
-    EXPECT_THAT(TakeTold(), ElementsAre("c82", "a82", "b82", "c82", "a82", "b82", "c89"))
+    EXPECT_THAT(Told, ElementsAre("c82", "a82", "b82", "c82", "a82", "b82", "c89"))
         << "those that the stop overtook first";
 }
 

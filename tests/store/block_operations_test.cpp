@@ -24,25 +24,11 @@ TEST(BlockNew, GivesEachTypeItsPlaceAndRefusesTheOthersInTheBox) {
         "Error - Can not create buffer block in both (memory and file) or in Orgfile";
     EXPECT_THAT(S.Box.Texts, ElementsAre("Error - can not make free block", Both, Both));
     EXPECT_THROW(S.Store.BlockNew(-1, BlkBuff), RuntimeFailure);
+    for (const std::int32_t Blk : {3, 1, 2})
+        S.Store.BlockFree(Blk);
+    for (const std::int32_t FirstFree : {1, 2, 3, 4, 5})
+        EXPECT_EQ(S.Store.BlockNew(1, BlkSilent), FirstFree);
     S.ExpectConsistent();
-}
-
-TEST(BlockNew, TakesTheFirstFreeRecordWhateverWasFreedLast) {
-    Shop S;
-    Dice D{5};
-    std::vector<bool> Used(1, true);
-    for (int Step = 0; Step < 20000; ++Step) {
-        const std::int32_t Blk = D.Below(Size(Used));
-        if (D.Below(5) < 3) {
-            const auto Free = std::ranges::find(Used, false);
-            ASSERT_EQ(S.Store.BlockNew(1, BlkSilent), Free - Used.begin());
-            Free == Used.end() ? Used.push_back(true) : void(*Free = true);
-        } else if (Blk > 0) {
-            S.Store.BlockFree(Blk);
-            Used[static_cast<std::size_t>(Blk)] = false;
-        }
-        ASSERT_EQ(S.Store.BlockCnt(), Size(Used) - 1);
-    }
 }
 
 TEST(BuffMemCheck, EvictsTheLeastRecentlyUsedDownToTheBudgetAndKeepsFour) {
