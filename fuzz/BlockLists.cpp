@@ -52,13 +52,12 @@ struct Shelf {
 /// Reads at the edges of every block, and brings them into memory if they are short.
 void Read(Shelf& At, BlockCarrBuffClass& Carrier, const std::vector<std::int32_t>& Set) {
     std::vector<std::int16_t> Samples(50);
+    const auto Blocks = std::span(Set).subspan(1);
     // Blocks may lie over each other, so that any of them may be the one that holds a sample.
-    const bool AllShort = std::all_of(Set.begin() + 1, Set.end(), [&](std::int32_t Blk) {
-        return At.Store.Block(Blk).BlkLen <= MostLoaded;
-    });
-    for (std::size_t Entry = 1; Entry < Set.size(); ++Entry) {
-        const BlockRec& Block = At.Store.Block(Set[Entry]);
-        const std::int32_t Start = Block.BlkStartPos;
+    const bool AllShort = std::ranges::all_of(
+        Blocks, [&](std::int32_t Blk) { return At.Store.Block(Blk).BlkLen <= MostLoaded; });
+    for (const std::int32_t Blk : Blocks) {
+        const std::int32_t Start = At.Store.Block(Blk).BlkStartPos;
         for (const std::int32_t From : {Start, Start > 20 ? Start - 20 : Start})
             Accepted([&] { Carrier.QuickBuffGet(From, Samples); });
         if (AllShort) Accepted([&] { Carrier.WaveLR(Start, 7); });

@@ -21,7 +21,7 @@ constexpr int MostSteps = 64;
 
 class Script {
   public:
-    explicit Script(std::span<const std::uint8_t> Input) : Rest(Input) {}
+    explicit Script(Bytes Input) : Rest(Input) {}
 
     bool AtEnd() const { return Rest.empty(); }
     std::uint8_t Byte() {
@@ -50,7 +50,7 @@ class Script {
     }
 
   private:
-    std::span<const std::uint8_t> Rest;
+    Bytes Rest;
 };
 
 void WriteList(Script& From, WireBytes& To) {
@@ -83,17 +83,10 @@ void WriteHandOver(Script& From, WireBytes& To) {
 }
 
 void WriteBasic(Script& From, char Type, WireBytes& To) {
-    switch (Type) {
-        case 'i':
-            return To.Int(From.Number());
-        case 'b':
-            return To.Word(From.Byte() % 3);
-        case 'd':
-            return To.Double(From.Byte() % 4 == 0 ? static_cast<double>(From.Byte()) / 16
-                                                  : std::bit_cast<float>(From.Int()));
-        default:
-            return To.Text(From.Text());
-    }
+    if (Type == 'i') return To.Int(From.Number());
+    if (Type == 'b') return To.Word(From.Byte() % 3);
+    if (Type == 's') return To.Text(From.Text());
+    To.Double(From.Byte() % 4 == 0 ? From.Byte() / 16.0 : std::bit_cast<float>(From.Int()));
 }
 
 /// The conversation: a server, and its editor's end of the socket.
@@ -104,20 +97,20 @@ class Conversation {
         Demand(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, Pair.data()) == 0,
                "there is a socket pair");
         Editor = Descriptor(Pair[0]);
-        Say(std::string(Greeting));
+        Say(Greeting);
         Hosting = std::make_unique<Host>(
             Server, std::make_unique<BusLink>(Descriptor(Pair[1]), BusLink::Side::Server), false,
             0);  // no time for the sink, which answers later or not at all
     }
 
-    void Say(const std::string& Bytes) {
+    void Say(std::string_view Bytes) {
         // More than the socket holds stays unsaid.
         [[maybe_unused]] const auto Sent =
             send(Editor.Get(), Bytes.data(), Bytes.size(), MSG_NOSIGNAL);
     }
-    void Say(Heading Head, const std::string& Body) {
+    void Say(Heading Head, const WireBytes& Body = {}) {
         Head.Serial = ++Serial;
-        Say(MessageOf(Head, Body));
+        Say(MessageOf(Head, Body.Out));
     }
     void Pass(int Ms) {
         if (!Hosting->Finished()) Hosting->TurnLater();
@@ -165,11 +158,7 @@ void CallMember(Script& From, Conversation& With) {
     } else if (!Types.empty()) {
         WriteBasic(From, Types.front(), Body);
     }
-    With.Say({.Path = Wire::PlayerPath,
-              .Interface = Wire::PlayerInterface,
-              .Member = Member.Name,
-              .Signature = Types},
-             Body.Out);
+    With.Say({.Member = Member.Name, .Signature = Types}, Body);
 }
 
 void CallProperties(Script& From, Conversation& With) {
@@ -184,48 +173,37 @@ void CallProperties(Script& From, Conversation& With) {
         Body.Signature(Own);
         WriteBasic(From, Own.front(), Body);
     }
-    const std::array<Heading, 4> Calls{{{.Member = "Set", .Signature = "ssv"},
-                                        {.Member = "Set", .Signature = "ssv"},
-                                        {.Member = "Get", .Signature = "ss"},
-                                        {.Member = "GetAll", .Signature = "s"}}};
-    Heading Head = Calls[Choice];
-    Head.Path = Wire::PlayerPath;
-    Head.Interface = Wire::Properties;
-    With.Say(Head, Body.Out);
+    const std::array Members{"Set", "Set", "Get", "GetAll"};
+    const std::array Signatures{"ssv", "ssv", "ss", "s"};
+    With.Say(
+        {.Interface = Wire::Properties, .Member = Members[Choice], .Signature = Signatures[Choice]},
+        Body);
 }
 
 void CallHosting(Script& From, Conversation& With) {
     const unsigned Choice = From.Byte() % 8U;
-    WireBytes Body;
-    Heading Head{.Path = Wire::PlayerPath, .Interface = Wire::HostingInterface};
-    if (Choice == 0) {
-        Head.Member = "Release";
-    } else if (Choice == 1) {
-        Head.Interface = Wire::Introspectable;
-        Head.Member = "Introspect";
-    } else {
-        Head.Member = "Advise";
-        Head.Signature = "o";
-        Body.Text("/sink");
-    }
-    With.Say(Head, Body.Out);
+    WireBytes Sink;
+    Sink.Text("/sink");
+    if (Choice == 0) return With.Say({.Interface = Wire::HostingInterface, .Member = "Release"});
+    if (Choice == 1) return With.Say({.Interface = Wire::Introspectable, .Member = "Introspect"});
+    With.Say({.Interface = Wire::HostingInterface, .Member = "Advise", .Signature = "o"}, Sink);
 }
 
 // To a report, if the number is the one of a report.
 void AnswerReport(Script& From, Conversation& With) {
-    const bool Well = From.Byte() % 4 != 0;
-    With.Say({.Is = Well ? Heading::Kind::Answer : Heading::Kind::Error,
-              .ErrorName = Well ? "" : Wire::Failed,
-              .AnswerTo = 1U + From.Byte() % 64U},
-             "");
+    Heading Head{.Is = Heading::Kind::Answer, .Path = "", .Interface = ""};
+    if (From.Byte() % 4 == 0) {
+        Head.Is = Heading::Kind::Error;
+        Head.ErrorName = Wire::Failed;
+    }
+    Head.AnswerTo = 1U + From.Byte() % 64U;
+    With.Say(Head);
 }
 
 // Any head of a message with any body.
 void SayOdd(Script& From, Conversation& With) {
-    const std::string Path = From.Text();
-    const std::string Member = From.Text();
-    const std::string Types = From.Text();
-    const std::string Body = From.Text(40);
+    const std::string Path = From.Text(), Member = From.Text(), Types = From.Text();
+    const WireBytes Body{From.Text(40)};
     With.Say({.Is = static_cast<Heading::Kind>(From.Byte() % 5U),
               .Path = From.Byte() % 2 == 0 ? Wire::PlayerPath : Path,
               .Interface = From.Byte() % 2 == 0 ? Wire::PlayerInterface : Wire::Properties,
@@ -234,36 +212,23 @@ void SayOdd(Script& From, Conversation& With) {
              Body);
 }
 
+void SayBytes(Script& From, Conversation& With) {
+    With.Say(From.Text(255));
+}
+
+void PassTime(Script& From, Conversation& With) {
+    With.Pass(From.Byte() * 10);
+}
+
 }  // namespace
 
 void HearMessages(Bytes Input) {
+    constexpr std::array Steps{CallMember,   CallMember, CallProperties, CallHosting,
+                               AnswerReport, SayOdd,     SayBytes,       PassTime};
     Script From(Input);
     Conversation With;
-    for (int Step = 0; Step < MostSteps && !From.AtEnd(); ++Step) {
-        switch (From.Byte() % 8U) {
-            case 0:
-            case 1:
-                CallMember(From, With);
-                break;
-            case 2:
-                CallProperties(From, With);
-                break;
-            case 3:
-                CallHosting(From, With);
-                break;
-            case 4:
-                AnswerReport(From, With);
-                break;
-            case 5:
-                SayOdd(From, With);
-                break;
-            case 6:
-                With.Say(From.Text(255));
-                break;
-            default:
-                With.Pass(From.Byte() * 10);
-        }
-    }
+    for (int Step = 0; Step < MostSteps && !From.AtEnd(); ++Step)
+        Steps[From.Byte() % Steps.size()](From, With);
     With.HangUp();
 }
 

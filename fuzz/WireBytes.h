@@ -6,11 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "host/wire/Names.h"
+
 namespace Tolvar::Fuzz {
 
 /// Values as D-Bus marshals them, little end first. It writes what it is told, valid or not.
-class WireBytes {
-  public:
+struct WireBytes {
+    std::string Out;
+
     void Align(std::size_t To) { Out.resize((Out.size() + To - 1) / To * To, '\0'); }
     void Byte(unsigned Value) { Out.push_back(static_cast<char>(Value & 0xFFU)); }
     void Word(std::uint32_t Value) {
@@ -27,16 +30,12 @@ class WireBytes {
     }
     void Text(std::string_view Value) {
         Word(static_cast<std::uint32_t>(Value.size()));
-        Out += Value;
-        Out.push_back('\0');
+        (Out += Value) += '\0';
     }
     void Signature(std::string_view Value) {
         Byte(static_cast<unsigned>(Value.size()));
-        Out += Value;
-        Out.push_back('\0');
+        (Out += Value) += '\0';
     }
-
-    std::string Out;
 };
 
 /// What a message says of itself. An empty text is left out.
@@ -45,8 +44,8 @@ struct Heading {
 
     Kind Is = Kind::Call;
     std::uint32_t Serial = 1;
-    std::string_view Path = {};
-    std::string_view Interface = {};
+    std::string_view Path = Wire::PlayerPath;
+    std::string_view Interface = Wire::PlayerInterface;
     std::string_view Member = {};
     std::string_view ErrorName = {};
     std::string_view Signature = {};
@@ -74,10 +73,8 @@ inline std::string MessageOf(const Heading& Head, const std::string& Body) {
         Fields.Word(Head.AnswerTo);
     }
     WireBytes Whole;
-    Whole.Byte('l');
-    Whole.Byte(static_cast<unsigned>(Head.Is));
-    Whole.Byte(0);
-    Whole.Byte(1);
+    for (const unsigned Each : {unsigned{'l'}, static_cast<unsigned>(Head.Is), 0U, 1U})
+        Whole.Byte(Each);
     Whole.Word(static_cast<std::uint32_t>(Body.size()));
     Whole.Word(Head.Serial);
     Whole.Word(static_cast<std::uint32_t>(Fields.Out.size()));

@@ -54,10 +54,9 @@ class RawEditor {
     }
 
     /// "" or the name of the error; "closed" or "no answer" when none comes. Text has its text.
-    std::string Ask(const Message& Call) { return Await(Link.Send(Call.get())); }
     template <typename... Values>
     std::string Ask(const char* Interface, const char* Member, const char* Types, Values... Each) {
-        return Ask(New(Interface, Member, Types, Each...));
+        return Await(Link.Send(New(Interface, Member, Types, Each...).get()));
     }
     std::string Await(std::uint64_t Cookie) {
         const std::int64_t LimitNs = BusLink::NowNs() + 8'000'000'000;

@@ -6,6 +6,7 @@
 #include "host/client/PlayDllClient.h"
 #include "tests/host/Rig.h"
 #include "tests/host/Shell.h"
+#include "tests/support/Fakes.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TempFolder.h"
 
@@ -29,16 +30,22 @@ std::string ConfiguredIn(const TempFolder& Folder) {
     return "--config-file=" + (Folder / "config");
 }
 
-struct SessionBus : private TempFolder, public PrivateBus {
-    SessionBus() : PrivateBus(ConfiguredIn(*this)) {}
-    static bool HasServer() {
-        return OutputOf("busctl --user list --acquired").find(Wire::BusName) != std::string::npos;
+struct Bus : testing::Test {
+    TempFolder Folder;
+    PrivateBus Daemon{ConfiguredIn(Folder)};
+
+    void SetUp() override {
+        if (!Daemon) GTEST_SKIP() << "there is no dbus-daemon here";
+    }
+    static bool ServerEnds() {
+        return Soon([] {
+            const std::string Names = OutputOf("busctl --user list --acquired");
+            return Names.find(Wire::BusName) == std::string::npos;
+        });
     }
 };
 
-TEST(Bus, TheWalkThroughOfTheDocumentWorksAsItSays) {
-    const SessionBus Bus;
-    if (!Bus) GTEST_SKIP() << "there is no dbus-daemon here";
+TEST_F(Bus, TheWalkThroughOfTheDocumentWorksAsItSays) {
     // The lines behind "$ " in the console block are one script; the others are what it prints.
     const std::string Block = "sed -n '/^```console/,/^```$/{/```/!p}' " HOSTING_DOC;
     const std::string Expected = OutputOf(Block + " | grep -v '^\\$ '");
@@ -47,40 +54,32 @@ TEST(Bus, TheWalkThroughOfTheDocumentWorksAsItSays) {
     EXPECT_EQ(OutputOf(Block + " | sed -n 's/^\\$ //p' | timeout 30 bash -e 2>&1", &Code),
               Expected);
     EXPECT_EQ(Code, 0);
-    EXPECT_TRUE(Soon([] { return !SessionBus::HasServer(); }));
+    EXPECT_TRUE(ServerEnds());
 }
 
-TEST(Bus, ServesOneEditorAtATimeAndEndsWithIt) {
-    const SessionBus Bus;
-    if (!Bus) GTEST_SKIP() << "there is no dbus-daemon here";
+TEST_F(Bus, ServesOneEditorAtATimeAndEndsWithIt) {
     {
         std::vector<std::string> Order;
         PlayDllClient Editor = PlayDllClient::OnSessionBus();
         Editor.OnMsgBoxOb(
             [&](const std::string&, const std::string& Ttl) { Order.push_back(Ttl); });
-        try {
-            PlayDllClient::OnSessionBus();
-            ADD_FAILURE() << "there are two";
-        } catch (const PlayDllError& Refused) {
-            EXPECT_EQ(Refused.Name(), Wire::Busy);
-            EXPECT_THAT(Refused.what(), HasSubstr("another editor"));
-        }
+        const auto What = testing::Property(&std::exception::what, HasSubstr("another editor"));
+        EXPECT_THAT([] { PlayDllClient::OnSessionBus(); },
+                    testing::Throws<PlayDllError>(
+                        AllOf(testing::Property(&PlayDllError::Name, Wire::Busy), What)));
         Editor.PlayUTurn();
         EXPECT_THAT(Order, testing::ElementsAre("Driver is Off", "U-Turn Failed"));
     }
-    EXPECT_TRUE(Soon([] { return !SessionBus::HasServer(); }));
+    EXPECT_TRUE(ServerEnds());
 
     std::string Why;
     PlayDllClient Next = PlayDllClient::OnSessionBus();
     Next.OnServerGone([&](const std::string& Text) { Why = Text; });
     Next.PlayUTurn();
     OutputOf("kill -9 $(busctl --user status org.tolvar.WaveEditor | sed -n 's/^PID=//p')");
-    EXPECT_TRUE(Soon([&] {
-        Next.Dispatch();
-        return Next.Gone();
-    }));
+    EXPECT_TRUE(Soon([&] { return Next.Dispatch(), Next.Gone(); }));
     EXPECT_THAT(Why, HasSubstr("gone"));
-    EXPECT_THROW(Next.PlayUTurn(), PlayDllError);
+    EXPECT_THAT(FailureOf([&] { Next.PlayUTurn(); }), HasSubstr("gone"));
 
     const pid_t Dying = fork();
     if (Dying == 0) {
@@ -91,7 +90,7 @@ TEST(Bus, ServesOneEditorAtATimeAndEndsWithIt) {
     int Status = 0;
     EXPECT_EQ(waitpid(Dying, &Status, 0), Dying);
     EXPECT_TRUE(WIFSIGNALED(Status)) << "it had no server";
-    EXPECT_TRUE(Soon([] { return !SessionBus::HasServer(); }, 1s));
+    EXPECT_TRUE(ServerEnds());
 }
 
 TEST(Server, SaysWhyItDoesNotStart) {
@@ -117,7 +116,7 @@ TEST(Server, SaysWhyItDoesNotStart) {
     unsetenv("DBUS_SESSION_BUS_ADDRESS");
 }
 
-TEST(AnotherUser, IsTurnedAwayOnASocketAndOnTheBus) {
+TEST_F(Bus, AnotherUserIsTurnedAwayHereAndOnASocket) {
     if (geteuid() != 0) GTEST_SKIP() << "takes root to be another user";
     ASSERT_EQ(seteuid(65534), 0);
     const auto [Ours, Theirs] = SocketPair();
@@ -128,8 +127,6 @@ TEST(AnotherUser, IsTurnedAwayOnASocketAndOnTheBus) {
                 HasSubstr("belongs to user 65534"));
     EXPECT_EQ(WEXITSTATUS(Code), 1);
 
-    const SessionBus Bus;
-    if (!Bus) GTEST_SKIP() << "there is no dbus-daemon here";
     PlayDllClient Editor = PlayDllClient::OnSessionBus();
     const std::string Asked = std::string(" busctl --user get-property ") + Wire::BusName + " " +
                               Wire::PlayerPath + " " + Wire::PlayerInterface +

@@ -16,17 +16,13 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-PlayDllClient StartQuiet(std::vector<std::string> More = {}, int LimitMs = 30000) {
-    std::vector<std::string> Words{"--engine", "waveout", "--log", "/dev/null"};
-    Words.insert(Words.end(), More.begin(), More.end());
-    return PlayDllClient::Start({HOST_PROGRAM, Words, LimitMs});
+PlayDllClient StartQuiet(int LimitMs = 30000, const std::string& Device = "null") {
+    return PlayDllClient::Start(
+        {HOST_PROGRAM, {"--engine", "waveout", "--log", "/dev/null", "--device", Device}, LimitMs});
 }
 
 bool DispatchUntil(PlayDllClient& Client, const std::function<bool()>& Holds) {
-    return Soon([&] {
-        Client.Dispatch();
-        return Holds();
-    });
+    return Soon([&] { return Client.Dispatch(), Holds(); });
 }
 
 /// A wave of 1000 Hz, a millisecond to a frame, playing; silence if there is no name.
@@ -54,9 +50,9 @@ TEST(Client, HearsReportsDuringCallsAndBetweenAndItsSinkMayCallBackAndThrowButNo
     EXPECT_TRUE(DispatchUntil(Client, [&] { return Order.back() == "Play Done"; }));
     EXPECT_THAT(Order, ElementsAre("Writing to Play Buffer", "Stopped", "Done", "Stopped",
                                    "Playing", "returned", "Play Done"));
-    const auto Began = std::chrono::steady_clock::now();
+    const auto BeganNs = BusLink::NowNs();
     EXPECT_EQ(Client.Release(), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - Began, 300ms);
+    EXPECT_GE(BusLink::NowNs() - BeganNs, 300'000'000);
     EXPECT_EQ(Client.Release(), 0);
     EXPECT_EQ(Order.back(), "Driver is Off");
 }
@@ -95,7 +91,7 @@ TEST(Client, OfAServerThatDiesFailsAtOnceAndANewOneTakesTheWave) {
 
 TEST(Client, GivesUpAServerThatStandsStillButNotOneThatWaitsForTheEditor) {
     std::string Why;
-    PlayDllClient Client = StartQuiet({}, 300);
+    PlayDllClient Client = StartQuiet(300);
     Client.OnServerGone([&](const std::string& Text) { Why = Text; });
     Client.OnMsgBoxOb([](const std::string&, const std::string&) { poll(nullptr, 0, 400); });
     Client.StopPlay();
@@ -117,7 +113,7 @@ TEST(Client, LeavesNothingBehindAndOtherEditorsAloneWhetherOrNotTheSystemReapsIt
     using Entries = std::filesystem::directory_iterator;
     const auto Open = [] { return std::distance(Entries("/proc/self/fd"), Entries()); };
     const auto Before = Open();
-    for (const auto Handling : {SIG_DFL, SIG_IGN, SIG_DFL}) {
+    for (const auto Handling : {SIG_IGN, SIG_DFL}) {
         signal(SIGCHLD, Handling);
         PlayDllClient Client = StartQuiet();
         Play(Client, 60000);
@@ -138,7 +134,7 @@ TEST(Client, ThatIsKilledInMidPlayTakesItsServerWithIt) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t Editor = fork();
     if (Editor == 0) {
-        PlayDllClient Client = StartQuiet({"--device", "wav:" + Record});
+        PlayDllClient Client = StartQuiet(30000, "wav:" + Record);
         Client.AppTmpDir(Folder / "");
         Client.MemorySizeToUse(1000);
         Play(Client, 60000, Work);

@@ -8,7 +8,7 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 
-TEST(Sink, ThatNeverAnswersIsDroppedAfterTwoSecondsAndHeardAgainWhenItDoes) {
+TEST(Sink, ThatNeverAnswersIsDroppedAfterTwoSecondsAndHeardAgainWhenItDoesOrRefuses) {
     SinkEditor Editor;
     Message Kept;
     Editor.Sink = [&](Message Report) { Kept = std::move(Report); };
@@ -23,15 +23,10 @@ TEST(Sink, ThatNeverAnswersIsDroppedAfterTwoSecondsAndHeardAgainWhenItDoes) {
     SinkEditor::Accept(std::move(Kept));
     EXPECT_EQ(Editor.Do("PlayUTurn"), "");
     EXPECT_THAT(Editor.Said(), ElementsAre("Driver is Off", "U-Turn Failed"));
-}
 
-TEST(Sink, ThatAnswersWithAnErrorDisturbsNothing) {
-    SinkEditor Editor;
     Editor.Sink = [](const Message& Report) { Refuse(Report.get(), Wire::Failed, "no"); };
     EXPECT_EQ(Editor.Do("PlayUTurn"), "");
-    EXPECT_EQ(Editor.Do("PlayUTurn"), "");
-    EXPECT_THAT(Editor.Said(),
-                ElementsAre("Driver is Off", "U-Turn Failed", "Driver is Off", "U-Turn Failed"));
+    EXPECT_THAT(Editor.Said(), ElementsAre("Driver is Off", "U-Turn Failed"));
 }
 
 TEST(Sink, ThatCallsBackIsServedInsideTheReportUntilItIsTooDeep) {
@@ -44,28 +39,25 @@ TEST(Sink, ThatCallsBackIsServedInsideTheReportUntilItIsTooDeep) {
     };
     EXPECT_EQ(Editor.Do("StopPlay"), "");
     EXPECT_THAT(Editor.Said(), Each("Driver is Off"));
-    ASSERT_EQ(Results.size(), 8U);
-    EXPECT_EQ(Results.front(), Wire::LimitsExceeded);  // the innermost returns first
-    Results.erase(Results.begin());
-    EXPECT_THAT(Results, Each(""));
+    // The innermost returns first.
+    EXPECT_THAT(Results, ElementsAre(Wire::LimitsExceeded, "", "", "", "", "", "", ""));
     Editor.Sink = &SinkEditor::Accept;
     EXPECT_EQ(Editor.Do("StopPlay"), "");
 }
 
 TEST(Sink, CallsThatAreSentWithoutWaitingKeepTheirOrder) {
     SinkEditor Editor;
-    std::vector<std::uint64_t> Asked;
     std::vector<std::string> Expected;
+    std::uint64_t Last = 0;
     kill(Editor.Process->Id(), SIGSTOP);  // all of them are there before the first report goes out
     for (int I = 0; I < 20; ++I) {
         for (const char* const Member : {"PlayUTurn", "PlayAgain"})
-            Asked.push_back(Editor.Link.Send(Editor.New(Wire::PlayerInterface, Member, "").get()));
+            Last = Editor.Link.Send(Editor.New(Wire::PlayerInterface, Member, "").get());
         Expected.insert(Expected.end(), {"Driver is Off", "U-Turn Failed", "Play Again - Failed",
                                          "Do \"Play New\" first"});
     }
     kill(Editor.Process->Id(), SIGCONT);
-    for (const std::uint64_t Cookie : Asked)
-        ASSERT_EQ(Editor.Await(Cookie), "");
+    EXPECT_EQ(Editor.Await(Last), "");
     EXPECT_EQ(Editor.Said(), Expected);
 }
 

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <functional>
-#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -21,65 +19,7 @@ namespace {
 
 const std::string Track = "/org/tolvar/waveplay/wave";
 
-// A remote control on a thread of its own, since it waits for answers: commands in the words of
-// busctl, and what it is told as text.
-class Remote {
-  public:
-    Remote() {
-        EXPECT_GE(sd_bus_open_user(&Bus), 0);
-        sd_bus_match_signal(Bus, nullptr, nullptr, MprisObject::Path, nullptr, nullptr, OnSignal,
-                            this);
-        // The name comes a while after the object.
-        while (sd_bus_get_name_creds(Bus, Name.c_str(), 0, nullptr) < 0) {
-        }
-    }
-    ~Remote() { sd_bus_flush_close_unref(Bus); }
-    Remote(const Remote&) = delete;
-    Remote& operator=(const Remote&) = delete;
-
-    /// What it prints: a value, or why not.
-    std::string Do(const std::string& Verb, const std::string& Words) const {
-        const std::string Said =
-            OutputOf("busctl --user " + Verb + " " + Name + " " + MprisObject::Path + " " +
-                     MprisObject::PlayerInterface + " " + Words + " 2>&1");
-        return Said.substr(0, Said.find('\n'));
-    }
-    std::string Call(const std::string& Words) const { return Do("call", Words); }
-    std::string Set(const std::string& Words) const { return Do("set-property", Words); }
-    std::string Get(const std::string& Property) const { return Do("get-property", Property); }
-
-    /// The signals that have come until one says so, or the bus is gone.
-    std::string ToldUntil(const std::string& Wanted) {
-        while (Told.find(Wanted) == std::string::npos) {
-            const int Processed = sd_bus_process(Bus, nullptr);
-            if (Processed < 0 || (Processed == 0 && sd_bus_wait(Bus, UINT64_MAX) < 0)) break;
-        }
-        return std::exchange(Told, {});
-    }
-
-  private:
-    static int OnSignal(sd_bus_message* Come, void* Self, sd_bus_error*) {
-        std::string& Told = static_cast<Remote*>(Self)->Told;
-        std::int64_t Position = 0;
-        if (sd_bus_message_is_signal(Come, MprisObject::PlayerInterface, "Seeked") > 0) {
-            sd_bus_message_read(Come, "x", &Position);
-            Told += "Seeked " + std::to_string(Position) + "\n";
-            return 0;
-        }
-        const char* Property = "";
-        sd_bus_message_skip(Come, "s");
-        sd_bus_message_enter_container(Come, 'a', "{sv}");
-        sd_bus_message_enter_container(Come, 'e', "sv");
-        sd_bus_message_read(Come, "s", &Property);  // one at a time changes here
-        Told += Property + std::string("\n");
-        return 0;
-    }
-
-    sd_bus* Bus = nullptr;
-    std::string Name = "org.mpris.MediaPlayer2.waveplay.instance" + std::to_string(getpid());
-    std::string Told;
-};
-
+/// A player on a bus, and a remote control that speaks in the words of busctl and listens.
 struct RemoteControl : testing::Test {
     PrivateBus Bus;
     RealClock Time;
@@ -88,6 +28,9 @@ struct RemoteControl : testing::Test {
     FakePlayer Player;
     std::optional<PlayerControl> Control;
     std::optional<Mpris> Object;
+    sd_bus* Ears = nullptr;
+    std::string Told;
+    const std::string Name = "org.mpris.MediaPlayer2.waveplay.instance" + std::to_string(getpid());
 
     void SetUp() override {
         if (!Bus) GTEST_SKIP() << "there is no dbus-daemon";
@@ -96,92 +39,118 @@ struct RemoteControl : testing::Test {
         Player.OnMsgBoxOb(
             [&](std::string_view Msg, std::string_view Ttl) { Control->Report(Msg, Ttl); });
         Object.emplace(Home, *Control, MprisFacts{"wave", "file:///wave"}, [] {});
+        ASSERT_GE(sd_bus_open_user(&Ears), 0);
+        sd_bus_match_signal(Ears, nullptr, nullptr, MprisObject::Path, nullptr, nullptr, OnSignal,
+                            &Told);
+        // The name comes a while after the object.
+        for (int Ms = 0; Ms < 5000 && sd_bus_get_name_creds(Ears, Name.c_str(), 0, nullptr) < 0;
+             ++Ms)
+            Home.AdvanceBy(1);
+        Home.Watch(sd_bus_get_fd(Ears), [this, Fd = sd_bus_get_fd(Ears)] { Listen(Fd); });
     }
-    /// From a script: in the apartment, and done when this returns.
-    void Here(const Apartment::Handler& Do) {
-        std::promise<void> Done;
-        Home.Post([&] {
-            Do();
-            Done.set_value();
-        });
-        Done.get_future().wait();
+    void TearDown() override { sd_bus_flush_close_unref(Ears); }
+
+    void Listen(int Fd) {
+        int Heard = 1;
+        while (Heard > 0)
+            Heard = sd_bus_process(Ears, nullptr);
+        if (Heard == 0) return;
+        Told += "gone\n";
+        Home.Unwatch(Fd);
     }
-    /// Runs Script while the apartment does.
-    void With(const std::function<void(Remote&)>& Script) {
-        bool Over = false;
+    static int OnSignal(sd_bus_message* Come, void* Told, sd_bus_error*) {
+        std::int64_t Position = 0;
+        const char* Property = "";
+        std::string Says;
+        if (sd_bus_message_has_signature(Come, "x") > 0) {
+            sd_bus_message_read(Come, "x", &Position);
+            Says = "Seeked " + std::to_string(Position);
+        } else {
+            sd_bus_message_skip(Come, "s");
+            sd_bus_message_enter_container(Come, 'a', "{sv}");
+            sd_bus_message_enter_container(Come, 'e', "sv");
+            sd_bus_message_read(Come, "s", &Property);  // one at a time changes here
+            Says = Property;
+        }
+        *static_cast<std::string*>(Told) += Says + "\n";
+        return 0;
+    }
+
+    /// What it prints: a value, or why not.
+    std::string Do(const std::string& Verb, const std::string& Words) {
+        std::optional<std::string> Said;
         std::thread Away([&] {
-            {
-                Remote Held;
-                Script(Held);
-            }
-            Home.Post([&Over] { Over = true; });
+            const std::string Output =
+                OutputOf("busctl --user " + Verb + " " + Name + " " + MprisObject::Path + " " +
+                         MprisObject::PlayerInterface + " " + Words + " 2>&1");
+            Home.Post([&Said, Output] { Said = Output.substr(0, Output.find('\n')); });
         });
-        Home.RunUntil(Forever, [&Over] { return Over; });
+        Home.RunUntil(Forever, [&Said] { return Said.has_value(); });
         Away.join();
+        return *Said;
+    }
+    std::string Call(const std::string& Words) { return Do("call", Words); }
+    std::string Set(const std::string& Words) { return Do("set-property", Words); }
+    std::string Get(const std::string& Property) { return Do("get-property", Property); }
+
+    /// The signals that have come until one says so.
+    std::string ToldUntil(const std::string& Wanted) {
+        const auto Come = [&] { return Told.find(Wanted) != std::string::npos; };
+        EXPECT_TRUE(Home.RunUntil(Time.NowNs() + 5'000'000'000, Come)) << Wanted << " is not told";
+        return std::exchange(Told, {});
     }
 };
 
 TEST_F(RemoteControl, CommandsReachThePlayerAndChangesAreTold) {
-    With([&](Remote& Held) {
-        EXPECT_EQ(Held.Get("PlaybackStatus"), "s \"Playing\"");
-        EXPECT_EQ(Held.Call("SetPosition ox " + Track + " 30000000"), "");
-        EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 30000000\n");
-        EXPECT_EQ(Held.Call("SetPosition ox /an/other 1"), "");
-        EXPECT_EQ(Held.Call("SetPosition ox " + Track + " 100000001"), "");
-        EXPECT_EQ(Held.Call("Seek x -- -10000000"), "");
-        EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 20000000\n");
-        EXPECT_EQ(Held.Get("Position"), "x 20000000");
-        EXPECT_EQ(Held.Call("PlayPause"), "");
-        EXPECT_EQ(Held.ToldUntil("Status"), "PlaybackStatus\n");
-        EXPECT_EQ(Held.Get("PlaybackStatus"), "s \"Paused\"");
-        EXPECT_EQ(Held.Set("LoopStatus s Track"), "");
-        EXPECT_EQ(Held.ToldUntil("Status"), "LoopStatus\n");
-        EXPECT_EQ(Held.Set("Rate d 2"), "");
-        EXPECT_EQ(Held.ToldUntil("Rate"), "Rate\n");
-        EXPECT_EQ(Held.Get("Rate"), "d 2");
-        EXPECT_EQ(Held.Call("Play"), "");
-        EXPECT_EQ(Held.Set("Rate d 0"), "");  // a pause by another name
-        EXPECT_EQ(Held.Call("Stop"), "");
-        EXPECT_EQ(Held.Get("Position"), "x 0");
-    });
+    EXPECT_EQ(Get("PlaybackStatus"), "s \"Playing\"");
+    EXPECT_EQ(Call("SetPosition ox " + Track + " 30000000"), "");
+    EXPECT_EQ(ToldUntil("Seeked"), "Seeked 30000000\n");
+    EXPECT_EQ(Call("SetPosition ox /an/other 1"), "");
+    EXPECT_EQ(Call("SetPosition ox " + Track + " 100000001"), "");
+    EXPECT_EQ(Call("Seek x -- -10000000"), "");
+    EXPECT_EQ(ToldUntil("Seeked"), "Seeked 20000000\n");
+    EXPECT_EQ(Get("Position"), "x 20000000");
+    EXPECT_EQ(Call("PlayPause"), "");
+    EXPECT_EQ(ToldUntil("Status"), "PlaybackStatus\n");
+    EXPECT_EQ(Get("PlaybackStatus"), "s \"Paused\"");
+    EXPECT_EQ(Set("LoopStatus s Track"), "");
+    EXPECT_EQ(ToldUntil("Status"), "LoopStatus\n");
+    EXPECT_EQ(Set("Rate d 2"), "");
+    EXPECT_EQ(ToldUntil("Rate"), "Rate\n");
+    EXPECT_EQ(Get("Rate"), "d 2");
+    EXPECT_EQ(Call("Play"), "");
+    EXPECT_EQ(Set("Rate d 0"), "");  // a pause by another name
+    EXPECT_EQ(Call("Stop"), "");
+    EXPECT_EQ(Get("Position"), "x 0");
     EXPECT_EQ(Player.Calls, "at 30001, at 20001, pause, loop, tempo 2.000, continue, pause, stop");
 }
 
 TEST_F(RemoteControl, WhatIsRefusedIsSaidToWhoAskedForIt) {
-    With([&](Remote& Held) {
-        EXPECT_NE(Held.Set("Rate d -- -1"), "");
-        EXPECT_NE(Held.Set("LoopStatus s Twice"), "");
-        EXPECT_NE(Held.Call("OpenUri s file:///b"), "");
-        Here([&] { Player.Refusal = "the player will not"; });
-        EXPECT_EQ(Held.Call("Pause"), "Call failed: the player will not");
-        Here([&] { Player.Gone = true; });
-        EXPECT_EQ(Held.Call("Pause"), "Call failed: the server is gone");
-    });
+    EXPECT_NE(Set("Rate d -- -1"), "");
+    EXPECT_NE(Set("LoopStatus s Twice"), "");
+    EXPECT_NE(Call("OpenUri s file:///b"), "");
+    Player.Refusal = "the player will not";
+    EXPECT_EQ(Call("Pause"), "Call failed: the player will not");
+    Player.Gone = true;
+    EXPECT_EQ(Call("Pause"), "Call failed: the server is gone");
     EXPECT_EQ(Player.Calls, "");
 }
 
 TEST_F(RemoteControl, TurnsAreJumpsAndAReverseRunIsToldEverySecond) {
     Player.Position = 50'000;
-    With([&](Remote& Held) {
-        Here([&] { Control->UTurn(); });
-        EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 49999000\n");
-        Here([&] { Player.Advance(1'000); });
-        EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 48999000\n");
-        Here([&] {
-            Player.Position = 100'000;
-            Player.Report("Playing Loop 1");
-        });
-        EXPECT_EQ(Held.ToldUntil("Seeked"), "Seeked 99999000\n");
-        Here([&] { Control->Pause(); });
-    });
+    Control->UTurn();
+    EXPECT_EQ(ToldUntil("Seeked"), "Seeked 49999000\n");
+    Player.Advance(1'000);
+    EXPECT_EQ(ToldUntil("Seeked"), "Seeked 48999000\n");
+    Player.Position = 100'000;
+    Player.Report("Playing Loop 1");
+    EXPECT_EQ(ToldUntil("Seeked"), "Seeked 99999000\n");
 }
 
 TEST_F(RemoteControl, ABusThatGoesAwayIsNoEvent) {
-    With([&](Remote& Held) {
-        EXPECT_EQ(Held.Get("PlaybackStatus"), "s \"Playing\"");
-        Bus.End();
-        Held.ToldUntil("the end");
-    });
+    EXPECT_EQ(Get("PlaybackStatus"), "s \"Playing\"");
+    Bus.End();
+    EXPECT_EQ(ToldUntil("gone"), "gone\n");
     Control->Pause();
     Control->Play();
     Home.AdvanceBy(0);

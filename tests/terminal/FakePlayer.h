@@ -15,7 +15,7 @@ namespace Tolvar::Testing {
 /// no sense in its state fail the test.
 class FakePlayer : public PlayerPort {
   public:
-    std::int32_t WaveNos = 100'000;
+    static constexpr std::int32_t WaveNos = 100'000;
     std::int32_t Running = 0;
     std::int32_t Direction = 1;
     std::int32_t Position = 0;  ///< as the player counts: the frame heard last
@@ -38,20 +38,12 @@ class FakePlayer : public PlayerPort {
     }
 
     void OnMsgBoxOb(EventSink To) override { Sink = std::move(To); }
-    std::int32_t PlayCurrentPosition() override {
-        Alive();
-        return Position;
-    }
-    std::int32_t PlayRunningDx7State() override {
-        Alive();
-        return Running;
-    }
+    std::int32_t PlayCurrentPosition() override { return Alive(), Position; }
+    std::int32_t PlayRunningDx7State() override { return Alive(), Running; }
     void PlayAgain() override { Start("again", 1, 1); }
     void PlayAgainRev() override { Start("again-rev", -1, WaveNos); }
     void PlayAtPos(std::int32_t Pos) override { Start("at " + std::to_string(Pos), 1, Pos); }
-    void PlayAtPosRev(std::int32_t Pos) override {
-        Start("at-rev " + std::to_string(Pos), -1, Pos);
-    }
+    void PlayAtPosRev(std::int32_t At) override { Start("at-rev " + std::to_string(At), -1, At); }
     void PlayUTurn() override {
         Require(Running == 1, "turned while it does not play");
         Start("turn", -Direction, Position);
@@ -97,9 +89,7 @@ class FakePlayer : public PlayerPort {
     }
     void Note(const std::string& Call) {
         Alive();
-        if (!Refusal.empty()) {
-            throw RuntimeFailure(FailureKind::Input, std::exchange(Refusal, {}));
-        }
+        if (!Refusal.empty()) throw RuntimeFailure(FailureKind::Input, std::exchange(Refusal, {}));
         Calls += (Calls.empty() ? "" : ", ") + Call;
     }
     void Start(const std::string& Call, std::int32_t Towards, std::int32_t First) {

@@ -28,13 +28,13 @@ class Listener {
             {"down", "\x1b[B"}, {"home", "\x1bOH"}, {"end", "\x1b[4~"},  {"back", "\x7f"}};
         std::istringstream From(Words);
         for (std::string Word; From >> Word;) {
-            if (Word.size() > 1 && Word.front() == '+') {
+            if (Word.front() == '+') {
                 Player.Advance(std::stoi(Word));
-            } else {
-                const auto Found = Named.find(Word);
-                for (const Key& Each : Decoder.Feed(Found == Named.end() ? Word : Found->second))
-                    Press(Each, Control);
+                continue;
             }
+            const auto Found = Named.find(Word);
+            for (const Key& Each : Decoder.Feed(Found == Named.end() ? Word : Found->second))
+                Press(Each, Control);
         }
         Control.Refresh();
         constexpr std::array<const char*, 4> States{"stopped", "playing", "paused", "ended"};

@@ -20,10 +20,9 @@ struct Tape {
         EXPECT_LE(From, Length - Count);
         if (FailAt >= From && FailAt < From + Count) throw std::runtime_error("torn");
         FramesRead += Count;
-        for (std::int32_t I = 0; I < Count; ++I) {
-            const std::int16_t Level = From + I == Odd ? 30000 : 100;
-            Into[static_cast<std::size_t>(2 * I)] = Level;
-            Into[static_cast<std::size_t>(2 * I) + 1] = static_cast<std::int16_t>(-Level / 2);
+        for (std::size_t At = 0; At < Into.size(); At += 2) {
+            Into[At] = From++ == Odd ? 30000 : 100;
+            Into[At + 1] = static_cast<std::int16_t>(-Into[At] / 2);
         }
     }
     Peaks Overview{Length, 2,

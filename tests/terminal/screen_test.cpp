@@ -84,10 +84,8 @@ TEST_F(ScreenTest, LeavesOutWhatASmallTerminalHasNoRoomFor) {
               " > 0:00:12.3 / 0:00:40.0  30%\n"
               " Playing\n");
     Shown.Help = true;
-    for (int Width = 0; Width < 60; ++Width) {
-        for (int Height = 0; Height < 30; ++Height)
-            EXPECT_EQ((Show(Width, Height), Screen(Shown)).Height(), Height);
-    }
+    for (int Size = 0; Size < 60 * 30; ++Size)
+        EXPECT_EQ((Show(Size % 60, Size / 60), Screen(Shown)).Height(), Size / 60);
 }
 
 TEST_F(ScreenTest, SaysEveryStateAndPutsANoteBeforeTheReport) {
@@ -135,9 +133,9 @@ TEST_F(ScreenTest, PaintsWhatDiffersAndNothingElse) {
         Screened.Painted = 0;
         Screened.Take(Painted(Last, Next, Palette::Many));
         EXPECT_EQ(Text(Screened.Cells), Text(Next));
-        for (int Cell = 0; Cell < 60 * 14; ++Cell)
-            EXPECT_EQ(Screened.Cells.At(Cell % 60, Cell / 60).Inverse,
-                      Next.At(Cell % 60, Cell / 60).Inverse);
+        for (int At = 0; At < 60 * 14; ++At)
+            EXPECT_EQ(Screened.Cells.At(At % 60, At / 60).Inverse,
+                      Next.At(At % 60, At / 60).Inverse);
         Last = Next;
         return Screened.Painted;
     };

@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sndfile.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <type_traits>
 
 namespace Tolvar::Testing {
 
@@ -71,36 +69,12 @@ void Program::PutWav(const std::string& Name, int Bits, int Channels, int Rate,
     PutSound(Name, SF_FORMAT_WAV | Depth, Channels, Rate, Frames);
 }
 
-template <typename Sample>
-void Program::PutSound(const std::string& Name, int Format, int Channels, int Rate,
-                       const std::vector<Sample>& Frames) const {
-    SF_INFO Info{};
-    Info.channels = Channels;
-    Info.samplerate = Rate;
-    Info.format = Format;
-    SNDFILE* Sound = sf_open(Path(Name).c_str(), SFM_WRITE, &Info);
-    if (Sound == nullptr) throw std::runtime_error("cannot make " + Name);
-    const auto Count = static_cast<sf_count_t>(Frames.size());
-    if constexpr (std::is_same_v<Sample, double>) {
-        sf_write_double(Sound, Frames.data(), Count);
-    } else {
-        sf_write_short(Sound, Frames.data(), Count);
-    }
-    if (sf_close(Sound) != 0) throw std::runtime_error("cannot write " + Name);
-}
-
-template void Program::PutSound(const std::string&, int, int, int, const Samples&) const;
-template void Program::PutSound(const std::string&, int, int, int,
-                                const std::vector<double>&) const;
-
 Wav Program::GetWav(const std::string& Name) const {
-    SF_INFO Info{};
-    SNDFILE* Sound = sf_open(Path(Name).c_str(), SFM_READ, &Info);
-    if (Sound == nullptr) throw std::runtime_error("no sound in " + Name);
-    Samples Frames(static_cast<std::size_t>(Info.frames * Info.channels));
-    sf_read_short(Sound, Frames.data(), static_cast<sf_count_t>(Frames.size()));
-    sf_close(Sound);
-    return {Info.channels, Info.samplerate, Info.format, Frames};
+    SndfileHandle Sound(Path(Name));
+    if (!Sound) throw std::runtime_error("no sound in " + Name);
+    Samples Frames(static_cast<std::size_t>(Sound.frames() * Sound.channels()));
+    Sound.read(Frames.data(), std::ssize(Frames));
+    return {Sound.channels(), Sound.samplerate(), Sound.format(), Frames};
 }
 
 Samples Numbered(int Frames, int Channels, int Bits) {
@@ -119,6 +93,13 @@ Samples Mirrored(const Samples& Frames, int Channels) {
     for (auto Frame = Frames.end(); Frame != Frames.begin(); Frame -= Channels)
         Turned.insert(Turned.end(), Frame - Channels, Frame);
     return Turned;
+}
+
+Samples Joined(std::initializer_list<Samples> Parts) {
+    Samples All;
+    for (const Samples& Each : Parts)
+        All.insert(All.end(), Each.begin(), Each.end());
+    return All;
 }
 
 }  // namespace Tolvar::Testing

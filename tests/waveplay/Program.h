@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <sndfile.hh>
 #include <string>
 #include <vector>
 
@@ -39,8 +40,11 @@ class Program {
         Arguments.insert(Arguments.begin(), WAVEPLAY_PROGRAM);
         return RunLine(Arguments, Input, AtPlaying);
     }
-    /// A shell's script on a session bus of its own that starts servers that record to out.wav; $0
-    /// is the program.
+    /// A shell's script; $0 is the program.
+    Outcome RunShell(const std::string& Script) const {
+        return RunLine({"sh", "-c", Script, WAVEPLAY_PROGRAM});
+    }
+    /// The same on a session bus of its own that starts servers that record to out.wav.
     Outcome RunOnBus(const std::string& Script) const;
     /// What `render` makes of these arguments; it must succeed.
     Wav Render(std::vector<std::string> Arguments) const;
@@ -54,7 +58,12 @@ class Program {
     /// Any format that libsndfile writes, from 16-bit samples or from those of full scale 1.
     template <typename Sample>
     void PutSound(const std::string& Name, int Format, int Channels, int Rate,
-                  const std::vector<Sample>& Frames) const;
+                  const std::vector<Sample>& Frames) const {
+        SndfileHandle Sound(Path(Name), SFM_WRITE, Format, Channels, Rate);
+        if (Sound.write(Frames.data(), std::ssize(Frames)) != std::ssize(Frames)) {
+            throw std::runtime_error("cannot write " + Name);
+        }
+    }
     Wav GetWav(const std::string& Name) const;
 
   private:
@@ -73,5 +82,7 @@ Samples Numbered(int Frames, int Channels, int Bits = 16);
 
 /// The frames from last to first.
 Samples Mirrored(const Samples& Frames, int Channels);
+
+Samples Joined(std::initializer_list<Samples> Parts);
 
 }  // namespace Tolvar::Testing

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sndfile.h>
 
 #include "Program.h"
 
@@ -14,10 +13,7 @@ TEST(Render, JoinsPiecesThatLieInPlace) {
     const Samples Small = Numbered(5000, 2), Capital = Numbered(5037, 2);
     Waveplay.PutWav("a.wav", 16, 2, 8000, Small);
     Waveplay.PutWav("A.wav", 16, 2, 8000, Capital);
-    Samples Expected = Small;
-    Expected.resize(Expected.size() + 2 * 2000);
-    Expected.insert(Expected.end(), Capital.begin(), Capital.end());
-    Expected.insert(Expected.end(), Small.begin(), Small.end());
+    const Samples Expected = Joined({Small, Samples(2 * 2000), Capital, Small});
     EXPECT_TRUE(Waveplay.Render({"a.wav", "silence:0.25", "A.wav", "silence:0", "a.wav"}).Frames ==
                 Expected);
 }

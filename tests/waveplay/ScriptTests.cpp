@@ -26,9 +26,9 @@ TEST(Script, HandsOverTheListsThatItBuilt) {
             "list L 1 1 0 5 5 1 1 1 16\nWriteWaveMemo 16 2 8000 5\nWriteWaveMemo 16 1 8000 5\n");
     EXPECT_EQ(Ran.Code, 0) << Ran.Err;
     EXPECT_THAT(Ran.Out, HasSubstr("Play Done"));
-    for (const char* Emptied : {"Block list right, index 1", "Block list left, index 1"}) {
-        EXPECT_THAT(Ran.Out, HasSubstr(Emptied)) << "by the hand-over before";
-    }
+    // Emptied by the hand-over before.
+    for (const char* List : {"Block list right, index 1", "Block list left, index 1"})
+        EXPECT_THAT(Ran.Out, HasSubstr(List));
     for (std::size_t Frame = 500; Frame < 600; ++Frame)
         Expected[Frame * 2] = 0;
     EXPECT_EQ(Waveplay.GetWav("out.wav").Frames, Expected);
@@ -90,7 +90,6 @@ TEST(Script, AWrongLineIsNamedAndNothingRuns) {
         {"block M silent 1 1", "L or R"},
         {"block L other 1 1 1 1 16 x", "type code"},
         {"block L work 1 1 1", "PATH is missing"},
-        {"list R 1 x", "32-bit"},
         {"load \"a b", "quotation"}};
     const Program Waveplay;
     for (const auto& [Line, Complaint] : Lines) {
@@ -126,7 +125,7 @@ TEST(Script, SaysTheSameOfAPlayerInAnotherProcess) {
         "PlayTempoFor 2\nPlayTempoRev 4\nPlayAgain\nPlayUTurn\nwait-stop\n"
         "list L 9 9\nWriteWaveMemo 16 1 8000 8\n"
         "list L 9 9\nWriteWaveMemo 24 1 8000 8\nWriteWaveMemo 16 1 8000 0\n" +
-        Each + "block L work 8 1 1 gone.raw\nWriteWaveMemo 16 1 8000 8\n" + Each +
+        Each + "block L work 8000 1 1 gone.raw\nWriteWaveMemo 16 1 8000 8000\n" + Each +
         "ReleaseFiles\n" + Each;
     const Outcome Near = Waveplay.Run({"script", "--clock", "real", "--in-process"}, Lines);
     const Outcome Far = Waveplay.Run({"script", "--clock", "real"}, Lines);
@@ -146,8 +145,7 @@ TEST(Script, EndsWithItsServer) {
                      "wait 3600000\nPlayAgain\n",
                      [](pid_t Process) { kill(ServerOf(Process), SIGKILL); });
     EXPECT_EQ(Ran.Code, 1);
-    const std::string Last = Ran.Out.substr(Ran.Out.rfind("error"));
-    EXPECT_THAT(Last, HasSubstr("the playback server is gone")) << "and nothing behind it";
+    EXPECT_THAT(Ran.Out.substr(Ran.Out.rfind("error")), HasSubstr("the playback server is gone"));
 }
 
 }  // namespace

@@ -124,14 +124,14 @@ TEST(Terminal, ThatTakesNothingHoldsNothingUp) {
 }
 
 TEST(Terminal, GetsNoColourOrNoPictureWhenToldSo) {
-    Desk Colourful("silence:0.1", "TERM=xterm-256color");
-    Desk Plain("silence:0.1", "TERM=xterm-256color NO_COLOR=1");
-    Desk Quiet("silence:0.1 -q");
-    for (Desk* const Each : {&Colourful, &Plain, &Quiet})
-        Each->Left();
-    EXPECT_THAT(Colourful.Seen, HasSubstr("38;5;"));
-    EXPECT_THAT(Plain.Seen, Not(HasSubstr("38;5;")));
-    EXPECT_EQ(Quiet.Seen, "restored 0\r\n");
+    const auto Seen = [](const char* Words, const char* Variables) {
+        Desk At(Words, Variables);
+        At.Left();
+        return At.Seen;
+    };
+    EXPECT_THAT(Seen("silence:0.1", "TERM=xterm-256color"), HasSubstr("38;5;"));
+    EXPECT_THAT(Seen("silence:0.1", "TERM=xterm-256color NO_COLOR=1"), Not(HasSubstr("38;5;")));
+    EXPECT_EQ(Seen("silence:0.1 -q", ""), "restored 0\r\n");
 }
 
 TEST(HeldErrors, LinesOfAllProcessesWaitForTheEndTheLastOfVeryMany) {
