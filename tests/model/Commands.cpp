@@ -1,10 +1,12 @@
 #include "tests/model/Commands.h"
 
+#include <filesystem>
 #include <sstream>
 #include <utility>
 
 #include "tests/model/ModelPlayer.h"
 #include "tests/player/Studio.h"
+#include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {
 namespace {
@@ -146,18 +148,44 @@ Command RandomCommand(Dice& Random, const ModelPlayer& Now) {
     return Given;
 }
 
-std::string Listed(const Trial& Of) {
+// Scripts.
+
+std::string Script(const Trial& Of) {
     std::ostringstream Text;
     Text.precision(10);
+    Text << "# waveplay script --engine " << NameOf(Of.Engine) << " script | diff expected -\n"
+         << "# What is heard: --rate native --device wav:heard.wav\nDxObj 1\n";
     for (const auto& [What, Value, Wave] : Of.Commands) {
-        Text << What << " " << Value.value_or(0);
-        if (Wave) {
-            Text << ": " << Wave->Bits << " bits, " << Wave->Channels << " channels, " << Wave->Rate
-                 << " Hz, " << Wave->Frames.size() << " frames";
+        if (!Wave) {
+            Text << What;
+            if (Value) Text << " " << *Value;
+            Text << "\n";
+            continue;
         }
-        Text << "\n";
+        for (const bool Right : {false, true}) {
+            for (const ListEntry& B : Wave->Blocks[Right])
+                Text << "block " << (Right ? "R " : "L ") << B.Type << " " << B.Len << " "
+                     << B.Start << " " << B.FilePos << " " << B.Channels << " " << B.Bits << " \""
+                     << B.Name << "\"\n";
+        }
+        Text << What << " " << Wave->Bits << " " << Wave->Channels << " " << Wave->Rate << " "
+             << Wave->Frames.size() << "\nPlayTempoFor " << *Value << "\nPlayTempoRev " << *Value
+             << "\n";
     }
-    return Text.str();
+    return Text.str() + "StopPlay\n";
+}
+
+std::string Expected(const Trial& Of) {
+    ModelPlayer Model{Of.Engine};
+    Model.Say(Of.Engine == EngineOrder::WaveOut ? "= 2" : "= 1");
+    for (const Command& Each : Of.Commands)
+        Tell(Each, Model, Model);
+    Model.StopPlay();
+    Model.Say("event \"S2\" \"Driver is Off\"");  // the editor lets go
+    std::string Text;
+    for (const std::string& Each : Model.Said)
+        Text += Each + "\n";
+    return Text;
 }
 
 }  // namespace
@@ -196,6 +224,13 @@ std::string Trial::Difference() const {
     return Model.Heard.empty() ? "" : "samples that were not heard";
 }
 
+void Trial::Write(const std::string& Folder) const {
+    for (const auto& [Name, Content] : WaveFiles())
+        Put(Folder + "/" + Name, {Content.begin(), Content.end()});
+    Put(Folder + "/script", Script(*this));
+    Put(Folder + "/expected", Expected(*this));
+}
+
 std::string Explained(const Trial& Differing) {
     Trial Least = Differing;
     for (auto Piece = std::ssize(Least.Commands) / 2; Piece > 0; Piece /= 2) {
@@ -206,8 +241,11 @@ std::string Explained(const Trial& Differing) {
             if (!Less.Difference().empty()) Least = std::move(Less);
         }
     }
+    std::string Folder = (std::filesystem::temp_directory_path() / "tolvar-model-XXXXXX").string();
+    if (mkdtemp(Folder.data()) == nullptr) throw std::runtime_error("cannot make " + Folder);
+    Least.Write(Folder);
     return std::to_string(Least.Commands.size()) + " commands: " + Least.Difference() + "\n" +
-           Listed(Least);
+           Script(Least) + "# written to " + Folder + "\n";
 }
 
 }  // namespace Tolvar::Testing

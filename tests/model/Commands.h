@@ -27,12 +27,17 @@ struct Trial {
 
     /// Plays it on both, and then stops; how they first differ, or "".
     std::string Difference() const;
+
+    /// Puts into that folder what `waveplay script` runs there, and what it prints when it is
+    /// right.
+    void Write(const std::string& Folder) const;
 };
 
 /// So many random commands, on random waves.
 Trial RandomTrial(EngineOrder Engine, std::uint32_t Seed, int Commands);
 
-/// How the trial with as few commands as were found differs, and these.
+/// The trial with as few commands as were found, written to a new folder: what differs, how to run
+/// it again.
 std::string Explained(const Trial& Differing);
 
 }  // namespace Tolvar::Testing

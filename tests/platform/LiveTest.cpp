@@ -320,6 +320,18 @@ TEST_F(LiveTest, EdgesAreRampsThatCostNoFrame) {
     Voice->Stop();
     EXPECT_TRUE(Device->Queue.empty());
     EXPECT_EQ(Voice->FramesHeard() - Before, std::ssize(Heard));
+
+    Heard.clear();
+    const std::int64_t Again = Voice->FramesHeard();
+    Voice->Play();
+    Pass(50);
+    Home.AdvanceBy(25);  // nothing can be taken back, and little is held: it falls behind that
+    Voice->Stop();
+    const std::int64_t Kept = Voice->FramesHeard() - Again;
+    Pass(100);
+    ASSERT_EQ(std::ssize(Heard), Kept + 40);
+    EXPECT_EQ(Heard.end()[-41], 10000);
+    EXPECT_LT(Heard.back(), 500);
     EXPECT_THAT(Journal.Lines, IsEmpty());
 }
 

@@ -87,6 +87,18 @@ TEST(FileCarrier, RefusesWhatCannotBeAndKeepsWhatItHas) {
     }
 }
 
+TEST(FileCarrier, FillsItsFileAgainWhenAGrowthFailsThatFoundItCut) {
+    FileShop S;
+    S.Adopt({1, 2, 3});
+    S.Carrier.BuffLength(3);
+    S.Carrier.MovePointer(2);
+    S.Carrier.WaveLR(3, 98);
+    S.Disk.Content["f"].resize(4);         // by somebody else
+    S.Disk.FailAtCall = S.Disk.Calls + 9;  // the load, after growth and flush
+    EXPECT_THROW(S.Carrier.BuffPut(2, Wave{7, 8, 9}), RuntimeFailure);
+    EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98}));
+}
+
 TEST(FileCarrier, LeavesAReleasedFileAloneAndMakesTheNextWhenItWritesTheWholeChannel) {
     FileShop S;
     S.Adopt({5, 6});
