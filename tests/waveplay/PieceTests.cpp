@@ -252,7 +252,7 @@ TEST_F(Pieces, LeaveNothingWhenASignalComes) {
         EXPECT_FALSE(std::filesystem::is_empty(Temporary()));
         kill(Player, SIGTERM);
     });
-    EXPECT_EQ(Ran.Code, 130);
+    EXPECT_EQ(Ran.Code, 130) << Ran.Err;
 }
 
 }  // namespace
