@@ -58,7 +58,10 @@ bool StreamDx7Class::PutONDx7Ds(std::int32_t MFrmHwnd) {
         // The cursor enters segment 1, and segment 2 may be refilled; it enters segment 2, and
         // segment 1 may be; it reaches the buffer's end.
         EventFrms[0].Bind([this](std::int32_t) { RefillNotified(2); });
-        EventFrms[1].Bind([this](std::int32_t) { RefillNotified(1); });
+        EventFrms[1].Bind([this](std::int32_t) {
+            SeenInSegment2();
+            RefillNotified(1);
+        });
         EventFrms[2].Bind([this](std::int32_t) { DxEventFrm2_DxEventForward(); });
         for (std::size_t N = 0; N < EventFrms.size(); ++N) {
             EventIds[N] = DxRoot->CreateEvent(EventFrms[N]);
@@ -169,6 +172,15 @@ std::int32_t StreamDx7Class::FramesPlayed() {
     LastPlayCursor = DsCursors.lPlay;
     return Round32(static_cast<double>(DsCursors.lPlay) / BlockAlign(State) +
                    CheckedMul(State.BuffFrames, WrapCount));
+}
+
+// So that a wrap is seen by the next look whenever the last one was. When a wrap's own signal is
+// owed, this one is of the pass before it, and comes late.
+void StreamDx7Class::SeenInSegment2() {
+    if (PendingWraps < 0) return;
+    if (PendingWraps > 0) LastPlayCursor = 0;
+    WrapCount += std::exchange(PendingWraps, 0);
+    LastPlayCursor = std::max(LastPlayCursor, State.SegBytes);
 }
 
 // The signal of a pass may be handled before the cursor wraps (it comes at the last frame), or

@@ -36,6 +36,7 @@ class StreamDx7Class final : public StreamEngine {
     void CloseDirectSound();
     void RefillNotified(std::int32_t Segment);
     void DxEventFrm2_DxEventForward() { ++PendingWraps; }
+    void SeenInSegment2();
     void ForgetWraps();
     std::int32_t WrapsSeen(std::int32_t Cursor);
 
@@ -48,7 +49,7 @@ class StreamDx7Class final : public StreamEngine {
     bool IsClosed = false;
     std::int32_t WrapCount = 0;       // passes round the buffer that the position counts
     std::int32_t PendingWraps = 0;    // end-of-buffer signals it does not count yet; -1: one ahead
-    std::int32_t LastPlayCursor = 0;  // bytes
+    std::int32_t LastPlayCursor = 0;  // bytes: as it was seen last, or signalled since
 };
 
 }  // namespace Tolvar
