@@ -41,6 +41,13 @@ ListEntry RandomBlock(Dice& Random, std::int32_t Most, std::int32_t Bits) {
     return Block;
 }
 
+/// The same frames' other channel.
+ListEntry OtherSide(ListEntry Block) {
+    const std::int32_t Bytes = Block.Bits / 8;
+    if (Block.Channels == 2) Block.FilePos += (Block.FilePos - 1) / Bytes % 2 == 0 ? Bytes : -Bytes;
+    return Block;
+}
+
 /// As a carrier reads them.
 std::vector<std::int32_t> SamplesOf(const ListEntry& Block) {
     std::vector<std::int32_t> Samples(static_cast<std::size_t>(Block.Len));
@@ -82,9 +89,12 @@ std::shared_ptr<const MadeWave> MakeWave(Dice& Random) {
     Made.Rate = RandomRate(Random);
     const std::int32_t Length = RandomLength(Random, 4 * Made.Rate);
     Made.Frames.resize(static_cast<std::size_t>(Length));
+    const bool InPairs = Random.OneIn(2);  // as sound files are edited
     for (std::size_t Channel = 0; Channel < static_cast<std::size_t>(Made.Channels); ++Channel) {
         for (std::int32_t Start = 1; Start <= Length;) {
-            ListEntry Block = RandomBlock(Random, Length - Start + 1, Made.Bits);
+            ListEntry Block = InPairs && Channel == 1
+                                  ? OtherSide(Made.Blocks[0][Made.Blocks[1].size()])
+                                  : RandomBlock(Random, Length - Start + 1, Made.Bits);
             Block.Start = Start;
             for (const std::int32_t Sample : SamplesOf(Block)) {
                 Made.Frames[static_cast<std::size_t>(Start++) - 1][Channel] =

@@ -12,8 +12,6 @@
 namespace Tolvar::Testing {
 namespace {
 
-using ::testing::MatchesRegex;
-
 std::span<const std::byte> Bytes(std::string_view Text) {
     return std::as_bytes(std::span(Text));
 }

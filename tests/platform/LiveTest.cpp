@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <climits>
 #include <deque>
@@ -12,9 +10,6 @@
 
 namespace Tolvar::Testing {
 namespace {
-
-using ::testing::Each;
-using ::testing::Le;
 
 /// A device of 8000 Hz mono that plays what it holds as the clock goes, and can misbehave.
 struct FakeDevice : OutputDevice {

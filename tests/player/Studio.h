@@ -1,7 +1,6 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <memory>
@@ -23,6 +22,9 @@
 #include "tests/support/Fakes.h"
 
 namespace Tolvar::Testing {
+
+using ::testing::Each;
+using ::testing::ElementsAre;
 
 using Strings = std::vector<std::string>;
 

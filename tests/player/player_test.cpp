@@ -5,8 +5,6 @@
 namespace Tolvar::Testing {
 namespace {
 
-using ::testing::ElementsAre;
-
 const TestWave Short{.Frames = 500};
 
 INSTANTIATE_TEST_SUITE_P(Player, EachEngine, ::testing::ValuesIn(AllEngines), EngineName);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +18,12 @@
 #include "tests/support/Fakes.h"
 
 namespace Tolvar::Testing {
+
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
 
 using Blocks = std::vector<std::int32_t>;
 using Wave = std::vector<std::int16_t>;

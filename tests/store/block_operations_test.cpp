@@ -1,12 +1,7 @@
-#include <gmock/gmock.h>
-
 #include "tests/store/Shop.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-using testing::Each;
-using testing::ElementsAre;
 
 TEST(BlockNew, GivesEachTypeItsPlaceAndRefusesTheOthersInTheBox) {
     Shop S;

@@ -1,13 +1,9 @@
-#include <gmock/gmock.h>
-
 #include <numeric>
 
 #include "tests/store/Shop.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-using testing::ElementsAre;
 
 TEST(Carrier, StampsAndLoadsOnlyTheBlockThatASampleIsReadFrom) {
     Shop S;

@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <filesystem>
 #include <functional>
 
@@ -9,9 +7,6 @@
 
 namespace Tolvar::Testing {
 namespace {
-
-using testing::ElementsAre;
-using testing::SizeIs;
 
 TEST(FileCarrier, StartsWithOneSampleInAFileNamedAfterTheTimeOfDayAndDeletesIt) {
     Shop S;

@@ -1,14 +1,7 @@
-#include <gmock/gmock.h>
-
 #include "tests/store/Shop.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::SizeIs;
 
 TEST(HandOver, MakesOneBlockAnEntryAndOpensNothing) {
     Shop S;

@@ -1,57 +1,12 @@
-#include <array>
 #include <cstdlib>
-#include <functional>
 #include <tuple>
 
-#include "platform/DirectX7Layer.h"
 #include "platform/ServiceLoader.h"
 #include "platform/SondervalService2.h"
 #include "tests/platform/CardRig.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-struct Listener : DirectXEvent {
-    std::vector<std::int32_t> Ids;
-    void DXCallback(std::int32_t EventId) override { Ids.push_back(EventId); }
-};
-
-TEST(DirectSoundTest, EveryWrongArgumentIsRefusedByItsCallAndItsValueAndEventsEndWithTheirHandle) {
-    CardRig Rig;
-    DirectX7Root Root(Rig.Card);
-    const auto Sound = Root.DirectSoundCreate("");
-    Sound->SetCooperativeLevel(77, DSSCL_PRIORITY);
-    const auto Make = [&](std::int32_t Flags) {
-        return Sound->CreateSoundBuffer({Flags, 40}, Pcm(1, 1000));
-    };
-    const auto Buffer = Make(0x18128), Plain = Make(DSBCAPS_GLOBALFOCUS);
-    Listener Ears;
-    const std::int32_t First = Root.CreateEvent(Ears), Last = Root.CreateEvent(Ears);
-    const auto Notify = [&](auto& To, std::int32_t Offset, std::int32_t Handle) {
-        To->SetNotificationPositions(
-            std::array{DSBPOSITIONNOTIFY{Offset, Handle}, DSBPOSITIONNOTIFY{39, Last}});
-    };
-    const Samples Some(20, 7);
-    const std::vector<std::pair<std::function<void()>, const char*>> Cases{
-        {[&] { Make(0x18129); }, "CreateSoundBuffer: the flags 98601"},
-        {[&] { Notify(Buffer, 40, First); }, "Positions: the notification offset 40"},
-        {[&] { Notify(Plain, 0, First); }, "made without DSBCAPS_CTRLPOSITIONNOTIFY"},
-        {[&] { Buffer->WriteBuffer(2, INT32_MAX, Some.data(), 0); },
-         "2147483647 bytes at offset 2"},
-    };
-    for (const auto& [Call, Cause] : Cases)
-        EXPECT_THAT(FailureOf(Call), HasSubstr(Cause));
-    Notify(Buffer, 0, First);
-    Buffer->Play(DSBPLAY_LOOPING);
-    Rig.Home.AdvanceBy(10);
-    EXPECT_THAT(FailureOf([&] { Notify(Buffer, 0, Last); }), HasSubstr("while the buffer plays"));
-    Root.DestroyEvent(First);
-    EXPECT_GT(Root.CreateEvent(Ears), Last) << "a handle is never used again";
-    Rig.Home.AdvanceBy(30);
-    Buffer->Stop();
-    EXPECT_EQ(Rig.Heard.Heard, Samples(40)) << "nothing was written";
-    EXPECT_THAT(Ears.Ids, ElementsAre(First, Last, Last));
-}
 
 /// One server's card and library: a mono buffer of 20 frames, 1 ms each.
 struct Server : CardRig {
