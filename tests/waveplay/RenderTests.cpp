@@ -1,22 +1,8 @@
-#include <gmock/gmock.h>
 
 #include "Program.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-using ::testing::HasSubstr;
-
-// Two names that differ in their letter case only are two files all the same.
-TEST(Render, JoinsPiecesThatLieInPlace) {
-    const Program Waveplay;
-    const Samples Small = Numbered(5000, 2), Capital = Numbered(5037, 2);
-    Waveplay.PutWav("a.wav", 16, 2, 8000, Small);
-    Waveplay.PutWav("A.wav", 16, 2, 8000, Capital);
-    const Samples Expected = Joined({Small, Samples(2 * 2000), Capital, Small});
-    EXPECT_TRUE(Waveplay.Render({"a.wav", "silence:0.25", "A.wav", "silence:0", "a.wav"}).Frames ==
-                Expected);
-}
 
 TEST(Render, BeginsWhereItIsToldAndMayReplaceItsInput) {
     const Program Waveplay;
@@ -24,23 +10,19 @@ TEST(Render, BeginsWhereItIsToldAndMayReplaceItsInput) {
     Waveplay.PutWav("out.wav", 16, 1, 8000, In);
     EXPECT_EQ(Waveplay.Run({"render", "out.wav", "-o", "out.wav", "--at=1"}).Code, 1);
     EXPECT_EQ(Waveplay.Run({"render", "out.wav", "-o", "out.wav", "--at=0", "--reverse"}).Code, 1);
-    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.25", "--reverse"}).Frames,
+    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.25", "--reverse"}),
               Mirrored({In.begin(), In.begin() + 2000}, 1));
-    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.125"}).Frames,
+    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.125"}),
               Mirrored({In.begin(), In.begin() + 1000}, 1));
 }
 
 TEST(Render, WritesStandardOutputAndOtherRates) {
     const Program Waveplay;
     Waveplay.PutWav("in.wav", 16, 2, 8000, Numbered(8000, 2));
-    const Wav Up = Waveplay.Render({"in.wav", "--rate", "48000"});
-    EXPECT_EQ(Up.Rate, 48000);
-    EXPECT_EQ(Up.Frames.size(), 48000U * 2);
-    const Wav Same = Waveplay.Render({"in.wav"});
-    EXPECT_EQ(Same.Rate, 8000);
-    EXPECT_EQ(Same.Channels, 2);
-    EXPECT_EQ(Same.Format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    EXPECT_TRUE(Waveplay.Run({"render", "in.wav", "-o", "-"}).Out == Get(Waveplay.Path("out.wav")));
+    const std::string In = Get(Waveplay.Path("in.wav"));
+    EXPECT_TRUE(Waveplay.Run({"render", "in.wav", "-o", "-"}).Out == In);
+    EXPECT_EQ(Waveplay.Render({"in.wav", "--rate", "48000"}).size(), 48000U * 2);
+    EXPECT_EQ(SndfileHandle(Waveplay.Path("out.wav")).samplerate(), 48000);
 }
 
 TEST(Render, RefusesWhatItCannotPlayAndLeavesNothing) {

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <signal.h>
 
 #include <sstream>
@@ -7,10 +6,6 @@
 
 namespace Tolvar::Testing {
 namespace {
-
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
 
 constexpr int Rate = 8000;
 
@@ -31,7 +26,7 @@ TEST(Script, HandsOverTheListsThatItBuilt) {
         EXPECT_THAT(Ran.Out, HasSubstr(List));
     for (std::size_t Frame = 500; Frame < 600; ++Frame)
         Expected[Frame * 2] = 0;
-    EXPECT_EQ(Waveplay.GetWav("out.wav").Frames, Expected);
+    EXPECT_EQ(Waveplay.GetSound("out.wav"), Expected);
 }
 
 TEST(Script, GoesOnAfterACallThatFailedUnlessStrict) {
