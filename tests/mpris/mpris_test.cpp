@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "platform/Clocks.h"
-#include "tests/host/Shell.h"
 #include "tests/support/Fakes.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/terminal/FakePlayer.h"
