@@ -44,15 +44,15 @@ struct ScreenTest : Test {
         Shown.LastReport = "Playing";
         Shown.Overview = &Peaked;
     }
-    std::string Show(int Width, int Height) {
+    Grid Show(int Width, int Height) {
         Shown.Width = Width;
         Shown.Height = Height;
-        return Text(Screen(Shown));
+        return Screen(Shown);
     }
 };
 
 TEST_F(ScreenTest, ShowsEverythingInItsPlace) {
-    EXPECT_EQ(Show(40, 11),
+    EXPECT_EQ(Text(Show(40, 11)),
               " song.wav               waveOut -> null\n"
               "\n"
               "            !                 ||||||||||\n"
@@ -70,7 +70,7 @@ TEST_F(ScreenTest, DrawsInEighthsAndMarksWhatWasPlayed) {
     Shown.Unicode = true;
     Shown.Wave.Direction = -1;
     Shown.Here = 2000;
-    const Grid On = (Show(40, 5), Screen(Shown));
+    const Grid On = Show(40, 5);
     EXPECT_EQ(On.RowText(0), "▁▁▁▁▁▁▁▁▁▁▄▄▄▄▄▄▄▄▄▄┃▁▁▁▁▁▁▁▁▁██████████");
     EXPECT_EQ(On.RowText(1), "          ▄▄▄▄▄▄▄▄▄▄┃▇▇▇▇▇▇▇▇▇██████████");
     EXPECT_EQ(On.At(25, 1), (Cell{U'▇', Style::Played, true})) << "hangs from the middle";
@@ -79,10 +79,10 @@ TEST_F(ScreenTest, DrawsInEighthsAndMarksWhatWasPlayed) {
 }
 
 TEST_F(ScreenTest, LeavesOutWhatASmallTerminalHasNoRoomFor) {
-    EXPECT_EQ(Show(20, 3), "     :!:::.....|||||\n> 0:00:12.3\n Playing\n");
+    EXPECT_EQ(Text(Show(20, 3)), "     :!:::.....|||||\n> 0:00:12.3\n Playing\n");
     Shown.Help = true;
     for (int Size = 0; Size < 60 * 30; ++Size)
-        EXPECT_EQ((Show(Size % 60, Size / 60), Screen(Shown)).Height(), Size / 60);
+        EXPECT_EQ(Show(Size % 60, Size / 60).Height(), Size / 60);
 }
 
 TEST_F(ScreenTest, SaysEveryStateAndPutsANoteBeforeTheReport) {
@@ -92,8 +92,8 @@ TEST_F(ScreenTest, SaysEveryStateAndPutsANoteBeforeTheReport) {
                                       {Transport::Ended, "# 0:00:12.3 / 0:00:40.0   e"},
                                       {Transport::Stopped, "# 0:00:12.3 / 0:00:40.0   s"}}) {
         Shown.State = State;
-        EXPECT_THAT(Show(60, 6), AllOf(HasSubstr(Line), HasSubstr("\n no such file\n"),
-                                       Not(HasSubstr("Playing"))));
+        EXPECT_THAT(Text(Show(60, 6)), AllOf(HasSubstr(Line), HasSubstr("\n no such file\n"),
+                                             Not(HasSubstr("Playing"))));
     }
 }
 
@@ -103,8 +103,7 @@ TEST_F(ScreenTest, NamesCannotSteerTheTerminalAndAreCutToFit) {
     const auto Title = [this](const std::string& Name, bool Unicode) {
         Shown.Name = Name;
         Shown.Unicode = Unicode;
-        const std::string All = Show(30, 6);
-        return All.substr(0, All.find('\n'));
+        return Show(30, 6).RowText(0);
     };
     EXPECT_EQ(Title("a\x1b[2Jb\n\xff\xc2\x9b", true),
               " a?[2Jb???" + std::string(14, ' ') + "e → d");
@@ -124,7 +123,7 @@ TEST_F(ScreenTest, PaintsWhatDiffersAndNothingElse) {
     TinyTerminal Screened(60, 14);
     Grid Last;
     const auto Paint = [&] {
-        const Grid Next = (Show(60, 14), Screen(Shown));
+        const Grid Next = Show(60, 14);
         const std::string Sent = Painted(Last, Next, Palette::Many);
         Screened.Take(Sent);
         EXPECT_EQ(Text(Screened.Cells), Text(Next));

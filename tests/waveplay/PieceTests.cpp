@@ -75,8 +75,9 @@ TEST_F(Pieces, OfMoreThanSixteenBitsAreDithered) {
 
 TEST_F(Pieces, OfSixteenBitsAreCutToTheFrameWhateverHoldsThem) {
     const Samples In = Numbered(20000, 2);
-    for (const int Holder : {SF_FORMAT_WAV + 0, SF_FORMAT_WAV | SF_ENDIAN_BIG, SF_FORMAT_FLAC + 0,
-                             SF_FORMAT_AIFF + 0, SF_FORMAT_CAF + 0, SF_FORMAT_AU + 0}) {
+    for (const int Holder :
+         std::initializer_list<int>{SF_FORMAT_WAV, SF_FORMAT_WAV | SF_ENDIAN_BIG, SF_FORMAT_FLAC,
+                                    SF_FORMAT_AIFF, SF_FORMAT_CAF, SF_FORMAT_AU}) {
         Waveplay.PutSound("i\\n", Holder | SF_FORMAT_PCM_16, 2, 8000, In);
         EXPECT_TRUE(Waveplay.Render({"i\\n[0.5:1.25]"}) == Part(In, 4000, 10000, 2))
             << std::hex << Holder;

@@ -1,8 +1,5 @@
 #include <signal.h>
 
-#include <iterator>
-#include <sstream>
-
 #include "Program.h"
 
 namespace Tolvar::Testing {
@@ -34,36 +31,32 @@ TEST(Play, SaysWhyThereIsNoServerAndWhatWasLost) {
     const Program Waveplay;
     Waveplay.PutWav("in.wav", 16, 1, 8000, {1});
     const struct {
-        const char *Server, *Device, *Complaint;
+        std::string Server, Device, Complaint;
     } Cases[] = {{"/no/such/server", "null", "/no/such/server: No such file"},
                  {"/bin/false", "null", "did not start (exit code 1)"},
                  {"", "none", "there is no sound device"},
                  {"", "wav:no/such/out.wav", "no/such"},
                  {"", "wav:/dev/full", "No space"}};
     for (const auto& [Server, Device, Complaint] : Cases) {
-        setenv("TOLVAR_SERVER", Server, 1);
-        const Outcome Ran = Waveplay.Run({"in.wav", "--device", Device});
+        const Outcome Ran =
+            Waveplay.RunShell("TOLVAR_SERVER=" + Server + " \"$0\" in.wav --device " + Device);
         EXPECT_EQ(Ran.Code, 1) << Complaint;
         EXPECT_THAT(Ran.Err, HasSubstr(Complaint));
     }
-    unsetenv("TOLVAR_SERVER");
 }
 
 TEST(CommandLine, MistakesAreUsageFailuresAreNotAndHelpIsDone) {
     const Program Waveplay;
     Waveplay.PutWav("in.wav", 16, 1, 8000, {1});
     EXPECT_EQ(Waveplay.Run({"gone.wav"}).Code, 1);
-    std::istringstream Mistakes(
-        "render in.wav\nrender -o out.wav\nplay in.wav --loud\nin.wav --at -1\nin.wav --rate cd\n"
-        "in.wav --device radio\nin.wav --engine dx8\nin.wav --clock sun\nin.wav --memory -1\n"
-        "in.wav --tempo 0\nscript --device auto\nscript --device wav:-\nscript a b\n"
-        "in.wav --connect home\n--connect bus --in-process\nscript --connect bus\n"
-        "in.wav --connect=bus --device=null\nin.wav --connect=bus --engine=dx7\n");
-    for (std::string Line; std::getline(Mistakes, Line);) {
-        std::istringstream Words(Line);
-        const std::istream_iterator<std::string> First(Words), End;
-        EXPECT_EQ(Waveplay.Run({First, End}).Code, 2) << Line;
-    }
+    for (const std::string Words :
+         {"render in.wav", "render -o out.wav", "play in.wav --loud", "in.wav --at -1",
+          "in.wav --rate cd", "in.wav --device radio", "in.wav --engine dx8", "in.wav --clock sun",
+          "in.wav --memory -1", "in.wav --tempo 0", "script --device auto", "script --device wav:-",
+          "script a b", "in.wav --connect home", "--connect bus --in-process",
+          "script --connect bus", "in.wav --connect=bus --device=null",
+          "in.wav --connect=bus --engine=dx7"})
+        EXPECT_EQ(Waveplay.RunShell("\"$0\" " + Words).Code, 2) << Words;
     for (const std::string Command : {"play", "render", "script"}) {
         const Outcome Ran = Waveplay.Run({Command, "--help"});
         EXPECT_EQ(Ran.Code, 0);

@@ -35,26 +35,20 @@ TEST(Render, RefusesWhatItCannotPlayAndLeavesNothing) {
     Put(Waveplay.Path("torn.flac"), Torn.substr(0, Torn.size() / 2) + std::string(500, '~'));
     const auto Before = Waveplay.FilesThere();
 
-    const struct {
-        std::vector<std::string> Line;
-        const char* Complaint;
-    } Cases[] = {{{"gone.wav[0:1]"}, "gone.wav: No such file"},
-                 {{"in.wav", "."}, "not a regular file"},
-                 {{"in.wav", "text.wav"}, "text.wav"},
-                 {{"empty.wav"}, "no frame"},
-                 {{"in.wav[0.01:0.005]"}, "ends before it begins"},
-                 {{"in.wav[0.01:0.02]"}, "in.wav[0.01:0.02]: the cut reaches behind the file's"},
-                 {{"in.wav[soon:]"}, "\"soon\" is not a time"},
-                 {{"torn.flac"}, "torn.flac behind frame"},
-                 {{"in.wav", "silence:long"}, "not a length"},
-                 {{"in.wav", "silence:1e6"}, "2147483647 frames"},
-                 {{"-o", "no/such/folder.wav", "in.wav"}, "No such file"},
-                 {{"-o", "/dev/full", "in.wav"}, "No space"}};
-    for (const auto& [Line, Complaint] : Cases) {
-        std::vector<std::string> Words{"render", "-o", "out.wav"};
-        if (Line[0] == "-o") Words.resize(1);
-        Words.insert(Words.end(), Line.begin(), Line.end());
-        const Outcome Ran = Waveplay.Run(Words);
+    for (const auto& [Words, Complaint] :
+         {std::pair("out.wav gone.wav[0:1]", "gone.wav: No such file"),
+          {"out.wav in.wav .", "not a regular file"},
+          {"out.wav in.wav text.wav", "text.wav"},
+          {"out.wav empty.wav", "no frame"},
+          {"out.wav in.wav[0.01:0.005]", "ends before it begins"},
+          {"out.wav in.wav[0.01:0.02]", "in.wav[0.01:0.02]: the cut reaches behind the file's"},
+          {"out.wav in.wav[soon:]", "\"soon\" is not a time"},
+          {"out.wav torn.flac", "torn.flac behind frame"},
+          {"out.wav in.wav silence:long", "not a length"},
+          {"out.wav in.wav silence:1e6", "2147483647 frames"},
+          {"no/such/folder.wav in.wav", "No such file"},
+          {"/dev/full in.wav", "No space"}}) {
+        const Outcome Ran = Waveplay.RunShell(std::string("\"$0\" render -o ") + Words);
         EXPECT_EQ(Ran.Code, 1) << Complaint;
         EXPECT_THAT(Ran.Err, HasSubstr(Complaint));
     }
