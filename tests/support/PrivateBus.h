@@ -30,17 +30,13 @@ class PrivateBus {
         if (Said >> Address >> Daemon) setenv("DBUS_SESSION_BUS_ADDRESS", Address.c_str(), 1);
     }
     ~PrivateBus() {
-        End();
+        if (Daemon > 0) kill(Daemon, SIGTERM);
         unsetenv("DBUS_SESSION_BUS_ADDRESS");
     }
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
     explicit operator bool() const { return Daemon > 0; }
-    void End() {
-        if (Daemon > 0) kill(Daemon, SIGTERM);
-        Daemon = 0;
-    }
 
   private:
     pid_t Daemon = 0;
