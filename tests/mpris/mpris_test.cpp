@@ -112,6 +112,7 @@ TEST_F(RemoteControl, CommandsReachThePlayerAndChangesAreTold) {
     EXPECT_EQ(Call("Play"), "");
     EXPECT_EQ(Set("Rate d 0"), "");  // a pause by another name
     EXPECT_EQ(Call("Stop"), "");
+    EXPECT_EQ(Call("Pause"), "");
     EXPECT_EQ(Get("Position"), "x 0");
     EXPECT_EQ(Player.Calls,
               "again, at 30001, at 20001, pause, loop, tempo 2.000, continue, pause, stop");

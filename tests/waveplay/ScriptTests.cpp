@@ -14,12 +14,13 @@ TEST(Script, HandsOverTheListsThatItBuilt) {
     Samples Expected = Numbered(600, 2);
     Waveplay.PutWav("in \"x\".wav", 16, 2, Rate, Expected);
     const std::string Org = " 2 16 \"in \\\"x\\\".wav\"\n";
-    const Outcome Ran = Waveplay.Run({"script", "--device", "wav:out.wav", "--engine", "waveout"},
-                                     "DxObj 1\nblock L org 500 1 45" + Org +
-                                         "block L silent 100 +\nblock R org 600 + 47" + Org +
-                                         "WriteWaveMemo 16 2 8000 600\nPlayAgain\nwait-stop\n");
+    const Outcome Ran = Waveplay.Run(
+        {"script", "--device", "wav:out.wav", "--engine", "waveout"},
+        "DxObj 1\nblock L org 500 1 45" + Org + "block L silent 100 +\nblock R org 600 + 47" + Org +
+            "WriteWaveMemo 16 2 8000 600\nPlayAgain\nwait-stop\n" +
+            "list L 1 1 0 5 5 1 1 1 16\nWriteWaveMemo 16 2 8000 5\n");  // R has been emptied
     EXPECT_EQ(Ran.Code, 0) << Ran.Err;
-    EXPECT_THAT(Ran.Out, HasSubstr("Play Done"));
+    EXPECT_THAT(Ran.Out, AllOf(HasSubstr("Play Done"), HasSubstr("Block list right, index 1")));
     for (std::size_t Frame = 500; Frame < 600; ++Frame)
         Expected[Frame * 2] = 0;
     EXPECT_EQ(Waveplay.GetSound("out.wav"), Expected);
