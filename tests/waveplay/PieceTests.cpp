@@ -131,18 +131,21 @@ TEST_F(Pieces, OfMpegAudioPlayToTheEndAlsoWhenNothingCountsTheFrames) {
 // Two names that differ in their letter case only are two files all the same.
 TEST_F(Pieces, TakeTheFirstOnesChannelsAndKeepTheirBits) {
     const Samples Mono = Numbered(5000, 1), Eight = Numbered(5037, 1, 8);
+    const Samples Capital = Mirrored(Mono, 1);
     Samples Both;
     for (const std::int16_t Sample : Mono)
         Both.insert(Both.end(), 2, Sample);
     Waveplay.PutWav("a.wav", 16, 1, 8000, Mono);
-    Waveplay.PutWav("A.wav", 8, 1, 8000, Eight);
+    Waveplay.PutWav("A.wav", 16, 1, 8000, Capital);
+    Waveplay.PutWav("eight.wav", 8, 1, 8000, Eight);
     Waveplay.PutSound("a.flac", Flac, 1, 8000, Mono);
     Waveplay.PutWav("both.wav", 16, 2, 8000, Both);
     EXPECT_TRUE(Waveplay.Render({"both.wav", "a.flac"}) == Joined({Both, Both}));
     EXPECT_TRUE(Waveplay.Render({"a.wav", "both.wav"}) == Joined({Mono, Mono}));
-    EXPECT_TRUE(Waveplay.Render({"A.wav", "silence:0.25", "a.wav", "silence:0", "A.wav"}) ==
-                Joined({Eight, Samples(2000), Mono, Eight}));
-    EXPECT_TRUE(Waveplay.Render({"a.flac", "A.wav"}) == Joined({Mono, Eight}));
+    EXPECT_TRUE(Waveplay.Render({"a.wav", "silence:0.25", "A.wav", "silence:0", "a.wav"}) ==
+                Joined({Mono, Samples(2000), Capital, Mono}));
+    EXPECT_TRUE(Waveplay.Render({"eight.wav", "a.wav"}) == Joined({Eight, Mono}));
+    EXPECT_TRUE(Waveplay.Render({"a.flac", "eight.wav"}) == Joined({Mono, Eight}));
 }
 
 // A tone keeps its pitch, its level and its length at every rate, up to the edges' ringing.
