@@ -21,6 +21,7 @@
 namespace Tolvar::Testing {
 
 using namespace std::chrono_literals;
+using namespace testing;
 
 /// Polls for the condition; false when it does not hold in time.
 inline bool Soon(const std::function<bool()>& Holds, std::chrono::milliseconds Limit = 5s) {

@@ -1,19 +1,13 @@
 #include <signal.h>
-#include <sys/wait.h>
-
-#include <cstdlib>
 
 #include "host/client/PlayDllClient.h"
 #include "tests/host/Rig.h"
-#include "tests/host/Shell.h"
 #include "tests/support/Fakes.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-using testing::HasSubstr;
 
 /// The option of a bus that is open to all users and can start the server.
 std::string ConfiguredIn(const TempFolder& Folder) {
@@ -30,7 +24,7 @@ std::string ConfiguredIn(const TempFolder& Folder) {
     return "--config-file=" + (Folder / "config");
 }
 
-struct Bus : testing::Test {
+struct Bus : Test {
     TempFolder Folder;
     PrivateBus Daemon{ConfiguredIn(Folder)};
 
@@ -63,12 +57,12 @@ TEST_F(Bus, ServesOneEditorAtATimeAndEndsWithIt) {
         PlayDllClient Editor = PlayDllClient::OnSessionBus();
         Editor.OnMsgBoxOb(
             [&](const std::string&, const std::string& Ttl) { Order.push_back(Ttl); });
-        const auto What = testing::Property(&std::exception::what, HasSubstr("another editor"));
         EXPECT_THAT([] { PlayDllClient::OnSessionBus(); },
-                    testing::Throws<PlayDllError>(
-                        AllOf(testing::Property(&PlayDllError::Name, Wire::Busy), What)));
+                    Throws<PlayDllError>(
+                        AllOf(Property(&PlayDllError::Name, Wire::Busy),
+                              Property(&PlayDllError::what, HasSubstr("another editor")))));
         Editor.PlayUTurn();
-        EXPECT_THAT(Order, testing::ElementsAre("Driver is Off", "U-Turn Failed"));
+        EXPECT_THAT(Order, ElementsAre("Driver is Off", "U-Turn Failed"));
     }
     EXPECT_TRUE(ServerEnds());
 
@@ -81,15 +75,12 @@ TEST_F(Bus, ServesOneEditorAtATimeAndEndsWithIt) {
     EXPECT_THAT(Why, HasSubstr("gone"));
     EXPECT_THAT(FailureOf([&] { Next.PlayUTurn(); }), HasSubstr("gone"));
 
-    const pid_t Dying = fork();
-    if (Dying == 0) {
+    const auto ReachItAndDie = [] {
         PlayDllClient Killed = PlayDllClient::OnSessionBus();
         Killed.StopPlay();
         raise(SIGKILL);
-    }
-    int Status = 0;
-    EXPECT_EQ(waitpid(Dying, &Status, 0), Dying);
-    EXPECT_TRUE(WIFSIGNALED(Status)) << "it had no server";
+    };
+    EXPECT_EXIT(ReachItAndDie(), KilledBySignal(SIGKILL), "");
     EXPECT_TRUE(ServerEnds());
 }
 

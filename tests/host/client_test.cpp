@@ -13,9 +13,6 @@
 namespace Tolvar::Testing {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 PlayDllClient StartQuiet(int LimitMs = 30000, const std::string& Device = "null") {
     return PlayDllClient::Start(
         {HOST_PROGRAM, {"--engine", "waveout", "--log", "/dev/null", "--device", Device}, LimitMs});
@@ -131,18 +128,16 @@ TEST(Client, ThatIsKilledInMidPlayTakesItsServerWithIt) {
     const std::string Record = Folder / "heard.wav", Work = Folder / "editor.tmp";
     const std::string Samples(120'000, 'e');
     Put(Work, Samples);
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
-    const pid_t Editor = fork();
-    if (Editor == 0) {
+    const auto PlayAndDie = [&] {
         PlayDllClient Client = StartQuiet(30000, "wav:" + Record);
         Client.AppTmpDir(Folder / "");
         Client.MemorySizeToUse(1000);
         Play(Client, 60000, Work);
         raise(SIGKILL);
-    }
+    };
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    EXPECT_EXIT(PlayAndDie(), KilledBySignal(SIGKILL), "");
     int Status = -1;
-    ASSERT_EQ(waitpid(Editor, &Status, 0), Editor);
-    ASSERT_TRUE(WIFSIGNALED(Status)) << "it did not get to play";
     EXPECT_TRUE(Soon([&] { return waitpid(-1, &Status, WNOHANG) > 0; }, 1s)) << "its server";
     EXPECT_EQ(Status, 0);
     EXPECT_EQ(Get(Record).substr(0, 4), "RIFF");

@@ -5,9 +5,6 @@
 namespace Tolvar::Testing {
 namespace {
 
-using testing::Each;
-using testing::ElementsAre;
-
 TEST(Sink, ThatNeverAnswersIsDroppedAfterTwoSecondsAndHeardAgainWhenItDoesOrRefuses) {
     SinkEditor Editor;
     Message Kept;

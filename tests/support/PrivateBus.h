@@ -4,35 +4,39 @@
 #include <stdlib.h>
 
 #include <cstdio>
-#include <memory>
+#include <sstream>
 #include <string>
 
 namespace Tolvar::Testing {
+
+/// What a shell's command prints on standard output; Status as wait gives it.
+inline std::string OutputOf(const std::string& Command, int* Status = nullptr) {
+    std::string Output;
+    FILE* const Pipe = popen(Command.c_str(), "r");
+    for (int Byte; (Byte = std::fgetc(Pipe)) != EOF;)
+        Output += static_cast<char>(Byte);
+    const int Ended = pclose(Pipe);
+    if (Status != nullptr) *Status = Ended;
+    return Output;
+}
 
 /// A session message bus of the test's own; none when there is no dbus-daemon.
 class PrivateBus {
   public:
     explicit PrivateBus(const std::string& Options = "--session") {
-        const std::string Line =
-            "dbus-daemon " + Options + " --fork --print-address=1 --print-pid=1 2>/dev/null";
-        const std::unique_ptr<FILE, int (*)(FILE*)> Said(popen(Line.c_str(), "r"), pclose);
-        char Address[256] = "";
-        if (fscanf(Said.get(), "%255s %d", Address, &Daemon) == 2) {
-            setenv("DBUS_SESSION_BUS_ADDRESS", Address, 1);
-        }
+        std::istringstream Said(OutputOf("dbus-daemon " + Options +
+                                         " --fork --print-address=1 --print-pid=1 2>/dev/null"));
+        std::string Address;
+        if (Said >> Address >> Daemon) setenv("DBUS_SESSION_BUS_ADDRESS", Address.c_str(), 1);
     }
     ~PrivateBus() {
-        End();
+        if (Daemon > 0) kill(Daemon, SIGTERM);
         unsetenv("DBUS_SESSION_BUS_ADDRESS");
     }
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
     explicit operator bool() const { return Daemon > 0; }
-    void End() {
-        if (Daemon > 0) kill(Daemon, SIGTERM);
-        Daemon = 0;
-    }
 
   private:
     pid_t Daemon = 0;

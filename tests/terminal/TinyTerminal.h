@@ -21,7 +21,6 @@ class TinyTerminal {
   public:
     TinyTerminal(int Width, int Height) : Cells(Width, Height, true) {}
     Grid Cells;
-    int Painted = 0;
 
     void Take(std::string_view Sent) {
         Held += Sent;
@@ -45,7 +44,6 @@ class TinyTerminal {
         Cells.Put(Column, Row, {Next.Character, Style::Plain, Inverse});
         Column += ColumnsOf(Next.Character);
         if (ColumnsOf(Next.Character) == 2) Cells.Put(Column - 1, Row, {0});
-        ++Painted;
         return Next.Bytes;
     }
     void Obey(char Command, const std::string& With) {

@@ -1,6 +1,6 @@
 #include "waveplay/terminal/Screen.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <map>
 #include <string>
@@ -26,7 +26,9 @@ Peaks Overview() {
     return Of;
 }
 
-struct ScreenTest : testing::Test {
+using namespace testing;
+
+struct ScreenTest : Test {
     Peaks Peaked = Overview();
     View Shown;
 
@@ -42,15 +44,15 @@ struct ScreenTest : testing::Test {
         Shown.LastReport = "Playing";
         Shown.Overview = &Peaked;
     }
-    std::string Show(int Width, int Height) {
+    Grid Show(int Width, int Height) {
         Shown.Width = Width;
         Shown.Height = Height;
-        return Text(Screen(Shown));
+        return Screen(Shown);
     }
 };
 
 TEST_F(ScreenTest, ShowsEverythingInItsPlace) {
-    EXPECT_EQ(Show(40, 11),
+    EXPECT_EQ(Text(Show(40, 11)),
               " song.wav               waveOut -> null\n"
               "\n"
               "            !                 ||||||||||\n"
@@ -68,7 +70,7 @@ TEST_F(ScreenTest, DrawsInEighthsAndMarksWhatWasPlayed) {
     Shown.Unicode = true;
     Shown.Wave.Direction = -1;
     Shown.Here = 2000;
-    const Grid On = (Show(40, 5), Screen(Shown));
+    const Grid On = Show(40, 5);
     EXPECT_EQ(On.RowText(0), "▁▁▁▁▁▁▁▁▁▁▄▄▄▄▄▄▄▄▄▄┃▁▁▁▁▁▁▁▁▁██████████");
     EXPECT_EQ(On.RowText(1), "          ▄▄▄▄▄▄▄▄▄▄┃▇▇▇▇▇▇▇▇▇██████████");
     EXPECT_EQ(On.At(25, 1), (Cell{U'▇', Style::Played, true})) << "hangs from the middle";
@@ -77,15 +79,10 @@ TEST_F(ScreenTest, DrawsInEighthsAndMarksWhatWasPlayed) {
 }
 
 TEST_F(ScreenTest, LeavesOutWhatASmallTerminalHasNoRoomFor) {
-    EXPECT_EQ(Show(20, 3), "     :!:::.....|||||\n> 0:00:12.3\n Playing\n");
-    EXPECT_EQ(Show(30, 4),
-              ".......::!:::::.......||||||||\n"
-              "       ::!:::::'''''''||||||||\n"
-              " > 0:00:12.3 / 0:00:40.0  30%\n"
-              " Playing\n");
+    EXPECT_EQ(Text(Show(20, 3)), "     :!:::.....|||||\n> 0:00:12.3\n Playing\n");
     Shown.Help = true;
     for (int Size = 0; Size < 60 * 30; ++Size)
-        EXPECT_EQ((Show(Size % 60, Size / 60), Screen(Shown)).Height(), Size / 60);
+        EXPECT_EQ(Show(Size % 60, Size / 60).Height(), Size / 60);
 }
 
 TEST_F(ScreenTest, SaysEveryStateAndPutsANoteBeforeTheReport) {
@@ -95,10 +92,8 @@ TEST_F(ScreenTest, SaysEveryStateAndPutsANoteBeforeTheReport) {
                                       {Transport::Ended, "# 0:00:12.3 / 0:00:40.0   e"},
                                       {Transport::Stopped, "# 0:00:12.3 / 0:00:40.0   s"}}) {
         Shown.State = State;
-        const std::string All = Show(60, 6);
-        EXPECT_NE(All.find(Line), std::string::npos) << All;
-        EXPECT_NE(All.find("\n no such file\n"), std::string::npos);
-        EXPECT_EQ(All.find("Playing"), std::string::npos);
+        EXPECT_THAT(Text(Show(60, 6)), AllOf(HasSubstr(Line), HasSubstr("\n no such file\n"),
+                                             Not(HasSubstr("Playing"))));
     }
 }
 
@@ -108,8 +103,7 @@ TEST_F(ScreenTest, NamesCannotSteerTheTerminalAndAreCutToFit) {
     const auto Title = [this](const std::string& Name, bool Unicode) {
         Shown.Name = Name;
         Shown.Unicode = Unicode;
-        const std::string All = Show(30, 6);
-        return All.substr(0, All.find('\n'));
+        return Show(30, 6).RowText(0);
     };
     EXPECT_EQ(Title("a\x1b[2Jb\n\xff\xc2\x9b", true),
               " a?[2Jb???" + std::string(14, ' ') + "e → d");
@@ -129,23 +123,23 @@ TEST_F(ScreenTest, PaintsWhatDiffersAndNothingElse) {
     TinyTerminal Screened(60, 14);
     Grid Last;
     const auto Paint = [&] {
-        const Grid Next = (Show(60, 14), Screen(Shown));
-        Screened.Painted = 0;
-        Screened.Take(Painted(Last, Next, Palette::Many));
+        const Grid Next = Show(60, 14);
+        const std::string Sent = Painted(Last, Next, Palette::Many);
+        Screened.Take(Sent);
         EXPECT_EQ(Text(Screened.Cells), Text(Next));
         for (int At = 0; At < 60 * 14; ++At)
             EXPECT_EQ(Screened.Cells.At(At % 60, At / 60).Inverse,
                       Next.At(At % 60, At / 60).Inverse);
         Last = Next;
-        return Screened.Painted;
+        return Sent.size();
     };
-    EXPECT_GE(Paint(), 59 * 14);
-    EXPECT_EQ(Paint(), 0);
+    EXPECT_GT(Paint(), 59U * 14);
+    EXPECT_EQ(Paint(), 0U);
     Shown.Here -= 10;  // a tenth of a second
-    EXPECT_EQ(Paint(), 1);
+    EXPECT_LT(Paint(), 30U);
     Shown.Name = "x音one";
     Shown.Help = true;
-    EXPECT_GT(Paint(), 100);
+    EXPECT_GT(Paint(), 100U);
 }
 
 TEST(Look, FollowsTheEnvironment) {

@@ -1,7 +1,6 @@
 #include "Program.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -56,11 +55,11 @@ pid_t ServerOf(pid_t Process) {
     return std::stoi(Get("/proc/" + Number + "/task/" + Number + "/children"));
 }
 
-Wav Program::Render(std::vector<std::string> Arguments) const {
+Samples Program::Render(std::vector<std::string> Arguments) const {
     Arguments.insert(Arguments.begin(), {"render", "-o", "out.wav"});
     const Outcome Ran = Run(Arguments);
     EXPECT_EQ(Ran.Code, 0) << Ran.Err;
-    return GetWav("out.wav");
+    return GetSound("out.wav");
 }
 
 void Program::PutWav(const std::string& Name, int Bits, int Channels, int Rate,
@@ -69,12 +68,12 @@ void Program::PutWav(const std::string& Name, int Bits, int Channels, int Rate,
     PutSound(Name, SF_FORMAT_WAV | Depth, Channels, Rate, Frames);
 }
 
-Wav Program::GetWav(const std::string& Name) const {
+Samples Program::GetSound(const std::string& Name) const {
     SndfileHandle Sound(Path(Name));
     if (!Sound) throw std::runtime_error("no sound in " + Name);
     Samples Frames(static_cast<std::size_t>(Sound.frames() * Sound.channels()));
     Sound.read(Frames.data(), std::ssize(Frames));
-    return {Sound.channels(), Sound.samplerate(), Sound.format(), Frames};
+    return Frames;
 }
 
 Samples Numbered(int Frames, int Channels, int Bits) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gmock/gmock.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -12,19 +13,14 @@
 
 namespace Tolvar::Testing {
 
+using namespace testing;
+
 using Samples = std::vector<std::int16_t>;
 
 struct Outcome {
     int Code = -1;
     std::string Out;
     std::string Err;
-};
-
-struct Wav {
-    int Channels = 0;
-    int Rate = 0;
-    int Format = 0;
-    Samples Frames;
 };
 
 /// The built program in a folder of its own, which goes with it.
@@ -47,7 +43,7 @@ class Program {
     /// The same on a session bus of its own that starts servers that record to out.wav.
     Outcome RunOnBus(const std::string& Script) const;
     /// What `render` makes of these arguments; it must succeed.
-    Wav Render(std::vector<std::string> Arguments) const;
+    Samples Render(std::vector<std::string> Arguments) const;
 
     std::string Path(const std::string& Name) const { return Folder / Name; }
     std::vector<std::string> FilesThere() const { return Folder.Names(); }
@@ -64,7 +60,7 @@ class Program {
             throw std::runtime_error("cannot write " + Name);
         }
     }
-    Wav GetWav(const std::string& Name) const;
+    Samples GetSound(const std::string& Name) const;
 
   private:
     Outcome RunLine(std::vector<std::string> Words, const std::string& Input = {},

@@ -1,22 +1,8 @@
-#include <gmock/gmock.h>
 
 #include "Program.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-using ::testing::HasSubstr;
-
-// Two names that differ in their letter case only are two files all the same.
-TEST(Render, JoinsPiecesThatLieInPlace) {
-    const Program Waveplay;
-    const Samples Small = Numbered(5000, 2), Capital = Numbered(5037, 2);
-    Waveplay.PutWav("a.wav", 16, 2, 8000, Small);
-    Waveplay.PutWav("A.wav", 16, 2, 8000, Capital);
-    const Samples Expected = Joined({Small, Samples(2 * 2000), Capital, Small});
-    EXPECT_TRUE(Waveplay.Render({"a.wav", "silence:0.25", "A.wav", "silence:0", "a.wav"}).Frames ==
-                Expected);
-}
 
 TEST(Render, BeginsWhereItIsToldAndMayReplaceItsInput) {
     const Program Waveplay;
@@ -24,23 +10,19 @@ TEST(Render, BeginsWhereItIsToldAndMayReplaceItsInput) {
     Waveplay.PutWav("out.wav", 16, 1, 8000, In);
     EXPECT_EQ(Waveplay.Run({"render", "out.wav", "-o", "out.wav", "--at=1"}).Code, 1);
     EXPECT_EQ(Waveplay.Run({"render", "out.wav", "-o", "out.wav", "--at=0", "--reverse"}).Code, 1);
-    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.25", "--reverse"}).Frames,
+    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.25", "--reverse"}),
               Mirrored({In.begin(), In.begin() + 2000}, 1));
-    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.125"}).Frames,
+    EXPECT_EQ(Waveplay.Render({"out.wav", "--at", "0.125"}),
               Mirrored({In.begin(), In.begin() + 1000}, 1));
 }
 
 TEST(Render, WritesStandardOutputAndOtherRates) {
     const Program Waveplay;
     Waveplay.PutWav("in.wav", 16, 2, 8000, Numbered(8000, 2));
-    const Wav Up = Waveplay.Render({"in.wav", "--rate", "48000"});
-    EXPECT_EQ(Up.Rate, 48000);
-    EXPECT_EQ(Up.Frames.size(), 48000U * 2);
-    const Wav Same = Waveplay.Render({"in.wav"});
-    EXPECT_EQ(Same.Rate, 8000);
-    EXPECT_EQ(Same.Channels, 2);
-    EXPECT_EQ(Same.Format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    EXPECT_TRUE(Waveplay.Run({"render", "in.wav", "-o", "-"}).Out == Get(Waveplay.Path("out.wav")));
+    const std::string In = Get(Waveplay.Path("in.wav"));
+    EXPECT_TRUE(Waveplay.Run({"render", "in.wav", "-o", "-"}).Out == In);
+    EXPECT_EQ(Waveplay.Render({"in.wav", "--rate", "48000"}).size(), 48000U * 2);
+    EXPECT_EQ(SndfileHandle(Waveplay.Path("out.wav")).samplerate(), 48000);
 }
 
 TEST(Render, RefusesWhatItCannotPlayAndLeavesNothing) {
@@ -53,26 +35,20 @@ TEST(Render, RefusesWhatItCannotPlayAndLeavesNothing) {
     Put(Waveplay.Path("torn.flac"), Torn.substr(0, Torn.size() / 2) + std::string(500, '~'));
     const auto Before = Waveplay.FilesThere();
 
-    const struct {
-        std::vector<std::string> Line;
-        const char* Complaint;
-    } Cases[] = {{{"gone.wav[0:1]"}, "gone.wav: No such file"},
-                 {{"in.wav", "."}, "not a regular file"},
-                 {{"in.wav", "text.wav"}, "text.wav"},
-                 {{"empty.wav"}, "no frame"},
-                 {{"in.wav[0.01:0.005]"}, "ends before it begins"},
-                 {{"in.wav[0.01:0.02]"}, "in.wav[0.01:0.02]: the cut reaches behind the file's"},
-                 {{"in.wav[soon:]"}, "\"soon\" is not a time"},
-                 {{"torn.flac"}, "torn.flac behind frame"},
-                 {{"in.wav", "silence:long"}, "not a length"},
-                 {{"in.wav", "silence:1e6"}, "2147483647 frames"},
-                 {{"-o", "no/such/folder.wav", "in.wav"}, "No such file"},
-                 {{"-o", "/dev/full", "in.wav"}, "No space"}};
-    for (const auto& [Line, Complaint] : Cases) {
-        std::vector<std::string> Words{"render", "-o", "out.wav"};
-        if (Line[0] == "-o") Words.resize(1);
-        Words.insert(Words.end(), Line.begin(), Line.end());
-        const Outcome Ran = Waveplay.Run(Words);
+    for (const auto& [Words, Complaint] :
+         {std::pair("out.wav gone.wav[0:1]", "gone.wav: No such file"),
+          {"out.wav in.wav .", "not a regular file"},
+          {"out.wav in.wav text.wav", "text.wav"},
+          {"out.wav empty.wav", "no frame"},
+          {"out.wav in.wav[0.01:0.005]", "ends before it begins"},
+          {"out.wav in.wav[0.01:0.02]", "in.wav[0.01:0.02]: the cut reaches behind the file's"},
+          {"out.wav in.wav[soon:]", "\"soon\" is not a time"},
+          {"out.wav torn.flac", "torn.flac behind frame"},
+          {"out.wav in.wav silence:long", "not a length"},
+          {"out.wav in.wav silence:1e6", "2147483647 frames"},
+          {"no/such/folder.wav in.wav", "No such file"},
+          {"/dev/full in.wav", "No space"}}) {
+        const Outcome Ran = Waveplay.RunShell(std::string("\"$0\" render -o ") + Words);
         EXPECT_EQ(Ran.Code, 1) << Complaint;
         EXPECT_THAT(Ran.Err, HasSubstr(Complaint));
     }

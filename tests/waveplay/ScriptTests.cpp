@@ -1,16 +1,11 @@
-#include <gmock/gmock.h>
 #include <signal.h>
 
-#include <sstream>
+#include <regex>
 
 #include "Program.h"
 
 namespace Tolvar::Testing {
 namespace {
-
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
 
 constexpr int Rate = 8000;
 
@@ -23,15 +18,12 @@ TEST(Script, HandsOverTheListsThatItBuilt) {
         {"script", "--device", "wav:out.wav", "--engine", "waveout"},
         "DxObj 1\nblock L org 500 1 45" + Org + "block L silent 100 +\nblock R org 600 + 47" + Org +
             "WriteWaveMemo 16 2 8000 600\nPlayAgain\nwait-stop\n" +
-            "list L 1 1 0 5 5 1 1 1 16\nWriteWaveMemo 16 2 8000 5\nWriteWaveMemo 16 1 8000 5\n");
+            "list L 1 1 0 5 5 1 1 1 16\nWriteWaveMemo 16 2 8000 5\n");  // R has been emptied
     EXPECT_EQ(Ran.Code, 0) << Ran.Err;
-    EXPECT_THAT(Ran.Out, HasSubstr("Play Done"));
-    // Emptied by the hand-over before.
-    for (const char* List : {"Block list right, index 1", "Block list left, index 1"})
-        EXPECT_THAT(Ran.Out, HasSubstr(List));
+    EXPECT_THAT(Ran.Out, AllOf(HasSubstr("Play Done"), HasSubstr("Block list right, index 1")));
     for (std::size_t Frame = 500; Frame < 600; ++Frame)
         Expected[Frame * 2] = 0;
-    EXPECT_EQ(Waveplay.GetWav("out.wav").Frames, Expected);
+    EXPECT_EQ(Waveplay.GetSound("out.wav"), Expected);
 }
 
 TEST(Script, GoesOnAfterACallThatFailedUnlessStrict) {
@@ -100,14 +92,6 @@ TEST(Script, AWrongLineIsNamedAndNothingRuns) {
     }
 }
 
-std::string WithoutTimes(const std::string& Lines) {
-    std::istringstream In(Lines);
-    std::string Kept;
-    for (std::string Line; std::getline(In, Line);)
-        Kept += Line.substr(Line.find(' ')) + "\n";
-    return Kept;
-}
-
 TEST(Script, SaysTheSameOfAPlayerInAnotherProcess) {
     const Program Waveplay;
     Waveplay.PutWav("in.wav", 16, 2, Rate, Numbered(Rate, 2));
@@ -132,7 +116,8 @@ TEST(Script, SaysTheSameOfAPlayerInAnotherProcess) {
     const Outcome Near = Waveplay.Run({"script", "--clock", "real", "--in-process"}, Lines);
     const Outcome Far = Waveplay.Run({"script", "--clock", "real"}, Lines);
     EXPECT_EQ(Far.Code, 0) << Far.Err;
-    EXPECT_EQ(WithoutTimes(Far.Out), WithoutTimes(Near.Out));
+    const std::regex Time("@[0-9]+");
+    EXPECT_EQ(std::regex_replace(Far.Out, Time, "@"), std::regex_replace(Near.Out, Time, "@"));
     EXPECT_THAT(Far.Out, HasSubstr("gone.wav: No such file"));
     EXPECT_THAT(Waveplay.Run({"script", "--clock", "real"}, "dump\n").Out,
                 HasSubstr("error \"dump looks inside"));

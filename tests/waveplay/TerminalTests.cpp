@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -17,9 +16,6 @@
 
 namespace Tolvar::Testing {
 namespace {
-
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
 
 /// The program on a terminal with somebody in front of it, who reads it when asked to.
 class Desk {
