@@ -9,7 +9,7 @@ namespace Tolvar::Testing {
 namespace {
 
 /// The library's own devices without hardware, in a configuration of their own, on the wall clock.
-struct AlsaTest : ::testing::Test {
+struct AlsaTest : Test {
     TempFolder Folder;
     RealClock Time;
     ListLog Journal;

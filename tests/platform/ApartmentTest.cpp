@@ -9,7 +9,7 @@ namespace Tolvar::Testing {
 namespace {
 
 template <typename ClockType>
-struct HomeOn : ::testing::Test {
+struct HomeOn : Test {
     ClockType Time;
     ListLog Journal;
     Apartment Home{Time, Journal};

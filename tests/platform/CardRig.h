@@ -14,14 +14,7 @@
 
 namespace Tolvar::Testing {
 
-using ::testing::AllOf;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::Ge;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Le;
-using ::testing::MatchesRegex;
+using namespace testing;
 
 using Samples = std::vector<std::int16_t>;
 

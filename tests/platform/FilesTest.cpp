@@ -22,7 +22,7 @@ std::string ReadText(File& From, std::int64_t BytePos, std::size_t Count) {
     return Text;
 }
 
-struct FilesTest : ::testing::Test {
+struct FilesTest : Test {
     TempFolder Folder;
     PosixFiles Disk;
 };

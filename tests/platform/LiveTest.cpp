@@ -86,7 +86,7 @@ struct FakeDevice : OutputDevice {
     std::string TextOf(int Error) const override { return "error " + std::to_string(Error); }
 };
 
-struct LiveTest : ::testing::Test {
+struct LiveTest : Test {
     VirtualClock Time;
     ListLog Journal;
     Apartment Home{Time, Journal};

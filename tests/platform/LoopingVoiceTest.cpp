@@ -8,7 +8,7 @@ namespace Tolvar::Testing {
 namespace {
 
 /// A mono buffer of 20 frames, 1 ms each: a at its start, b at its half, c at its last byte.
-struct TwentyFrames : CardRig, ::testing::Test {
+struct TwentyFrames : CardRig, Test {
     LoopingVoice Voice{Card, {1, 1000}, 40};
     std::vector<std::string> Told;
 

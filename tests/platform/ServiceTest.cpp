@@ -31,7 +31,7 @@ struct Server : CardRig {
     }
 };
 
-struct ServiceTest : Server, ::testing::Test {};
+struct ServiceTest : Server, Test {};
 
 TEST_F(ServiceTest, ARefusalChangesNothingAndLeavesItsCauseInTheLog) {
     EXPECT_EQ(PositionAfter(0), std::tuple(0, -1, -1));

@@ -30,7 +30,7 @@ void Record(const std::string& Path, const Samples& From, int Channels = 1, int 
     Out->Finish();
 }
 
-struct WavSinkTest : ::testing::Test {
+struct WavSinkTest : Test {
     TempFolder Folder;
     const Samples Some{1, -2, 32767, -32768, 0, 256};
 };

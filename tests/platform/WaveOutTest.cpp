@@ -7,7 +7,7 @@
 namespace Tolvar::Testing {
 namespace {
 
-struct WaveOutTest : CardRig, ::testing::Test {
+struct WaveOutTest : CardRig, Test {
     WaveOutDevice Device{Card};
     HWAVEOUT Handle = 0;
     int Channels = 1;

@@ -23,8 +23,7 @@
 
 namespace Tolvar::Testing {
 
-using ::testing::Each;
-using ::testing::ElementsAre;
+using namespace testing;
 
 using Strings = std::vector<std::string>;
 
@@ -176,12 +175,12 @@ inline const char* NameOf(EngineOrder Engine) {
     return std::array{"auto", "dx9", "dx7", "waveout"}[static_cast<std::size_t>(Engine)];
 }
 
-inline std::string EngineName(const ::testing::TestParamInfo<EngineOrder>& Info) {
+inline std::string EngineName(const TestParamInfo<EngineOrder>& Info) {
     return NameOf(Info.param);
 }
 
 /// What all engines do alike, and where they differ.
-class EachEngine : public ::testing::TestWithParam<EngineOrder> {};
+class EachEngine : public TestWithParam<EngineOrder> {};
 
 /// From, From + 1, ... To.
 inline std::vector<int> Frames(int From, int To) {

@@ -105,12 +105,11 @@ class Session {
             Heard = "thrown;";
         }
         for (const std::string& Each : S.Said())
-            if (::testing::Value(Each, ::testing::ContainsRegex("ailed|error|Off|-1")))
-                Heard += Each + ";";
-        EXPECT_THAT(S.State.PlayRunningState, ::testing::AllOf(::testing::Ge(0), ::testing::Le(3)));
+            if (Value(Each, ContainsRegex("ailed|error|Off|-1"))) Heard += Each + ";";
+        EXPECT_THAT(S.State.PlayRunningState, AllOf(Ge(0), Le(3)));
         if (!Heard.empty()) {
             ++Told;
-            EXPECT_THAT(Heard, ::testing::MatchesRegex(Notice));
+            EXPECT_THAT(Heard, MatchesRegex(Notice));
             EXPECT_TRUE(Reached()) << "told before anything failed";
         }
         if (WaitMs != 0) Wait(WaitMs);
@@ -181,7 +180,7 @@ class Session {
 void FailEachCall(EngineOrder Engine, Session::At Where, bool ForGood) {
     int Healed = 0;
     int Call = 0;
-    for (bool Reached = true; Reached && !::testing::Test::HasFailure();) {
+    for (bool Reached = true; Reached && !Test::HasFailure();) {
         SCOPED_TRACE(++Call);
         Session Tried(Engine, Where, {.FailAtCall = Call, .ForGood = ForGood});
         Tried.Run();

@@ -7,7 +7,7 @@ namespace {
 
 const TestWave Short{.Frames = 500};
 
-INSTANTIATE_TEST_SUITE_P(Player, EachEngine, ::testing::ValuesIn(AllEngines), EngineName);
+INSTANTIATE_TEST_SUITE_P(Player, EachEngine, ValuesIn(AllEngines), EngineName);
 
 TEST_P(EachEngine, NothingWakesUpWhenNothingPlaysExceptForThePollOfALoop) {
     Studio S(GetParam());
@@ -105,7 +105,7 @@ TEST_P(EachEngine, SurvivesAnEditorThatCallsBackOrThrowsInsideAReport) {
     S.OnReport = [](const std::string&) { throw std::runtime_error("editor is gone"); };
     S.PlayAll();
     EXPECT_EQ(S.Heard(), Frames(1, 9000));
-    EXPECT_THAT(S.Journal.Lines, ::testing::Contains(::testing::HasSubstr("editor is gone")));
+    EXPECT_THAT(S.Journal.Lines, Contains(HasSubstr("editor is gone")));
 }
 
 TEST(Engines, AnswerTheirNumbersAndWhetherThereIsADevice) {

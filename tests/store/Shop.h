@@ -19,11 +19,7 @@
 
 namespace Tolvar::Testing {
 
-using ::testing::AllOf;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::SizeIs;
+using namespace testing;
 
 using Blocks = std::vector<std::int32_t>;
 using Wave = std::vector<std::int16_t>;

@@ -94,7 +94,7 @@ TEST(Carrier, ReadsSetsThatDoNotTileAsAFullScanWould) {
     }
 }
 
-class CarrierModel : public testing::TestWithParam<std::int32_t> {};
+class CarrierModel : public TestWithParam<std::int32_t> {};
 
 // Any sequence of operations, many with a file call that fails, against a plain array.
 TEST_P(CarrierModel, HoldsTheSameSamplesAsAPlainArray) {
@@ -175,7 +175,7 @@ TEST_P(CarrierModel, HoldsTheSameSamplesAsAPlainArray) {
     EXPECT_EQ(S.Disk.Content["work"], Raw);
 }
 
-INSTANTIATE_TEST_SUITE_P(Budgets, CarrierModel, testing::Values(0, 70, 130, 400, 1'000'000));
+INSTANTIATE_TEST_SUITE_P(Budgets, CarrierModel, Values(0, 70, 130, 400, 1'000'000));
 
 }  // namespace
 }  // namespace Tolvar::Testing

@@ -199,7 +199,7 @@ TEST(FileCarrier, CopiesALongFileInPieces) {
 }
 
 // Any sequence of operations, most with a file call that fails, against a plain array.
-class FileCarrierModel : public testing::TestWithParam<std::uint32_t> {
+class FileCarrierModel : public TestWithParam<std::uint32_t> {
   public:
     FileShop S;
     FileCarrBuffClass& Carrier = S.Carrier;
@@ -296,7 +296,7 @@ TEST_P(FileCarrierModel, HoldsTheSameSamplesAsAPlainArray) {
     EXPECT_GT(Failures, 500);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, FileCarrierModel, testing::Values(1U, 2U, 3U, 4U));
+INSTANTIATE_TEST_SUITE_P(Seeds, FileCarrierModel, Values(1U, 2U, 3U, 4U));
 
 }  // namespace
 }  // namespace Tolvar::Testing

@@ -1,4 +1,3 @@
-
 #include "Program.h"
 
 namespace Tolvar::Testing {
