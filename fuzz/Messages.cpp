@@ -185,7 +185,8 @@ void MakeCall(Script& From, Conversation& With) {
     const Message Call = With.New(Path, Interface, Name != nullptr ? Name : Member.Name);
     for (const char Type : Types)
         Write(From, Type, Member, Call.get());
-    sd_bus_send(With.Link->Bus(), Call.get(), nullptr);  // an end that is closed takes nothing
+    std::uint64_t Cookie = 0;                            // without one it would want no answer
+    sd_bus_send(With.Link->Bus(), Call.get(), &Cookie);  // an end that is closed takes nothing
 }
 
 // To one that waits; or in advance, if the number is that of one to come.
