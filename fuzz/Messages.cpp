@@ -1,22 +1,24 @@
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "fuzz/Targets.h"
-#include "fuzz/WireBytes.h"
 #include "host/DispatchInterface.h"
 #include "host/Host.h"
+#include "tests/support/BlockLists.h"
 
 namespace Tolvar::Fuzz {
 namespace {
 
-using namespace std::string_view_literals;
-
-constexpr std::string_view Greeting = "\0AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n"sv;
 constexpr int MostSteps = 64;
 
 class Script {
@@ -24,12 +26,12 @@ class Script {
     explicit Script(Bytes Input) : Rest(Input) {}
 
     bool AtEnd() const { return Rest.empty(); }
-    std::uint8_t Byte() {
-        if (Rest.empty()) return 0;
-        const std::uint8_t First = Rest.front();
-        Rest = Rest.subspan(1);
-        return First;
+    std::string Taken(std::size_t Most) {
+        const Bytes First = Rest.first(std::min(Most, Rest.size()));
+        Rest = Rest.subspan(First.size());
+        return {First.begin(), First.end()};
     }
+    std::uint8_t Byte() { return Rest.empty() ? 0 : static_cast<std::uint8_t>(Taken(1)[0]); }
     std::int32_t Int() {
         std::uint32_t Value = 0;
         for (unsigned Shift = 0; Shift < 32; Shift += 8)
@@ -42,178 +44,166 @@ class Script {
         return First == 255 ? Int() : First - 1;
     }
     // Too short for the path of a file that matters.
-    std::string Text(std::size_t Most = 7) {
-        std::string Taken;
-        for (std::size_t Left = Byte() % (Most + 1); Left > 0; --Left)
-            Taken.push_back(static_cast<char>(Byte()));
-        return Taken;
-    }
+    std::string Text() { return Taken(Byte() % 8U); }
 
   private:
     Bytes Rest;
 };
 
-void WriteList(Script& From, WireBytes& To) {
-    WireBytes List;
-    const unsigned Blocks = From.Byte() % 6U;
-    List.Int(static_cast<std::int32_t>(Blocks));
-    for (unsigned Block = 0; Block < Blocks; ++Block) {
-        const bool Readable = From.Byte() % 2 == 0;
-        std::string Name = Readable ? "/proc/self/exe" : From.Text();
-        List.Int(static_cast<std::int32_t>(1 + (Name.size() + 3) / 4));
-        List.Int(static_cast<std::int32_t>(Name.size()));
-        List.Out += Name;
-        List.Align(4);
-        for (int Field = 0; Field < 6; ++Field)
-            List.Int(From.Number());
-    }
-    if (From.Byte() % 8 == 0 && !List.Out.empty()) List.Out.resize(List.Out.size() / 8 * 4);
-    To.Word(static_cast<std::uint32_t>(List.Out.size()));
-    To.Out += List.Out;
-}
-
-// A rate whose buffer would take gigabytes is for the machine to refuse, not for this.
-void WriteHandOver(Script& From, WireBytes& To) {
-    To.Int(From.Byte() % 4 != 0 ? 16 : From.Number());
-    To.Int(1 + From.Byte() % 3);
-    To.Int(From.Int() % 12'000);
-    To.Int(From.Number());
-    WriteList(From, To);
-    WriteList(From, To);
-}
-
-void WriteBasic(Script& From, char Type, WireBytes& To) {
-    if (Type == 'i') return To.Int(From.Number());
-    if (Type == 'b') return To.Word(From.Byte() % 3);
-    if (Type == 's') return To.Text(From.Text());
-    To.Double(From.Byte() % 4 == 0 ? From.Byte() / 16.0 : std::bit_cast<float>(From.Int()));
-}
-
-/// The conversation: a server, and its editor's end of the socket.
+/// A server, and its editor's end of the socket.
 class Conversation {
   public:
-    Conversation() {
+    /// Raw: the editor has no link, and what Say says is all that it says.
+    explicit Conversation(bool Raw) {
         std::array<int, 2> Pair{};
         Demand(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, Pair.data()) == 0,
                "there is a socket pair");
-        Editor = Descriptor(Pair[0]);
-        Say(Greeting);
-        Hosting = std::make_unique<Host>(
-            Server, std::make_unique<BusLink>(Descriptor(Pair[1]), BusLink::Side::Server), false,
-            0);  // no time for the sink, which answers later or not at all
+        Socket = Descriptor(Pair[0]);
+        auto Theirs = std::make_unique<BusLink>(Descriptor(Pair[1]), BusLink::Side::Server);
+        // The sink has no time: it answers in advance, later or not at all.
+        Hosting.emplace(Server, std::move(Theirs), false, 0);
+        if (Raw) return;
+        Link.emplace(Descriptor(dup(Socket.Get())), BusLink::Side::Client);
+        while (sd_bus_is_ready(Link->Bus()) == 0)
+            Pass(0);
     }
 
-    void Say(std::string_view Bytes) {
-        // More than the socket holds stays unsaid.
-        [[maybe_unused]] const auto Sent =
-            send(Editor.Get(), Bytes.data(), Bytes.size(), MSG_NOSIGNAL);
+    Message New(const char* Path, const char* Interface, const char* Member) {
+        sd_bus_message* Made = nullptr;
+        sd_bus_message_new_method_call(Link->Bus(), &Made, nullptr, Path, Interface, Member);
+        Demand(Made != nullptr, "a call can be made");
+        return Message(Made);
     }
-    void Say(Heading Head, const WireBytes& Body = {}) {
-        Head.Serial = ++Serial;
-        Say(MessageOf(Head, Body.Out));
+    // More than the socket holds stays unsaid.
+    void Say(const std::string& Bytes) {
+        send(Socket.Get(), Bytes.data(), Bytes.size(), MSG_NOSIGNAL);
     }
     void Pass(int Ms) {
         if (!Hosting->Finished()) Hosting->TurnLater();
         // A wave of a few frames that goes round is filled anew a thousand times a second.
         Server.Home().AdvanceBy(std::min(Ms, LeftMs));
         LeftMs -= std::min(Ms, LeftMs);
+        if (Link) Link->Receive();
         Check();
     }
     void HangUp() {
         Pass(0);
-        Editor = Descriptor();
+        Link.reset();
+        Socket.Close();
         Pass(1000);
         Demand(Hosting->Finished() && !Server.HasPlayer(), "an editor that has gone is let go");
     }
+
+    std::optional<BusLink> Link;
 
   private:
     void Check() const {
         const PlayerState& State = Server.State();
         Demand(State.FmtChannal >= 0 && State.FmtChannal <= 2, "channels are 1 or 2");
         Demand(State.FmtBits == 0 || State.FmtBits == 8 || State.FmtBits == 16, "bits are 8 or 16");
+        Demand(State.WaveNos == 0 || (State.FmtChannal > 0 && State.FmtBits > 0 && State.BlkCarrL),
+               "a wave that is there is there whole");
         Demand(State.PlayRunningState >= 0 && State.PlayRunningState <= 3, "a run state is known");
         Demand(State.PlayTempoFor == State.PlayTempoFor, "a tempo is a number");
         Demand(!Hosting->Finished() || !Server.HasPlayer(), "what has ended holds no player");
     }
 
-    std::uint32_t Serial = 0;
     int LeftMs = 3000;
-    Descriptor Editor;
+    Descriptor Socket;
     PlayServer Server{
         {.VirtualClock = true, .LogPath = "/dev/null", .OnBox = [](std::string_view) {}}};
-    std::unique_ptr<Host> Hosting;
+    std::optional<Host> Hosting;
 };
 
-const DispatchMember& Pick(Script& From) {
+template <typename... Values>
+void Append(sd_bus_message* To, const char* Types, Values... Each) {
+    Demand(sd_bus_message_append(To, Types, Each...) >= 0, "an argument can be written");
+}
+
+void WriteList(Script& From, sd_bus_message* To) {
+    std::array<std::string, 5> Names;
+    std::vector<Testing::ListEntry> Blocks(From.Byte() % 6U);
+    for (std::size_t I = 0; I < Blocks.size(); ++I) {
+        auto& [Type, Len, Start, Name, FilePos, Channels, Bits] = Blocks[I];
+        Name = Names[I] = From.Byte() % 2 == 0 ? "/proc/self/exe" : From.Text();
+        for (std::int32_t* Field : {&Len, &Type, &Start, &FilePos, &Channels, &Bits})
+            *Field = From.Number();
+    }
+    std::vector<std::int32_t> List = Testing::ListOf(Blocks);
+    if (From.Byte() % 8 == 0) List.resize(List.size() / 2);
+    sd_bus_message_append_array(To, 'i', List.data(), List.size() * sizeof(std::int32_t));
+}
+
+// A value of the type that the letter says: one of D-Bus, or I and N, which name the player's
+// interface and Member, L for a block list, or R for a rate: one whose buffer would take gigabytes
+// is for the machine to refuse, not for this.
+void Write(Script& From, char Type, const DispatchMember& Member, sd_bus_message* To) {
+    if (Type == 'i') Append(To, "i", From.Number());
+    if (Type == 'R') Append(To, "i", From.Int() % 12'000);
+    if (Type == 'b') Append(To, "b", From.Byte() % 2);
+    if (Type == 'd') {
+        const bool Small = From.Byte() % 4 == 0;
+        Append(To, "d", Small ? From.Byte() / 16.0 : double{std::bit_cast<float>(From.Int())});
+    }
+    if (Type == 's') Append(To, "s", WireText(From.Text()).c_str());
+    if (Type == 'o') Append(To, "o", Wire::SinkPath);
+    if (Type == 'I') Append(To, "s", Wire::PlayerInterface);
+    if (Type == 'N') Append(To, "s", Member.Name);
+    if (Type == 'L') WriteList(From, To);
+    if (Type == 'v') {
+        const unsigned Other = From.Byte();
+        const char Own = Member.Is == DispatchMember::Kind::Let ? *Member.In : 'i';
+        const std::string Inner(1, Other < 4 ? "ibds"[Other] : Own);
+        sd_bus_message_open_container(To, 'v', Inner.c_str());
+        Write(From, Inner[0], Member, To);
+        sd_bus_message_close_container(To);
+    }
+}
+
+constexpr struct {
+    const char *Interface, *Member, *Types;
+} Offers[]{
+    {Wire::PlayerInterface, nullptr, nullptr},  // a member, which most calls are to
+    {Wire::Properties, "Set", "INv"},          {Wire::Properties, "Get", "IN"},
+    {Wire::Properties, "GetAll", "I"},         {Wire::HostingInterface, "Advise", "o"},
+    {Wire::HostingInterface, "Release", ""},   {Wire::Introspectable, "Introspect", ""},
+};
+
+void MakeCall(Script& From, Conversation& With) {
+    const std::size_t Row = From.Byte() % 16U;
     const auto Members = PlayDllClassMembers();
-    return Members[From.Byte() % Members.size()];
+    const DispatchMember& Member = Members[From.Byte() % Members.size()];
+    auto [Interface, Name, OfTypes] = Offers[Row < std::size(Offers) ? Row : 0];
+    std::string Types = Name != nullptr ? OfTypes : Member.In;
+    if (Types == "iiiiaiai") Types = "iiRiLL";
+    const char* Path = Wire::PlayerPath;
+    const unsigned Wrong = From.Byte() % 16U;
+    if (Wrong == 1) Path = std::array{"/", "/org", Wire::SinkPath}[From.Byte() % 3U];
+    if (Wrong == 2) Interface = Offers[From.Byte() % std::size(Offers)].Interface;
+    if (Wrong == 3) Interface = nullptr;
+    if (Wrong == 4) Types = From.Taken(From.Byte() % 6U);  // too few for a hand-over
+    const Message Call = With.New(Path, Interface, Name != nullptr ? Name : Member.Name);
+    for (const char Type : Types)
+        Write(From, Type, Member, Call.get());
+    std::uint64_t Cookie = 0;                            // without one it would want no answer
+    sd_bus_send(With.Link->Bus(), Call.get(), &Cookie);  // an end that is closed takes nothing
 }
 
-void CallMember(Script& From, Conversation& With) {
-    const DispatchMember& Member = Pick(From);
-    WireBytes Body;
-    const std::string_view Types = Member.Is == DispatchMember::Kind::Method ? Member.In : "";
-    if (Types.size() > 1) {
-        WriteHandOver(From, Body);
-    } else if (!Types.empty()) {
-        WriteBasic(From, Types.front(), Body);
-    }
-    With.Say({.Member = Member.Name, .Signature = Types}, Body);
-}
-
-void CallProperties(Script& From, Conversation& With) {
-    const DispatchMember& Member = Pick(From);
-    const unsigned Choice = From.Byte() % 4U;
-    WireBytes Body;
-    Body.Text(Wire::PlayerInterface);
-    if (Choice < 3) Body.Text(Member.Name);
-    if (Choice < 2) {
-        const std::string_view Own =
-            Member.Is == DispatchMember::Kind::Let && Choice == 0 ? Member.In : "i";
-        Body.Signature(Own);
-        WriteBasic(From, Own.front(), Body);
-    }
-    const std::array Members{"Set", "Set", "Get", "GetAll"};
-    const std::array Signatures{"ssv", "ssv", "ss", "s"};
-    With.Say(
-        {.Interface = Wire::Properties, .Member = Members[Choice], .Signature = Signatures[Choice]},
-        Body);
-}
-
-void CallHosting(Script& From, Conversation& With) {
-    const unsigned Choice = From.Byte() % 8U;
-    WireBytes Sink;
-    Sink.Text("/sink");
-    if (Choice == 0) return With.Say({.Interface = Wire::HostingInterface, .Member = "Release"});
-    if (Choice == 1) return With.Say({.Interface = Wire::Introspectable, .Member = "Introspect"});
-    With.Say({.Interface = Wire::HostingInterface, .Member = "Advise", .Signature = "o"}, Sink);
-}
-
-// To a report, if the number is the one of a report.
+// To one that waits; or in advance, if the number is that of one to come.
 void AnswerReport(Script& From, Conversation& With) {
-    Heading Head{.Is = Heading::Kind::Answer, .Path = "", .Interface = ""};
-    if (From.Byte() % 4 == 0) {
-        Head.Is = Heading::Kind::Error;
-        Head.ErrorName = Wire::Failed;
+    const unsigned Choice = From.Byte() % 8U;
+    Message Report = Choice < 4 ? With.Link->TakeCall() : nullptr;
+    if (!Report) {
+        Report = With.New(Wire::SinkPath, Wire::EventInterface, "MsgBoxOb");
+        sd_bus_message_seal(Report.get(), 1U + From.Byte() % 64U, 0);
     }
-    Head.AnswerTo = 1U + From.Byte() % 64U;
-    With.Say(Head);
-}
-
-// Any head of a message with any body.
-void SayOdd(Script& From, Conversation& With) {
-    const std::string Path = From.Text(), Member = From.Text(), Types = From.Text();
-    const WireBytes Body{From.Text(40)};
-    With.Say({.Is = static_cast<Heading::Kind>(From.Byte() % 5U),
-              .Path = From.Byte() % 2 == 0 ? Wire::PlayerPath : Path,
-              .Interface = From.Byte() % 2 == 0 ? Wire::PlayerInterface : Wire::Properties,
-              .Member = From.Byte() % 2 == 0 ? Pick(From).Name : Member,
-              .Signature = Types},
-             Body);
+    const sd_bus_error Refusal{Wire::Failed, nullptr, 0};
+    if (Choice % 4 == 0) sd_bus_reply_method_error(Report.get(), &Refusal);
+    if (Choice % 4 > 1) sd_bus_reply_method_return(Report.get(), "");
 }
 
 void SayBytes(Script& From, Conversation& With) {
-    With.Say(From.Text(255));
+    With.Say(From.Taken(From.Byte()));
 }
 
 void PassTime(Script& From, Conversation& With) {
@@ -223,10 +213,12 @@ void PassTime(Script& From, Conversation& With) {
 }  // namespace
 
 void HearMessages(Bytes Input) {
-    constexpr std::array Steps{CallMember,   CallMember, CallProperties, CallHosting,
-                               AnswerReport, SayOdd,     SayBytes,       PassTime};
+    constexpr std::array Steps{MakeCall,     MakeCall, MakeCall, MakeCall,
+                               AnswerReport, SayBytes, PassTime, PassTime};
     Script From(Input);
-    Conversation With;
+    const bool Raw = From.Byte() == 1;
+    Conversation With(Raw);
+    if (Raw) With.Say(From.Taken(Input.size()));
     for (int Step = 0; Step < MostSteps && !From.AtEnd(); ++Step)
         Steps[From.Byte() % Steps.size()](From, With);
     With.HangUp();
