@@ -60,18 +60,29 @@ int SetSoftware(snd_pcm_t* Pcm) {
     return Result >= 0 ? snd_pcm_sw_params(Pcm, Setting) : Result;
 }
 
-bool IsServers(snd_pcm_t* Pcm) {
-    return snd_pcm_type(Pcm) == SND_PCM_TYPE_IOPLUG;
-}
+/// What is behind a device, also through conversions.
+struct Backing {
+    bool GivesBack = true;
+    bool TellsEachPeriod = false;  ///< how far it has played, and not each frame
+};
 
-// A plug-in that hands what it is given on at once gives nothing back, though it may say so. The
-// one of PipeWire, which goes by this name, leaves it in a buffer that the server reads.
-bool CanGiveBack(snd_pcm_t* Pcm) {
-    if (!IsServers(Pcm)) return true;
+// A plug-in that hands what it is given on to a server at once gives nothing back, though it may
+// say so; what a conversion hides may be one. The one of PipeWire, which goes by this name, leaves
+// it in a buffer that the server reads.
+Backing BackingOf(snd_pcm_t* Pcm) {
     snd_pcm_info_t* About = nullptr;
     snd_pcm_info_alloca(&About);
-    return snd_pcm_info(Pcm, About) >= 0 &&
-           std::string_view(snd_pcm_info_get_name(About)) == "ALSA Playback";
+    if (snd_pcm_info(Pcm, About) < 0) return {.GivesBack = false};
+    snd_pcm_hw_params_t* Setting = nullptr;
+    snd_pcm_hw_params_alloca(&Setting);
+    if (snd_pcm_info_get_card(About) >= 0) {
+        return {.TellsEachPeriod = snd_pcm_hw_params_current(Pcm, Setting) < 0 ||
+                                   snd_pcm_hw_params_is_batch(Setting) != 0};
+    }
+    const auto Type = snd_pcm_type(Pcm);
+    if (Type != SND_PCM_TYPE_IOPLUG && Type != SND_PCM_TYPE_PLUG) return {};
+    const std::string_view Name = snd_pcm_info_get_name(About);
+    return {.GivesBack = Name == "ALSA Playback", .TellsEachPeriod = true};
 }
 
 }  // namespace
@@ -103,8 +114,9 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     BufferFrames = static_cast<long>(Buffer);
     const auto Periods = static_cast<long>(2 * Period);
     MostFrames = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
-    GivesBack = CanGiveBack(Made);
-    ServerFrames = IsServers(Made) ? static_cast<long>(Period) : 0;
+    const Backing Behind = BackingOf(Made);
+    GivesBack = Behind.GivesBack;
+    ServerFrames = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
     return Result;
 }
 
@@ -120,7 +132,7 @@ long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
     if (Taken < 0) return Recovered(Taken);
     if (snd_pcm_state(Pcm.get()) == SND_PCM_STATE_PREPARED) {
         const int Started = snd_pcm_start(Pcm.get());
-        if (Started < 0) return Recovered(Started);
+        if (Started < 0 && Started != -EAGAIN) return Recovered(Started);
     }
     return Taken;
 }
@@ -129,6 +141,7 @@ long AlsaDevice::Held() {
     snd_pcm_sframes_t Room = 0;
     snd_pcm_sframes_t Delay = 0;
     const int Result = snd_pcm_avail_delay(Pcm.get(), &Room, &Delay);
+    if (Result == -EAGAIN) return BufferFrames;  // it does not say how little
     if (Result < 0) return Recovered(Result);
     return std::max({Delay, BufferFrames - Room, 0L});  // one that reckons may reckon too early
 }

@@ -6,10 +6,10 @@
 
 namespace Tolvar {
 
-/// The machine's monotonic time, counted from the clock's making; waits in the kernel. Time of day
 /// The system's clock that nobody sets.
 std::int64_t MonotonicNs();
 
+/// The machine's monotonic time, counted from the clock's making; waits in the kernel. Time of day
 /// is local time.
 class RealClock : public Clock {
   public:

@@ -9,11 +9,12 @@
 
 namespace Tolvar {
 
-/// A sample of a ramp between silence and full of Frames frames, Frame of them counted from the
-/// silent end.
-inline std::int16_t Ramped(std::int16_t Sample, std::int64_t Frame, std::int64_t Frames) {
-    return static_cast<std::int16_t>(Sample * (Frame + 1) / (Frames + 1));
-}
+/// Frames of a run of which Seen came before: the first Ramp of it rise from silence. Counts Seen
+/// on, as far as the ramp goes.
+void Rise(std::span<std::int16_t> Samples, std::int64_t Channels, std::int64_t& Seen,
+          std::int64_t Ramp);
+/// The last frames of a run, at most Ramp, fall to silence.
+void Fall(std::span<std::int16_t> Samples, std::int64_t Channels, std::int64_t Ramp);
 
 /// Lets the first frames of a run rise from silence and the last ones fall to it; none is added or
 /// lost. It holds as many back as a ramp is long, because the end is known only when it is there.

@@ -67,10 +67,4 @@ void ListenerTime::Saw(std::int64_t Frames) {
     if (Adopted && HeardFrames > 0) Told = Teller::Device;
 }
 
-void ListenerTime::LoseDevice() {
-    if (Told == Teller::Device) GoOnFrom(std::max(ToldNs, DeviceTime.NsOf(HeardFrames)));
-    Told = Teller::Clock;
-    Adopted = false;
-}
-
 }  // namespace Tolvar

@@ -27,7 +27,8 @@ class ListenerTime {
     std::int64_t FrameNow() { return RunTime.FramesAt(NowNs()); }
     /// All frames of the run before that one have been heard.
     void HeardUpTo(std::int64_t Frame);
-    /// The run is over; the listener's time at that moment.
+    /// The run is over, or its device lost: the clock goes on from what was heard last. The
+    /// listener's time at that moment.
     std::int64_t End();
 
     /// A device is to play the run from Frame on.
@@ -39,8 +40,6 @@ class ListenerTime {
     void Saw(std::int64_t Frames);
     /// It plays nothing until it is seen to have played more.
     void RanDry() { PlaysOn = false; }
-    /// The clock goes on from what was heard last: from the beginning, when nothing was.
-    void LoseDevice();
 
     // Of the device adopted last.
     std::int64_t Written() const { return WrittenFrames; }

@@ -63,13 +63,9 @@ bool LiveFrames::Produce(bool MayFlush) {
 }
 
 void LiveFrames::Append(std::span<const std::int16_t> Samples) {
-    const std::int64_t Ramp = FramesIn(Options.FadeMs);
-    const auto First = static_cast<std::ptrdiff_t>(Pending.size());
+    const std::size_t First = Pending.size();
     Pending.insert(Pending.end(), Samples.begin(), Samples.end());
-    for (auto At = Pending.begin() + First; At != Pending.end() && Made < Ramp; ++Made) {
-        for (int Channel = 0; Channel < To.Channels; ++Channel, ++At)
-            *At = Ramped(*At, Made, Ramp);
-    }
+    Rise(std::span(Pending).subspan(First), To.Channels, Made, FramesIn(Options.FadeMs));
 }
 
 void LiveFrames::Took(std::int64_t Frames) {
@@ -102,10 +98,7 @@ std::span<const std::int16_t> LiveFrames::FadingNext(std::int64_t Ramp) {
     const auto Next = std::span(Pending).subspan(PendingFrom);
     if (std::ssize(Next) < Ramp * To.Channels) return {};
     const auto Falling = Next.first(Index(Ramp * To.Channels));
-    for (std::size_t Sample = 0; Sample < Falling.size(); ++Sample) {
-        const std::int64_t Left = Ramp - 1 - static_cast<std::int64_t>(Sample) / To.Channels;
-        Falling[Sample] = Ramped(Falling[Sample], Left, Ramp);
-    }
+    Fall(Falling, To.Channels, Ramp);
     return Falling;
 }
 

@@ -65,7 +65,7 @@ class LiveFrames {
     std::vector<std::int16_t> Recent;  // what it took last, round and round
     std::size_t RecentTo = 0;
     std::int64_t SourceFrame = 0;
-    std::int64_t Made = 0;  // frames of the run for the device
+    std::int64_t Made = 0;  // frames of the run for the device, as far as its ramp goes
     bool Dry = false;
 };
 

@@ -24,10 +24,8 @@ void TakeRealTimePriority() {
 
 void Render(const std::shared_ptr<LivePump>& Pump) try {
     TakeRealTimePriority();
-    for (bool Going = true; Going;) {
-        const std::int64_t Ns = Pump->Turn(Going);
-        if (Going) Pump->WaitNs(Ns);
-    }
+    while (const auto Ns = Pump->Turn())
+        Pump->WaitNs(*Ns);
 } catch (const LivePump::LeftBehind&) {
     return;
 }
@@ -73,8 +71,7 @@ std::int64_t LiveOutput::Cut(const FrameSource& Source) {
 }
 
 std::int64_t LiveOutput::Turn() {
-    bool Going = true;
-    return Pump->Turn(Going);
+    return Pump->Turn().value_or(Forever);
 }
 
 }  // namespace Tolvar

@@ -16,8 +16,8 @@ namespace Tolvar {
 /// is computed from it is what is heard, whatever the device holds, and it never runs backward.
 ///
 /// A device that fails, or stands still, is said once; the listener's time then goes on with the
-/// clock, in silence, until the device can be had again. It is open only while something plays,
-/// and a moment longer.
+/// clock, in silence, until the device can be had again. It is open only while a source has
+/// not been cut, and a moment longer.
 ///
 /// A thread of its own, at real-time priority where the system grants it, talks to the device; it
 /// never waits for the apartment but for as long as Hold is kept. All members are the apartment's.
@@ -36,8 +36,8 @@ class LiveOutput {
     /// The listener's time.
     std::int64_t NowNs() { return Pump->NowNs(); }
 
-    /// Plays, instead of whatever played before. Its first frame is heard
-    /// from the listener's time on that it returns.
+    /// Plays, instead of whatever played before. Its first frame is heard from the listener's time
+    /// on that it returns.
     std::int64_t Begin(const LiveRun& Wanted) { return Pump->Begin(Wanted); }
 
     /// Nothing more of Source is heard or read when it returns. The listener's time at that

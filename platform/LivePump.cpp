@@ -73,8 +73,11 @@ bool LivePump::End(int WaitMs) {
     auto Locked = Hold();
     Ending = Woken = true;
     ToThread.NotifyOne();
-    Abandoned = !ToApartment.WaitFor(Locked, WaitMs * NsPerMs, [this] { return HasEnded; });
-    return !Abandoned;
+    while (!ToApartment.WaitFor(Locked, WaitMs * NsPerMs, [this] { return HasEnded; })) {
+        Abandoned = CallClockNs >= 0;
+        if (Abandoned) return false;
+    }
+    return true;
 }
 
 std::vector<std::string> LivePump::TakeNotices() {
@@ -115,7 +118,7 @@ void LivePump::FindStuck() {
 }
 
 void LivePump::FallSilent(Happening Why, int Error) {
-    Listener.LoseDevice();
+    Listener.End();
     Mode = Phase::Silent;
     if (!std::exchange(Missing, true)) Note(Why, Error);
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -53,8 +54,8 @@ class LivePump {
     /// Thrown by Turn when nobody waits for the thread any more: it is to end, and touch nothing.
     struct LeftBehind {};
 
-    /// One round: nanoseconds until the next is due, Forever for none. The last one clears Going.
-    std::int64_t Turn(bool& Going);
+    /// One round: nanoseconds until the next is due, Forever for none; nothing: it was the last.
+    std::optional<std::int64_t> Turn();
     /// Waits as Turn said, or until something is asked for.
     void WaitNs(std::int64_t Ns);
 
@@ -67,6 +68,8 @@ class LivePump {
     };
 
     // Of both sides; the lock is held.
+    /// The run that this round is about is to be heard.
+    bool IsServed() const { return RunNumber == ServedRun && Mode == Phase::Sounding; }
     void FindStuck();
     void FallSilent(Happening Why, int Error);
     void EndRun();
@@ -74,20 +77,24 @@ class LivePump {
     std::string TextOf(const Notice& Of) const;
 
     // The render thread's; the lock is free.
-    std::int64_t Round(bool& Going);
-    std::int64_t Play(std::uint64_t Number);
-    std::int64_t Retry(std::uint64_t Number);
+    std::optional<std::int64_t> Round();
+    std::int64_t Play();
+    std::int64_t Retry();
     std::int64_t Linger();
-    bool Start(std::uint64_t Number);
+    bool Start();
     int OpenDevice(const LiveRun& For);
-    bool Adopt(std::uint64_t Number, const LiveRun& Taken);
+    bool Adopt();
+    bool IsWaitedFor() const;
+    std::int64_t NextLookNs() const;
     bool Measure();
+    bool Look();
     bool Feed();
     std::size_t ReadSource(std::int64_t Frame, std::span<std::int16_t> Into);
     void RunDry();
     void SawHeard(std::int64_t Told, std::int64_t SlackFrames = 0);
     bool Lose(Happening Why, int Error);
     void Quieten();
+    void LeaveRun();
     void DropAll(std::int64_t TakenBack);
     std::int64_t TakeBack(std::int64_t Ramp);
     void FadeOut(std::int64_t Ramp, std::int64_t TakenBack);

@@ -24,22 +24,20 @@ void LivePump::WaitNs(std::int64_t Ns) {
 }
 
 // What fails here, for want of memory or by a rate that cannot be converted, is a lost device.
-std::int64_t LivePump::Turn(bool& Going) try {
-    return Round(Going);
-} catch (const std::exception&) {
+std::optional<std::int64_t> LivePump::Turn() try { return Round(); } catch (const std::exception&) {
     Lose(Happening::Lost, ENOMEM);
     return 0;
 }
 
-std::int64_t LivePump::Round(bool& Going) {
+std::optional<std::int64_t> LivePump::Round() {
     auto Locked = Hold();
-    const std::uint64_t Number = ServedRun = RunNumber;
+    ServedRun = RunNumber;
     const Phase Wanted = Mode;
     const bool Cut = CutWanted;
     const bool End = Ending;
     Locked.unlock();
 
-    const bool PlaysOn = Wanted == Phase::Sounding && PlaysRun == Number && !Cut && !End;
+    const bool PlaysOn = Wanted == Phase::Sounding && PlaysRun == ServedRun && !Cut && !End;
     if (Wanted == Phase::Silent && PlaysRun != 0) Close();
     if (PlaysRun != 0 && !PlaysOn) Quieten();
     if (Cut || End) {
@@ -47,16 +45,16 @@ std::int64_t LivePump::Round(bool& Going) {
         Locked.lock();
         if (CutWanted) EndRun();
         HasEnded = End;
-        Going = !End;
         Locked.unlock();
         ToApartment.NotifyAll();
-        return Going ? Linger() : Forever;
+        if (End) return {};
+        return Linger();
     }
     switch (Wanted) {
         case Phase::Sounding:
-            return Play(Number);
+            return Play();
         case Phase::Silent:
-            return Retry(Number);
+            return Retry();
         default:
             return Linger();
     }
@@ -82,39 +80,37 @@ std::int64_t LivePump::Linger() {
     return Forever;
 }
 
-std::int64_t LivePump::Retry(std::uint64_t Number) {
+std::int64_t LivePump::Retry() {
     const std::int64_t LeftNs = RetryDueNs - Time.NowNs();
     if (LeftNs > 0) return LeftNs;
     auto Locked = Hold();
     const LiveRun For = Run;
-    if (RunNumber != Number) return 0;
+    if (RunNumber != ServedRun) return 0;
     Locked.unlock();
     if (OpenDevice(For) < 0) return RetryEveryNs;
     Locked.lock();
-    if (RunNumber != Number || Mode != Phase::Silent) return 0;
-    Run.Frame = Listener.FrameNow();
-    Mode = Phase::Sounding;
+    if (RunNumber == ServedRun && Mode == Phase::Silent) Mode = Phase::Sounding;
     return 0;
 }
 
-std::int64_t LivePump::Play(std::uint64_t Number) {
-    if (PlaysRun != Number && !Start(Number)) return 0;
+std::int64_t LivePump::Play() {
+    if (PlaysRun != ServedRun && !Start()) return 0;
     if (!Measure() || !Feed()) return 0;
-    if (!Frames.AllTaken() || Listener.Heard() < Listener.Written()) return TurnMs() * NsPerMs;
+    if (!Frames.AllTaken() || Listener.Heard() < Listener.Written()) return NextLookNs();
     // The frames that a resampler made may be a little shorter than those that it was given.
     const auto Locked = Hold();
-    if (RunNumber != Number || Mode != Phase::Sounding) return 0;
+    if (!IsServed()) return 0;
     Listener.HeardUpTo(Frames.NextFrame());
     return Forever;
 }
 
-bool LivePump::Start(std::uint64_t Number) {
+bool LivePump::Start() {
     auto Locked = Hold();
     const LiveRun For = Run;
-    if (RunNumber != Number) return false;
+    if (RunNumber != ServedRun) return false;
     Locked.unlock();
     if (const int Error = OpenDevice(For); Error < 0) return Lose(Happening::NotOpened, -Error);
-    return Adopt(Number, For);
+    return Adopt();
 }
 
 int LivePump::OpenDevice(const LiveRun& For) {
@@ -130,15 +126,21 @@ int LivePump::OpenDevice(const LiveRun& For) {
     return 0;
 }
 
-bool LivePump::Adopt(std::uint64_t Number, const LiveRun& Taken) {
+bool LivePump::Adopt() {
+    auto Locked = Hold();
+    if (!IsServed()) return false;
+    // What the clock has passed while the device was opened is not played late.
+    Run.Frame = Listener.FrameNow();
+    const LiveRun Taken = Run;
+    Locked.unlock();
     Frames.Begin(Taken.Format, Opened, Taken.Frame);
-    Underruns = DryLooks = 0;
+    DryLooks = 0;
     StartClockNs = -1;
     ProgressClockNs = Time.NowNs();
-    const auto Locked = Hold();
-    if (RunNumber != Number || Mode != Phase::Sounding) return false;
+    Locked.lock();
+    if (!IsServed()) return false;
     Listener.Adopt(Opened.RateHz, Taken.Frame);
-    PlaysRun = Number;
+    PlaysRun = ServedRun;
     return true;
 }
 
@@ -153,7 +155,14 @@ std::int64_t LivePump::MostHeard(std::int64_t ClockNs) const {
 }
 
 bool LivePump::Measure() {
-    if (StartClockNs < 0) return true;
+    if (StartClockNs >= 0 && !Look()) return false;
+    if (!IsWaitedFor()) ProgressClockNs = Time.NowNs();
+    const bool StandsStill = Time.NowNs() - ProgressClockNs > StandStillNs;
+    return !StandsStill || Lose(Happening::StoodStill, 0);
+}
+
+/// False: it is lost.
+bool LivePump::Look() {
     const long HeldFrames = Calling([](OutputDevice& Of) { return Of.Held(); });
     if (HeldFrames == -EPIPE) {
         if (Listener.Written() > 0 && !Frames.IsDry()) ++DryLooks;
@@ -164,11 +173,19 @@ bool LivePump::Measure() {
         SawHeard(Listener.Written() - HeldFrames);
         if (HeldFrames > 0) DryLooks = 0;
     }
-    if (DryLooks > MostDryLooks) return Lose(Happening::Lost, EPIPE);
-    if (Listener.Heard() < Listener.Written() && Time.NowNs() - ProgressClockNs > StandStillNs) {
-        return Lose(Happening::StoodStill, 0);
-    }
-    return true;
+    return DryLooks <= MostDryLooks || Lose(Happening::Lost, EPIPE);
+}
+
+/// More is to be heard.
+bool LivePump::IsWaitedFor() const {
+    return Listener.Heard() < Listener.Written() || !Frames.IsDry();
+}
+
+/// Half of what it holds is left by then, also where that is less than it was to hold.
+std::int64_t LivePump::NextLookNs() const {
+    const std::int64_t HeldMs = (Listener.Written() - Listener.Heard()) * 1000 / Opened.RateHz;
+    const std::int64_t Most = TurnMs();
+    return (Frames.IsDry() ? Most : std::clamp<std::int64_t>(HeldMs / 2, 2, Most)) * NsPerMs;
 }
 
 void LivePump::RunDry() {
@@ -183,8 +200,7 @@ void LivePump::SawHeard(std::int64_t Told, std::int64_t SlackFrames) {
     const std::int64_t ClockNs = Time.NowNs();
     const std::int64_t Seen = std::min(Told, MostHeard(ClockNs) + SlackFrames);
     const auto Locked = Hold();
-    const bool IsWaitedFor = Listener.Heard() < Listener.Written();
-    if (Seen > Listener.Heard() || !IsWaitedFor) ProgressClockNs = ClockNs;
+    if (Seen > Listener.Heard()) ProgressClockNs = ClockNs;
     Listener.Saw(Seen);
     const bool IsHeard = Listener.HasDevice() && Listener.Heard() > 0;
     if (IsHeard && std::exchange(Missing, false)) Note(Happening::Back, 0);
@@ -226,9 +242,7 @@ bool LivePump::Lose(Happening Why, int Error) {
     {
         const auto Locked = Hold();
         // Not of a run that was cut or found to stand still meanwhile.
-        if (Mode == Phase::Sounding && !CutWanted && RunNumber == ServedRun) {
-            FallSilent(Why, Error);
-        }
+        if (IsServed() && !CutWanted) FallSilent(Why, Error);
     }
     Close();
     RetryDueNs = Time.NowNs() + RetryEveryNs;
@@ -245,12 +259,16 @@ void LivePump::Quieten() {
             DropAll(TakenBack);
         }
     }
-    if (Underruns > 0) {
-        const auto Locked = Hold();
-        Note(Happening::RanDry, Underruns);
-    }
-    PlaysRun = 0;
+    LeaveRun();
     QuietClockNs = Time.NowNs();
+}
+
+void LivePump::LeaveRun() {
+    PlaysRun = 0;
+    if (const int Times = std::exchange(Underruns, 0); Times > 0) {
+        const auto Locked = Hold();
+        Note(Happening::RanDry, Times);
+    }
 }
 
 /// What can be neither dropped nor taken back will be heard, and so counts as heard.
@@ -287,7 +305,7 @@ bool LivePump::FadeOn(std::int64_t Ramp) {
 }
 
 void LivePump::Close() {
-    PlaysRun = 0;
+    LeaveRun();
     if (Opened.Channels == 0) return;
     Calling([](OutputDevice& Of) {
         Of.Close();

@@ -99,7 +99,10 @@ void QueueVoice::SetOff() {
 std::size_t QueueVoice::ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept {
     const std::int64_t Channels = Format.Channels;
     const std::int64_t Room = std::ssize(Into) / Channels;
-    std::int64_t Copied = 0;
+    // What the clock has told to be over before a device played it has been given back.
+    const std::int64_t Gone = Entries.empty() ? 0 : Entries.front().StartFrame - Frame;
+    std::int64_t Copied = std::clamp<std::int64_t>(Gone, 0, Room);
+    std::fill_n(Into.begin(), Copied * Channels, std::int16_t{0});
     for (const Entry& Each : Entries) {
         const std::int64_t From = Frame + Copied;
         if (Copied == Room) break;

@@ -21,7 +21,8 @@ struct FakeDevice : OutputDevice {
     std::size_t Room = 480;
     int Calls = 0, GoneFrom = INT_MAX;  // the first of three calls that fail
     long Lie = -1;                      // what Held answers instead
-    std::function<void()> InWrite;      // while Write is under way
+    std::int64_t OpenTakesNs = 0;
+    std::function<void()> InWrite;  // while Write is under way
     bool CanTakeBack = true;
 
     explicit FakeDevice(VirtualClock& Clock) : Time(Clock) {}
@@ -38,6 +39,7 @@ struct FakeDevice : OutputDevice {
     }
     int Open(StreamFormat& Wanted, int) override {
         if (IsOpen) throw std::logic_error("opened twice");
+        Time.WaitUntil(Time.NowNs() + OpenTakesNs, {});
         if (Fails()) return -ENODEV;
         Wanted = {1, 8000};
         IsOpen = true;
@@ -97,32 +99,39 @@ struct LiveTest : Test {
     std::int64_t TurnNs = 0;
 
     LiveTest() { Use(0); }
-    void Use(int FadeMs) {
+    void Use(int FadeMs, int LatencyMs = 60) {
         Device = new FakeDevice(Time);
-        auto Made = std::make_unique<LiveOutput>(std::unique_ptr<OutputDevice>(Device), Time,
-                                                 LiveOptions{.LatencyMs = 60, .FadeMs = FadeMs},
-                                                 LiveOutput::Driving::ByHand);
+        auto Made = std::make_unique<LiveOutput>(
+            std::unique_ptr<OutputDevice>(Device), Time,
+            LiveOptions{.LatencyMs = LatencyMs, .FadeMs = FadeMs}, LiveOutput::Driving::ByHand);
         Live = Made.get();
         Card = std::make_unique<SoundCard>(Home, CardOutput{nullptr, std::move(Made)}, SinkRate{},
                                            Journal);
     }
     /// A voice on a new card, whose buffer holds these.
-    void Loop(const Samples& Content, int FadeMs = 0) {
+    void Loop(const Samples& Content, int FadeMs = 0, int LatencyMs = 60) {
         Voice.reset();
-        Use(FadeMs);
+        Use(FadeMs, LatencyMs);
         const auto Bytes = static_cast<std::int32_t>(Content.size()) * 2;
         Voice.emplace(*Card, StreamFormat{1, 8000}, Bytes);
         Voice->Write(0, Bytes, Content.data());
     }
+    /// What was asked for before wakes the thread up, and then what it asks for itself.
     void Pass(std::int64_t Ms) {
+        std::int64_t DueNs = 0;
         for (; Ms > 0; --Ms) {
-            for (int Round = 0; Round < 4 && (TurnNs = Live->Turn()) == 0; ++Round) {
+            for (int Round = 0; Round < 4 && Time.NowNs() >= DueNs; ++Round) {
+                TurnNs = Live->Turn();
+                DueNs = TurnNs == Forever ? Forever : Time.NowNs() + TurnNs;
             }
             Home.AdvanceBy(1);
         }
         Device->Settle();
     }
-    std::int64_t HeardSoFar() const { return std::ssize(Device->Heard); }
+    std::int64_t HeardSoFar() const {
+        Device->Settle();
+        return std::ssize(Device->Heard);
+    }
     /// That a buffer of the numbers from 1 to Size was heard again and again.
     void ExpectEachFrameOnce(std::int64_t Size) const {
         for (std::int64_t I = 0; I < HeardSoFar(); ++I)
@@ -208,7 +217,8 @@ TEST_F(LiveTest, SignalsComeWhenTheListenerIsThere) {
     Voice->Play();
     Home.AdvanceBy(30);  // the thread has not come to it yet
     Pass(1000);
-    EXPECT_EQ(Late.size(), 10U);
+    ASSERT_EQ(Late.size(), 10U);
+    EXPECT_LE(std::exchange(Late[0], 0), 8 * 30);
     EXPECT_THAT(Late, Each(AllOf(Ge(-8), Le(24))));
     Voice->Stop();
 }
@@ -251,7 +261,49 @@ TEST_F(LiveTest, AnyCallMayFailAndThePlayGoesOnInTimeAndIsHeardAgain) {
     }
 }
 
-TEST_F(LiveTest, ADeviceThatLiesOrBlocksLeavesTimeAsItIs) {
+TEST_F(LiveTest, WhatTheClockHasPassedWhileADeviceWasMissingIsNotHeardLate) {
+    QueueVoice Player(*Card, {1, 8000});
+    Samples Waves[] = {Numbers(1, 400), Numbers(401, 400), Numbers(801, 16000)};
+    WAVEHDR Headers[] = {HeaderOf(Waves[0]), HeaderOf(Waves[1]), HeaderOf(Waves[2])};
+    Device->GoneFrom = 1;
+    Player.Queue(Headers[0]);
+    Pass(200);
+    EXPECT_TRUE(Player.IsEmpty());
+    Device->GoneFrom = INT_MAX;
+    Device->OpenTakesNs = 100 * NsPerMs;  // the next wave is over before
+    Player.Queue(Headers[1]);
+    Player.Queue(Headers[2]);
+    Pass(5000);
+    EXPECT_TRUE(Player.IsEmpty());
+    EXPECT_EQ(Device->Heard, Numbers(1201, 15600));
+}
+
+TEST_F(LiveTest, ADeviceMayHoldLessThanWasAskedFor) {
+    for (const int Ms : {20, 60, 170}) {
+        for (const int LatencyMs : {60, 200, 500}) {
+            Loop(Numbers(1, 8000), 0, LatencyMs);
+            Device->Room = static_cast<std::size_t>(8 * Ms);
+            Voice->Play();
+            Pass(5000);
+            EXPECT_EQ(HeardSoFar(), 40000) << Ms << " of " << LatencyMs;
+            ExpectEachFrameOnce(8000);
+            Voice->Stop();
+        }
+    }
+}
+
+TEST_F(LiveTest, ADeviceThatLiesOrBlocksOrTakesNothingLeavesTimeAsItIs) {
+    for (const int FromMs : {1, 500}) {
+        Loop(Samples(8000));
+        Journal.Lines.clear();
+        Voice->Play();
+        Pass(FromMs - 1);
+        Device->Room = 0;
+        Pass(8000);
+        EXPECT_NEAR(static_cast<double>(Voice->FramesHeard()), 8.0 * (6000 + FromMs), 1000);
+        EXPECT_THAT(Journal.Lines, Contains(HasSubstr("stands still")).Times(1));
+        Voice->Stop();
+    }
     for (const long Lie : {0L, 1'000'000L, 480L}) {
         Loop(Samples(8000));
         Device->Lie = Lie;
@@ -311,7 +363,7 @@ TEST_F(LiveTest, EdgesAreRampsThatCostNoFrame) {
 
     Device->CanTakeBack = false;
     Voice->Play();
-    Pass(50);
+    Pass(35);
     Voice->Stop();
     EXPECT_TRUE(Device->Queue.empty());
     EXPECT_EQ(Voice->FramesHeard() - Before, std::ssize(Heard));
