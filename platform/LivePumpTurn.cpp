@@ -181,16 +181,17 @@ bool LivePump::IsWaitedFor() const {
     return Listener.Heard() < Listener.Written() || !Frames.IsDry();
 }
 
-/// Half of what it holds is left by then, also where that is less than it was to hold.
+/// A third of what it holds is left by then, also where that is less than it was to hold.
 std::int64_t LivePump::NextLookNs() const {
     const std::int64_t HeldMs = (Listener.Written() - Listener.Heard()) * 1000 / Opened.RateHz;
     const std::int64_t Most = TurnMs();
-    return (Frames.IsDry() ? Most : std::clamp<std::int64_t>(HeldMs / 2, 2, Most)) * NsPerMs;
+    return (Frames.IsDry() ? Most : std::clamp<std::int64_t>(HeldMs * 2 / 3, 2, Most)) * NsPerMs;
 }
 
+/// Once told of: a server that is gone is found dry again and again.
 void LivePump::RunDry() {
     SawHeard(Listener.Written());
-    if (Listener.Written() > 0 && !Frames.IsDry()) ++Underruns;
+    if (Listener.Written() > 0 && !Frames.IsDry() && DryLooks <= 1) ++Underruns;
     const auto Locked = Hold();
     Listener.RanDry();
 }
