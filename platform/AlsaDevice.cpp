@@ -116,7 +116,7 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     MostFrames = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
     const Backing Behind = BackingOf(Made);
     GivesBack = Behind.GivesBack;
-    ServerFrames = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
+    UntoldFrames = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
     return Result;
 }
 
@@ -149,7 +149,7 @@ long AlsaDevice::Held() {
 long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
     if (!GivesBack) return 0;
     if (snd_pcm_avail(Pcm.get()) < 0) return 0;
-    const long Frames = snd_pcm_rewindable(Pcm.get()) - std::max(Keep, ServerFrames);
+    const long Frames = snd_pcm_rewindable(Pcm.get()) - std::max(Keep, UntoldFrames);
     if (Frames < Least || Frames > Most) return 0;
     return std::max(snd_pcm_rewind(Pcm.get(), static_cast<snd_pcm_uframes_t>(Frames)), 0L);
 }

@@ -39,7 +39,7 @@ class AlsaDevice : public OutputDevice {
     long BufferFrames = 0;
     long MostFrames = 0;  // that it is to hold
     bool GivesBack = false;
-    long ServerFrames = 0;  // that a server may take at any moment
+    long UntoldFrames = 0;  // that it may have played, or a server taken, and not told
 };
 
 /// A PCM that sound can be played on, and what the system says of it, on one line.
