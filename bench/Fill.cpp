@@ -12,7 +12,7 @@
 #include "bench/LoadedPlayer.h"
 #include "bench/Sections.h"
 #include "bench/Table.h"
-#include "platform/Posix.h"
+#include "platform/posix/Posix.h"
 #include "stream/StreamBuffFill.h"
 
 namespace Tolvar::Bench {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "store/BlockCarrBuffClass.h"
-#include "waveplay/BlockListBuilder.h"
+#include "waveplay/wave/BlockListBuilder.h"
 
 namespace Tolvar::Bench {
 

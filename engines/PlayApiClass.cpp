@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "engines/RunMath.h"
-#include "engines/TimerFrm.h"
 #include "platform/Checked.h"
 #include "stream/StreamBuffFill.h"
 
@@ -15,11 +14,11 @@ constexpr std::int32_t CountdownMs = 40;
 constexpr int MostStillPolls = 100;  // four seconds
 }  // namespace
 
-PlayApiClass::PlayApiClass(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
-    : PlayEngine(OsOf, Shared, std::move(Event)),
-      Mm(OsOf.Wave),
-      StopPlayTimer(TimerFrm::Shared(Shared, OsOf.Home).Timer0),
-      CallBackTimer(TimerFrm::Shared(Shared, OsOf.Home).Timer2) {
+PlayApiClass::PlayApiClass(EngineSetup Setup)
+    : PlayEngine(std::move(Setup)),
+      Mm(Os.Wave),
+      StopPlayTimer(Forms().Timers.Timer0),
+      CallBackTimer(Forms().Timers.Timer2) {
     PosTime.wType = TIME_SAMPLES;
     PosTime.sample = 0;
     StopPlayTimer.Bind([this] { StopPlayTimer_Timer(); });

@@ -15,7 +15,7 @@ namespace Tolvar {
 /// factors have no effect.
 class PlayApiClass final : public PlayEngine {
   public:
-    PlayApiClass(System& Os, PlayerState& Shared, MsgBoxObEvent Event);
+    explicit PlayApiClass(EngineSetup Setup);
     ~PlayApiClass() override;
 
     bool StopPlay() override;

@@ -6,8 +6,11 @@
 
 namespace Tolvar {
 
-PlayEngine::PlayEngine(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
-    : Os(OsOf), State(Shared), MsgBoxOb(std::move(Event)) {}
+PlayEngine::PlayEngine(EngineSetup Setup)
+    : Os(Setup.Os),
+      State(Setup.State),
+      SharedForms(std::move(Setup.Forms)),
+      MsgBoxOb(std::move(Setup.Event)) {}
 
 void PlayEngine::Report(std::string_view Ttl) {
     // A copy, because the editor may have the engine dropped inside the report.

@@ -5,10 +5,22 @@
 #include <memory>
 #include <string_view>
 
+#include "engines/EngineForms.h"
 #include "platform/System.h"
-#include "server/PlayDllMod.h"
+#include "state/PlayDllMod.h"
 
 namespace Tolvar {
+
+/// What an engine lives on. Os and State stay the player object's and outlive the engine; the forms
+/// are shared, because a timer may still be ticking into an engine that the player has dropped.
+struct EngineSetup {
+    using MsgBoxObEvent = std::function<void(std::string_view Msg, std::string_view Ttl)>;
+
+    System& Os;
+    PlayerState& State;
+    std::shared_ptr<EngineForms> Forms;
+    MsgBoxObEvent Event;  ///< takes the engine's reports
+};
 
 /// An output engine: plays the loaded wave's double buffer on one kind of device. The player
 /// object holds at most one and routes its commands here. Apartment's thread only.
@@ -18,9 +30,7 @@ namespace Tolvar {
 /// RuntimeFailure goes to the caller.
 class PlayEngine : public std::enable_shared_from_this<PlayEngine> {
   public:
-    using MsgBoxObEvent = std::function<void(std::string_view Msg, std::string_view Ttl)>;
-
-    PlayEngine(System& Os, PlayerState& Shared, MsgBoxObEvent Event);
+    explicit PlayEngine(EngineSetup Setup);
     virtual ~PlayEngine() = default;
     PlayEngine(const PlayEngine&) = delete;
     PlayEngine& operator=(const PlayEngine&) = delete;
@@ -56,9 +66,11 @@ class PlayEngine : public std::enable_shared_from_this<PlayEngine> {
 
     System& Os;
     PlayerState& State;
+    EngineForms& Forms() { return *SharedForms; }
 
   private:
-    MsgBoxObEvent MsgBoxOb;
+    std::shared_ptr<EngineForms> SharedForms;
+    EngineSetup::MsgBoxObEvent MsgBoxOb;
 };
 
 }  // namespace Tolvar

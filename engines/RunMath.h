@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "server/PlayDllMod.h"
+#include "state/PlayDllMod.h"
 
 namespace Tolvar {
 

@@ -33,8 +33,7 @@ WAVEFORMATEX FormatOf(const PlayerState& State) {
 
 }  // namespace
 
-StreamDx7Class::StreamDx7Class(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
-    : StreamEngine(OsOf, Shared, std::move(Event)) {}
+StreamDx7Class::StreamDx7Class(EngineSetup Setup) : StreamEngine(std::move(Setup)) {}
 
 StreamDx7Class::~StreamDx7Class() {
     StreamDx7Class::Close();

@@ -14,7 +14,7 @@ namespace Tolvar {
 /// a segment has been left and when the buffer's end has been reached.
 class StreamDx7Class final : public StreamEngine {
   public:
-    StreamDx7Class(System& Os, PlayerState& Shared, MsgBoxObEvent Event);
+    explicit StreamDx7Class(EngineSetup Setup);
     ~StreamDx7Class() override;
 
     /// Binds the device to the editor's window. False, with everything given back (and "Stopped"

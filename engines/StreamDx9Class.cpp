@@ -4,7 +4,6 @@
 #include <exception>
 #include <utility>
 
-#include "engines/Dx9CallbackFrm.h"
 #include "engines/RunMath.h"
 #include "platform/Checked.h"
 #include "platform/Clock.h"
@@ -18,10 +17,10 @@ constexpr std::int32_t PollsPerSegment = 40;
 constexpr double SegmentMs = 4000;
 }  // namespace
 
-StreamDx9Class::StreamDx9Class(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
-    : StreamEngine(OsOf, Shared, std::move(Event)),
-      Service(OsOf.AudioService),
-      Dx9CallBackTimer(Dx9CallbackFrm::Shared(Shared, OsOf.Home).Dx9Timer) {
+StreamDx9Class::StreamDx9Class(EngineSetup Setup)
+    : StreamEngine(std::move(Setup)),
+      Service(Os.AudioService),
+      Dx9CallBackTimer(Forms().Dx9Callback.Dx9Timer) {
     Dx9CallBackTimer.Bind([this] { Guarded([this] { Dx9CallBackTimer_Timer(); }); });
     Dx9CallBackTimer.Enabled(false);
 }

@@ -11,7 +11,7 @@ namespace Tolvar {
 /// owns the buffer; a poll asks it which segment the play cursor has left.
 class StreamDx9Class final : public StreamEngine {
   public:
-    StreamDx9Class(System& Os, PlayerState& Shared, MsgBoxObEvent Event);
+    explicit StreamDx9Class(EngineSetup Setup);
     ~StreamDx9Class() override;
 
     /// Keeps the window for the library and checks nothing: the library is first called by

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "engines/RunMath.h"
-#include "engines/TimerFrm.h"
 #include "platform/Checked.h"
 #include "platform/Clock.h"
 #include "stream/StreamBuffFill.h"
@@ -18,9 +17,8 @@ constexpr std::int32_t MostLateMs = 4000;  // a device that tells nothing must n
 
 }  // namespace
 
-StreamEngine::StreamEngine(System& OsOf, PlayerState& Shared, MsgBoxObEvent Event)
-    : PlayEngine(OsOf, Shared, std::move(Event)),
-      StopPlayTimer(TimerFrm::Shared(Shared, OsOf.Home).Timer0) {
+StreamEngine::StreamEngine(EngineSetup Setup)
+    : PlayEngine(std::move(Setup)), StopPlayTimer(Forms().Timers.Timer0) {
     StopPlayTimer.Bind([this] { Guarded([this] { StopPlayTimer_Timer(); }); });
 }
 

@@ -14,7 +14,7 @@ namespace Tolvar {
 /// end-of-play countdown. The device itself is the derived engine's.
 class StreamEngine : public PlayEngine {
   public:
-    StreamEngine(System& Os, PlayerState& Shared, MsgBoxObEvent Event);
+    explicit StreamEngine(EngineSetup Setup);
 
     bool PlayMe() override;
     void UpdatePlayPosition() override;

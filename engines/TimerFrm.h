@@ -1,9 +1,6 @@
 #pragma once
 
-#include <memory>
-
 #include "platform/Apartment.h"
-#include "server/PlayDllMod.h"
 
 namespace Tolvar {
 
@@ -15,12 +12,6 @@ struct TimerFrm {
     Timer Timer0;  ///< the end-of-play countdown of every engine
     Timer Timer1;  ///< no engine's
     Timer Timer2;  ///< the waveOut engine's 40 ms poll
-
-    /// The apartment's instance, made by the first engine that asks.
-    static TimerFrm& Shared(PlayerState& State, Apartment& Home) {
-        if (!State.Timers) State.Timers = std::make_shared<TimerFrm>(Home);
-        return *State.Timers;
-    }
 };
 
 }  // namespace Tolvar

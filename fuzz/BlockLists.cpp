@@ -29,12 +29,12 @@ bool Accepted(Work Do) {
 struct Shelf {
     Testing::MemoryFiles Disk;
     Testing::ListBox Box;
-    PlayerState State;
-    WoroFileBlockMod Store{Disk, Box, State};
+    StoreSettings Settings;
+    WoroFileBlockMod Store{Disk, Box, Settings};
 
     Shelf() {
         Disk.Content["f"].resize(100);
-        State.AppTmpDir = "t";
+        Settings.AppTmpDir = "t";
     }
 
     void HoldsNothing() const {

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "fuzz/Targets.h"
-#include "host/DispatchInterface.h"
-#include "host/Host.h"
+#include "host/dbus/DispatchInterface.h"
+#include "host/dbus/Host.h"
 #include "tests/support/BlockLists.h"
 
 namespace Tolvar::Fuzz {

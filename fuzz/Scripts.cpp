@@ -2,7 +2,7 @@
 #include <string_view>
 
 #include "fuzz/Targets.h"
-#include "waveplay/ScriptParser.h"
+#include "waveplay/script/ScriptParser.h"
 
 namespace Tolvar::Fuzz {
 

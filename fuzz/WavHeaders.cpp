@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "fuzz/Targets.h"
-#include "platform/Posix.h"
 #include "platform/RuntimeFailure.h"
-#include "waveplay/WavSource.h"
+#include "platform/posix/Posix.h"
+#include "waveplay/sound/WavSource.h"
 
 namespace Tolvar::Fuzz {
 namespace {

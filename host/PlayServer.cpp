@@ -3,10 +3,11 @@
 #include <charconv>
 #include <utility>
 
-#include "platform/Clocks.h"
-#include "platform/ConsoleMessageBox.h"
-#include "platform/DirectX7Layer.h"
+#include "card/devices/DirectX7Layer.h"
 #include "platform/RuntimeFailure.h"
+#include "platform/VirtualClock.h"
+#include "platform/posix/ConsoleMessageBox.h"
+#include "platform/posix/RealClock.h"
 #include "store/BlockCarrBuffClass.h"
 
 namespace Tolvar {

@@ -5,18 +5,18 @@
 #include <string>
 #include <string_view>
 
+#include "card/devices/ServiceLoader.h"
+#include "card/devices/WaveOutDevice.h"
+#include "card/voices/CardOutput.h"
+#include "card/voices/SoundCard.h"
 #include "platform/Apartment.h"
-#include "platform/CardOutput.h"
 #include "platform/Clock.h"
 #include "platform/MessageBox.h"
-#include "platform/PosixFiles.h"
-#include "platform/ServiceLoader.h"
-#include "platform/SoundCard.h"
 #include "platform/System.h"
-#include "platform/TextLog.h"
-#include "platform/WaveOutDevice.h"
+#include "platform/posix/PosixFiles.h"
+#include "platform/posix/TextLog.h"
 #include "server/PlayDllClass.h"
-#include "server/PlayDllMod.h"
+#include "state/PlayDllMod.h"
 #include "store/WoroFileBlockMod.h"
 
 namespace Tolvar {

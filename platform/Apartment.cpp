@@ -1,11 +1,6 @@
 #include "platform/Apartment.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <deque>
 #include <exception>
 #include <mutex>
@@ -13,33 +8,27 @@
 #include <string>
 #include <vector>
 
-#include "platform/Posix.h"
+#include "platform/EventSet.h"
 
 namespace Tolvar {
 namespace {
+
+struct Watcher {
+    EventSource Source;
+    std::shared_ptr<Apartment::Handler> OnReadable;
+};
 
 std::int64_t MsAfter(std::int64_t FromNs, std::int64_t Ms) {
     const std::int64_t Most = (Forever - FromNs) / NsPerMs;
     return Ms >= Most ? Forever : FromNs + std::max<std::int64_t>(Ms, 0) * NsPerMs;
 }
 
-struct Watcher {
-    int Fd;
-    std::shared_ptr<Apartment::Handler> OnReadable;
-};
-
 }  // namespace
 
 struct Apartment::Impl {
     using AlarmKey = std::pair<std::int64_t, std::uint64_t>;
 
-    Impl(Clock& TheTime, Log& TheJournal)
-        : Time(TheTime), Journal(TheJournal), Wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-        if (!Wake) {
-            throw ErrnoFailure("cannot make the message loop's wake-up", errno,
-                               FailureKind::Device);
-        }
-    }
+    Impl(Clock& TheTime, Log& TheJournal) : Time(TheTime), Journal(TheJournal) {}
 
     bool Turn(std::int64_t DueNs, const std::function<bool()>& Until);
     bool RunPosts();
@@ -55,14 +44,14 @@ struct Apartment::Impl {
     std::map<AlarmKey, Handler> Alarms;
     std::uint64_t NextOrder = 1;
 
-    std::mutex PostLock;  // guards the two below
+    std::mutex PostLock;  // guards the posts
     std::deque<Handler> Posts;
-    bool WakeIsSet = false;
-    Descriptor Wake;
+    std::unique_ptr<EventSet> Events = EventSet::Make();
 
     std::vector<Watcher> Watchers;
-    std::vector<Watcher> Polled;  // the watchers of the last wait, beside their descriptors
-    std::vector<pollfd> Fds;      // the wake-up, then one per Polled
+    std::vector<Watcher> Awaited;      // the watchers of the last wait
+    std::vector<EventSource> Sources;  // theirs, in the same order
+    std::span<const EventSet::Ready> Ready;
 
     const std::function<bool()>* Asked = nullptr;
     bool Holds = false;
@@ -113,32 +102,29 @@ bool Apartment::Impl::RunAlarms(std::int64_t LatestNs) {
 }
 
 void Apartment::Impl::Wait(std::int64_t DueNs) {
-    Polled = Watchers;
-    Fds.assign(1, pollfd{Wake.Get(), POLLIN, 0});
-    for (const Watcher& Each : Polled)
-        Fds.push_back(pollfd{Each.Fd, POLLIN, 0});
-    const bool Busy = PostsWaiting() > 0;
+    Awaited = Watchers;
+    Sources.clear();
+    for (const Watcher& Each : Awaited)
+        Sources.push_back(Each.Source);
+    Ready = {};
     if (!Alarms.empty()) DueNs = std::min(DueNs, Alarms.begin()->first.first);
-    Time.WaitUntil(Busy ? Time.NowNs() : DueNs, Fds);
-    if (Fds.front().revents != 0) {
-        const std::lock_guard Guard(PostLock);
-        eventfd_t Ignored = 0;
-        eventfd_read(Wake.Get(), &Ignored);
-        WakeIsSet = false;
-    }
+    if (PostsWaiting() > 0) DueNs = Time.NowNs();
+    Time.WaitUntil(DueNs, [this](std::int64_t BoundNs) {
+        Ready = Events->Wait(Sources, BoundNs);
+        return !Ready.empty() || PostsWaiting() > 0;
+    });
 }
 
 bool Apartment::Impl::RunWatchers() {
-    for (std::size_t I = 0; I < Polled.size(); ++I) {
-        const Watcher& Ready = Polled[I];
-        const short Events = Fds[I + 1].revents;
-        const auto Live = std::ranges::find(Watchers, Ready.OnReadable, &Watcher::OnReadable);
-        if (Events == 0 || Live == Watchers.end()) continue;
-        if ((Events & POLLNVAL) != 0) {
-            Journal.Write("descriptor " + std::to_string(Ready.Fd) +
+    for (const EventSet::Ready& Each : Ready) {
+        const Watcher& Waited = Awaited[Each.Index];
+        const auto Live = std::ranges::find(Watchers, Waited.OnReadable, &Watcher::OnReadable);
+        if (Live == Watchers.end()) continue;
+        if (Each.IsGone) {
+            Journal.Write("descriptor " + std::to_string(Waited.Source.Handle) +
                           " was closed while it was watched; it is watched no longer");
             Watchers.erase(Live);
-        } else if (Deliver(*Ready.OnReadable)) {
+        } else if (Deliver(*Waited.OnReadable)) {
             return true;
         }
     }
@@ -173,18 +159,20 @@ void Apartment::Disarm(AlarmId& Alarm) {
 }
 
 void Apartment::Post(Handler Call) {
-    const std::lock_guard Guard(Inner->PostLock);
-    Inner->Posts.push_back(std::move(Call));
-    if (!std::exchange(Inner->WakeIsSet, true)) eventfd_write(Inner->Wake.Get(), 1);
+    {
+        const std::lock_guard Guard(Inner->PostLock);
+        Inner->Posts.push_back(std::move(Call));
+    }
+    Inner->Events->Wake();
 }
 
-void Apartment::Watch(int Fd, Handler OnReadable) {
-    Unwatch(Fd);
-    Inner->Watchers.push_back({Fd, std::make_shared<Handler>(std::move(OnReadable))});
+void Apartment::Watch(EventSource Source, Handler OnReadable) {
+    Unwatch(Source);
+    Inner->Watchers.push_back({Source, std::make_shared<Handler>(std::move(OnReadable))});
 }
 
-void Apartment::Unwatch(int Fd) {
-    std::erase_if(Inner->Watchers, [Fd](const Watcher& Each) { return Each.Fd == Fd; });
+void Apartment::Unwatch(EventSource Source) {
+    std::erase_if(Inner->Watchers, [&](const Watcher& Each) { return Each.Source == Source; });
 }
 
 bool Apartment::RunUntil(std::int64_t DueNs, const std::function<bool()>& Until) {

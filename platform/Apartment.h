@@ -7,12 +7,13 @@
 #include <utility>
 
 #include "platform/Clock.h"
+#include "platform/EventSet.h"
 #include "platform/Log.h"
 
 namespace Tolvar {
 
-/// The server thread's message loop: alarms, callbacks posted from other threads and readable file
-/// descriptors, each run to completion on the apartment's thread, which is the one that calls
+/// The server thread's message loop: alarms, callbacks posted from other threads and readable
+/// event sources, each run to completion on the apartment's thread, which is the one that calls
 /// Run…. What a handler throws is written to the log and the loop goes on.
 class Apartment {
   public:
@@ -41,10 +42,11 @@ class Apartment {
     /// Runs Call soon, after what was posted before it. Any thread; wakes the loop.
     void Post(Handler Call);
 
-    /// Runs OnReadable whenever Fd can be read without waiting (or has hung up), until Unwatch.
-    /// The descriptor stays the caller's. Apartment's thread.
-    void Watch(int Fd, Handler OnReadable);
-    void Unwatch(int Fd);
+    /// Runs OnReadable whenever Source can be read without waiting (or has hung up), until Unwatch;
+    /// instead of what an earlier Watch of it ran. The source stays the caller's. Apartment's
+    /// thread.
+    void Watch(EventSource Source, Handler OnReadable);
+    void Unwatch(EventSource Source);
 
     /// Delivers everything up to and including DueNs (Forever: no bound), each at its own time,
     /// and returns once the clock has reached DueNs or Until (if given, asked after every

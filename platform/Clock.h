@@ -1,9 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
-
-struct pollfd;
+#include <functional>
 
 namespace Tolvar {
 
@@ -15,6 +13,9 @@ inline constexpr std::int64_t Forever = INT64_MAX;
 /// time and in virtual time. Abstract because tests, benchmarks and rendering jump.
 class Clock {
   public:
+    /// Waits for something to happen, BoundNs at the most (Forever: no bound); true: it has.
+    using EventWait = std::function<bool(std::int64_t BoundNs)>;
+
     virtual ~Clock() = default;
 
     /// Nanoseconds since the clock was made; never runs backward. Any thread.
@@ -23,10 +24,10 @@ class Clock {
     /// Time of day in seconds since midnight, 0 <= s < 86400. Any thread.
     virtual double SecondsSinceMidnight() const = 0;
 
-    /// Returns once NowNs() >= DueNs (Forever: no bound) or, sooner, when one of Fds has an event
-    /// (its revents are then set). The virtual clock sets its time to DueNs and looks at no
-    /// descriptor; it must not be given Forever. Apartment's thread only.
-    virtual void WaitUntil(std::int64_t DueNs, std::span<pollfd> Fds) = 0;
+    /// Returns once NowNs() >= DueNs (Forever: no bound) or, sooner, when Events says that
+    /// something has happened. The virtual clock sets its time to DueNs and does not ask Events;
+    /// it must not be given Forever. Apartment's thread only.
+    virtual void WaitUntil(std::int64_t DueNs, const EventWait& Events) = 0;
 };
 
 }  // namespace Tolvar

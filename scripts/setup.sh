@@ -32,7 +32,7 @@ sources() {
     for pattern in "$@"; do
         names+=(-o -name "$pattern")
     done
-    for folder in platform store stream engines server host waveplay tests bench fuzz; do
+    for folder in platform card store state stream engines server host waveplay tests bench fuzz; do
         [[ ! -d $root/$folder ]] || (cd "$root" && find "$folder" \( "${names[@]}" \) -print0)
     done | sort -z
 }

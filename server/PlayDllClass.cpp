@@ -18,8 +18,7 @@ namespace Tolvar {
 
 /// One row of the selection order.
 struct PlayDllClass::EngineKind {
-    using Maker = std::shared_ptr<PlayEngine>(System&, PlayerState&, PlayEngine::MsgBoxObEvent,
-                                              std::int32_t MFrmHwnd);
+    using Maker = std::shared_ptr<PlayEngine>(EngineSetup, std::int32_t MFrmHwnd);
     EngineOrder Name;
     std::int32_t Code;        // EngineCode
     std::int32_t Answer;      // what DxObj writes back
@@ -34,21 +33,20 @@ constexpr std::int64_t LastBreathMs = 300;  // the editor's last reports get out
 constexpr double LeastPlayFriq = 100;
 constexpr double MostPlayFriq = 100000;
 
-using Event = PlayEngine::MsgBoxObEvent;
 using EnginePtr = std::shared_ptr<PlayEngine>;
 
-EnginePtr MakeDx9(System& Os, PlayerState& State, Event Report, std::int32_t MFrmHwnd) {
-    auto StrmDx9Cls = std::make_shared<StreamDx9Class>(Os, State, std::move(Report));
+EnginePtr MakeDx9(EngineSetup Setup, std::int32_t MFrmHwnd) {
+    auto StrmDx9Cls = std::make_shared<StreamDx9Class>(std::move(Setup));
     return StrmDx9Cls->PutONDx9Ds(MFrmHwnd) ? StrmDx9Cls : nullptr;
 }
 
-EnginePtr MakeDx7(System& Os, PlayerState& State, Event Report, std::int32_t MFrmHwnd) {
-    auto StrmDx7Cls = std::make_shared<StreamDx7Class>(Os, State, std::move(Report));
+EnginePtr MakeDx7(EngineSetup Setup, std::int32_t MFrmHwnd) {
+    auto StrmDx7Cls = std::make_shared<StreamDx7Class>(std::move(Setup));
     return StrmDx7Cls->PutONDx7Ds(MFrmHwnd) ? StrmDx7Cls : nullptr;
 }
 
-EnginePtr MakeWaveOut(System& Os, PlayerState& State, Event Report, std::int32_t) {
-    return std::make_shared<PlayApiClass>(Os, State, std::move(Report));
+EnginePtr MakeWaveOut(EngineSetup Setup, std::int32_t /*MFrmHwnd*/) {
+    return std::make_shared<PlayApiClass>(std::move(Setup));
 }
 
 }  // namespace
@@ -61,7 +59,11 @@ constexpr std::array<PlayDllClass::EngineKind, 3> PlayDllClass::Kinds{{
 
 PlayDllClass::PlayDllClass(System& OsOf, PlayerState& Shared, WoroFileBlockMod& Blocks,
                            EngineOrder AllowedEngines)
-    : Os(OsOf), State(Shared), Store(Blocks), Allowed(AllowedEngines) {
+    : Os(OsOf),
+      State(Shared),
+      Store(Blocks),
+      Allowed(AllowedEngines),
+      Forms(std::make_shared<EngineForms>(OsOf.Home)) {
     State.PlayTempoFor = 1.0F;
     State.PlayTempoRev = 1.0F;
 }
@@ -130,7 +132,7 @@ void PlayDllClass::DropEngine() {
 
 bool PlayDllClass::TakeEngine(const EngineKind& Kind, std::int32_t& MFrmHwnd) {
     const auto Forward = [this](std::string_view Msg, std::string_view Ttl) { RaiseMsg(Msg, Ttl); };
-    auto Made = Kind.Make(Os, State, Forward, MFrmHwnd);
+    auto Made = Kind.Make({Os, State, Forms, Forward}, MFrmHwnd);
     if (!Made) return false;
     Engine = std::move(Made);
     Live = &Kind;

@@ -8,11 +8,12 @@
 #include <string_view>
 
 #include "platform/System.h"
-#include "server/PlayDllMod.h"
+#include "state/PlayDllMod.h"
 #include "store/BlocksFromBlkInLst.h"
 
 namespace Tolvar {
 
+struct EngineForms;
 class PlayEngine;
 
 /// Which engines DxObj may select.
@@ -101,6 +102,7 @@ class PlayDllClass {
     PlayerState& State;
     WoroFileBlockMod& Store;
     EngineOrder Allowed;
+    std::shared_ptr<EngineForms> Forms;
     EventSink MsgBoxOb;
     const EngineKind* Live = nullptr;    // null: no engine
     std::shared_ptr<PlayEngine> Engine;  // null exactly when Live is

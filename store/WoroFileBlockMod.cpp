@@ -6,8 +6,9 @@
 
 namespace Tolvar {
 
-WoroFileBlockMod::WoroFileBlockMod(Files& TheFiles, MessageBox& TheBox, const PlayerState& TheState)
-    : FileLayer(TheFiles), Box(TheBox), State(TheState), OwnFiles(TheFiles) {}
+WoroFileBlockMod::WoroFileBlockMod(Files& TheFiles, MessageBox& TheBox,
+                                   const StoreSettings& TheSettings)
+    : FileLayer(TheFiles), Box(TheBox), Settings(TheSettings), OwnFiles(TheFiles) {}
 
 std::int32_t WoroFileBlockMod::NextUseStamp() {
     Clock = CheckedAdd(Clock, 1);
@@ -27,7 +28,7 @@ std::int32_t WoroFileBlockMod::OrgFileAdd(const std::string& Name, std::int32_t 
 }
 
 std::int32_t WoroFileBlockMod::WorkFileAdd() {
-    return WorkFileAdd(OwnFiles.NextName(State.AppTmpDir));
+    return WorkFileAdd(OwnFiles.NextName(Settings.AppTmpDir));
 }
 
 std::int32_t WoroFileBlockMod::WorkFileAdd(const std::string& Name) {
@@ -98,7 +99,7 @@ std::unique_ptr<File> WoroFileBlockMod::OpenOwnFile(std::int32_t Slot) {
         if (OwnFiles.Holds(Name) || WorkFiles.Find(Name) == 0) {
             if (auto Own = OwnFiles.OpenForWriting(Name)) return Own;
         }
-        WorkFiles.Rename(Slot, OwnFiles.NextName(State.AppTmpDir));
+        WorkFiles.Rename(Slot, OwnFiles.NextName(Settings.AppTmpDir));
     }
 }
 

@@ -9,7 +9,6 @@
 
 #include "platform/Files.h"
 #include "platform/MessageBox.h"
-#include "server/PlayDllMod.h"
 #include "store/BlockRec.h"
 #include "store/BlockTable.h"
 #include "store/CarrierFile.h"
@@ -17,6 +16,7 @@
 #include "store/OpenFile.h"
 #include "store/SampleCodec.h"
 #include "store/SampleRuns.h"
+#include "store/StoreSettings.h"
 #include "store/WorkFilePool.h"
 
 namespace Tolvar {
@@ -30,8 +30,8 @@ namespace Tolvar {
 /// the editor's user should see is shown in the message box, and the operation then goes on.
 class WoroFileBlockMod {
   public:
-    /// State stays the caller's; MemorySizeToUse and AppTmpDir are read when they are needed.
-    WoroFileBlockMod(Files& FileLayer, MessageBox& Box, const PlayerState& State);
+    /// Settings stays the caller's and is read when it is needed.
+    WoroFileBlockMod(Files& FileLayer, MessageBox& Box, const StoreSettings& Settings);
     /// Closes what is open and deletes the work files that the store made itself; never throws.
     ~WoroFileBlockMod() = default;
     WoroFileBlockMod(const WoroFileBlockMod&) = delete;
@@ -45,7 +45,7 @@ class WoroFileBlockMod {
     std::int32_t WorkFileOpen() const { return WorkOpen.Slot(); }      ///< slot, 0 = none
     std::int32_t BuffMemUsed() const { return Blocks.BuffMemUsed(); }  ///< bytes
     std::int32_t UseClock() const { return Clock; }
-    std::int32_t MemorySizeToUse() const { return State.MemorySizeToUse; }  ///< bytes
+    std::int32_t MemorySizeToUse() const { return Settings.MemorySizeToUse; }  ///< bytes
     const BlockRec& Block(std::int32_t Blk) const { return Blocks.At(Blk); }
     const OrgFileRec& OrgFile(std::int32_t Slot) const { return OrgFiles.At(Slot); }
     const WorkFileRec& WorkFile(std::int32_t Slot) const { return WorkFiles.At(Slot); }
@@ -114,7 +114,7 @@ class WoroFileBlockMod {
 
     Files& Disk() { return FileLayer; }
     /// RuntimeFailure(File) when AppTmpDir is "".
-    const std::string& WorkFolder() const { return RequireFolder(State.AppTmpDir); }
+    const std::string& WorkFolder() const { return RequireFolder(Settings.AppTmpDir); }
     CarrierFiles& FilesOfCarriers() { return OfCarriers; }
     /// True when blocks read from the file Name, or the store writes its own there.
     bool BlocksUse(const std::string& Name) const;
@@ -148,7 +148,7 @@ class WoroFileBlockMod {
 
     Files& FileLayer;
     MessageBox& Box;
-    const PlayerState& State;
+    const StoreSettings& Settings;
 
     std::int32_t Clock = 0;
     BlockTable Blocks;

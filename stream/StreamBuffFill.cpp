@@ -5,8 +5,8 @@
 #include <string>
 
 #include "platform/Checked.h"
+#include "platform/OnFailure.h"
 #include "store/BlockCarrBuffClass.h"
-#include "store/OnFailure.h"
 #include "stream/Interleave.h"
 
 namespace Tolvar {

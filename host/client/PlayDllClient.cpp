@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "host/client/ServerLink.h"
-#include "host/wire/Names.h"
+#include "host/dbus/wire/Names.h"
 
 namespace Tolvar {
 namespace {

@@ -9,8 +9,8 @@
 
 #include "host/client/PlayDllClient.h"
 #include "host/client/ServerProcess.h"
-#include "host/wire/BusLink.h"
-#include "host/wire/NameWatch.h"
+#include "host/dbus/wire/BusLink.h"
+#include "host/dbus/wire/NameWatch.h"
 
 namespace Tolvar {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Posix.h"
+#include "platform/posix/Posix.h"
 
 namespace Tolvar {
 

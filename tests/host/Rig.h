@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/Host.h"
 #include "host/client/ServerProcess.h"
-#include "host/wire/BusLink.h"
+#include "host/dbus/Host.h"
+#include "host/dbus/wire/BusLink.h"
 
 namespace Tolvar::Testing {
 

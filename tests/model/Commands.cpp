@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "tests/model/ModelPlayer.h"
-#include "tests/player/Studio.h"
+#include "tests/support/Studio.h"
 #include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {

@@ -1,7 +1,7 @@
 #include <cstdlib>
 
 #include "tests/model/Commands.h"
-#include "tests/player/Studio.h"
+#include "tests/support/Studio.h"
 #include "tests/support/TempFolder.h"
 
 namespace Tolvar::Testing {

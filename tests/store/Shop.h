@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/Clocks.h"
+#include "platform/VirtualClock.h"
 #include "store/BlockCarrBuffClass.h"
 #include "store/BlocksFromBlkInLst.h"
-#include "store/FileCarrBuffClass.h"
+#include "store/filecarrier/FileCarrBuffClass.h"
 #include "tests/support/BlockLists.h"
 #include "tests/support/Fakes.h"
 
@@ -34,12 +34,12 @@ inline std::int32_t Size(const auto& Many) {
 struct Shop {
     MemoryFiles Disk;
     ListBox Box;
-    PlayerState State;
-    WoroFileBlockMod Store{Disk, Box, State};
+    StoreSettings Settings;
+    WoroFileBlockMod Store{Disk, Box, Settings};
 
     Shop() {
-        State.MemorySizeToUse = 1'000'000;
-        State.AppTmpDir = "tmp";
+        Settings.MemorySizeToUse = 1'000'000;
+        Settings.AppTmpDir = "tmp";
     }
 
     Blocks HandOver(const std::vector<ListEntry>& Entries) {

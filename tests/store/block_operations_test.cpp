@@ -34,7 +34,7 @@ TEST(BuffMemCheck, EvictsTheLeastRecentlyUsedDownToTheBudgetAndKeepsFour) {
             S.Store.BlockNew(5, BlkBuff);
         for (const std::int32_t Blk : ByUse)
             S.Store.BlockStamp(Blk);
-        S.State.MemorySizeToUse = Budget;
+        S.Settings.MemorySizeToUse = Budget;
         S.Store.BuffMemCheck();
         const auto FirstKept = ByUse.end() - Stay;
         EXPECT_THAT(S.Types({ByUse.begin(), FirstKept}), Each(BlkFile)) << Budget;
@@ -59,7 +59,7 @@ TEST(BlockBreak, AndBlockCopyLeaveEveryTypeOfBlockWhole) {
         for (const std::int32_t D : {11, 16, -Max - 1, Max})
             EXPECT_EQ(S.Store.BlockBreak(Blk, D), std::pair(0, 0)) << D;
         EXPECT_EQ(S.Box.Texts, std::vector<std::string>(4, "Error - Could not brake a block"));
-        S.State.MemorySizeToUse = 0;
+        S.Settings.MemorySizeToUse = 0;
         const auto [A, B] = S.Store.BlockBreak(Blk, 13);
         EXPECT_THAT(S.Types({Blk, A, B}), Each(Type > 3 ? BlkBuff : Type));
         for (int Time = 0; Time < 2; ++Time) {

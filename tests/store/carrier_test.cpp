@@ -23,7 +23,7 @@ TEST(Carrier, StampsAndLoadsOnlyTheBlockThatASampleIsReadFrom) {
 
 TEST(Carrier, GrowsInSilentBlocksAndKeepsWhatItHasWhenItRefuses) {
     Shop S;
-    S.State.MemorySizeToUse = 70;  // blocks of 4 samples
+    S.Settings.MemorySizeToUse = 70;  // blocks of 4 samples
     BlockCarrBuffClass Carrier(S.Store);
     Carrier.ReDimSize(10);
     EXPECT_EQ(S.BlocksInUse(), 3);
@@ -39,7 +39,7 @@ TEST(Carrier, GrowsInSilentBlocksAndKeepsWhatItHasWhenItRefuses) {
     EXPECT_EQ(Carrier.WaveINos(), 8);
     Carrier.BuffBlocksPutFresh({});
     EXPECT_EQ(Carrier.WaveINos() + Carrier.WaveLR(1) + S.BlocksInUse(), 0);
-    S.State.MemorySizeToUse = 69;
+    S.Settings.MemorySizeToUse = 69;
     BlockCarrBuffClass Small(S.Store);
     Small.ReDimSize(5000);
     EXPECT_EQ(S.BlocksInUse(), 2);
@@ -99,7 +99,7 @@ class CarrierModel : public TestWithParam<std::int32_t> {};
 // Any sequence of operations, many with a file call that fails, against a plain array.
 TEST_P(CarrierModel, HoldsTheSameSamplesAsAPlainArray) {
     Shop S;
-    S.State.MemorySizeToUse = GetParam();
+    S.Settings.MemorySizeToUse = GetParam();
     Dice D{static_cast<std::uint32_t>(GetParam() + 77)};
     MemoryFiles::Bytes Raw(800);
     for (std::uint8_t& Byte : Raw)

@@ -1,7 +1,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "platform/PosixFiles.h"
+#include "platform/posix/PosixFiles.h"
 #include "tests/store/Shop.h"
 #include "tests/support/TempFolder.h"
 
@@ -11,11 +11,11 @@ namespace {
 TEST(FileCarrier, StartsWithOneSampleInAFileNamedAfterTheTimeOfDayAndDeletesIt) {
     Shop S;
     const VirtualClock Noon;
-    S.State.MemorySizeToUse = 20 * 262148 - 11;
+    S.Settings.MemorySizeToUse = 20 * 262148 - 11;
     S.Disk.Put16("tmp\\tm43201.tmp", Wave{42});  // somebody else's
     {
         FileCarrBuffClass First(S.Store, Noon);
-        S.State.MemorySizeToUse = 20 * 262148 - 10;  // rounded to a whole sample, then to a four
+        S.Settings.MemorySizeToUse = 20 * 262148 - 10;  // rounded to a whole sample, then to a four
         FileCarrBuffClass Second(S.Store, Noon);
         EXPECT_EQ(First.FileName1(), "tmp\\tm43202.tmp");
         EXPECT_EQ(Second.FileName1(), "tmp\\tm43203.tmp");
@@ -133,13 +133,13 @@ TEST(FileCarrier, TakesRealFilesByWhatTheyAreAndDeletesItsOwn) {
     const TempFolder Folder;
     PosixFiles Disk;
     ListBox Box;
-    PlayerState State;
-    State.AppTmpDir = Folder / "tmp";
+    StoreSettings Settings;
+    Settings.AppTmpDir = Folder / "tmp";
     const VirtualClock Clock;
-    WoroFileBlockMod Store{Disk, Box, State};
-    std::filesystem::create_directory(State.AppTmpDir);
+    WoroFileBlockMod Store{Disk, Box, Settings};
+    std::filesystem::create_directory(Settings.AppTmpDir);
     const auto PathOf = [&](const std::string& WorkFile) {
-        return State.AppTmpDir + "/" + WorkFile.substr(WorkFile.rfind('\\') + 1);
+        return Settings.AppTmpDir + "/" + WorkFile.substr(WorkFile.rfind('\\') + 1);
     };
     Put(Folder / "orig", "abcd");
     Put(Folder / "work", "efgh");

@@ -74,11 +74,11 @@ TEST(OwnWorkFiles, AreNamedAroundExistingFilesReusedAndDeletedAtTheEnd) {
     MemoryFiles Disk;
     Disk.Put16("tmp\\wb1.tmp", Wave{42});  // somebody else's
     ListBox Box;
-    PlayerState State;
+    StoreSettings Settings;
     {
-        WoroFileBlockMod Store(Disk, Box, State);
+        WoroFileBlockMod Store(Disk, Box, Settings);
         EXPECT_THROW(Store.BlockNew(1, BlkFile), RuntimeFailure);  // no folder yet
-        State.AppTmpDir = "tmp";
+        Settings.AppTmpDir = "tmp";
         BlocksFromBlkInLst(Store, ListOf({{3, 1, 1, "TMP\\wb2.tmp"}}));  // the editor's
         const std::int32_t Blk = Store.BlockNew(2, BlkFile);
         EXPECT_EQ(Store.WorkFile(Store.Block(Blk).BlkFileNo).WorkFileName, "tmp\\wb3.tmp");

@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "card/sinks/Sink.h"
 #include "platform/Files.h"
 #include "platform/Log.h"
 #include "platform/MessageBox.h"
 #include "platform/RuntimeFailure.h"
-#include "platform/Sink.h"
 
 namespace Tolvar::Testing {
 

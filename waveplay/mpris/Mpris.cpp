@@ -49,12 +49,12 @@ Mpris::Mpris(Apartment& HomeOf, PlayerControl& PlayerOf, MprisFacts Facts,
     if (!Connect()) return;
     Player.Listen([this](PlayerControl::Change What) { Changed(What); });
     EachSecond.Bind([this] { Changed(PlayerControl::Change::Jump); });
-    Home.Watch(sd_event_get_fd(Events.get()), [this] { Serve(); });
+    Home.Watch({sd_event_get_fd(Events.get())}, [this] { Serve(); });
     Tell();
 }
 
 Mpris::~Mpris() {
-    if (Events) Home.Unwatch(sd_event_get_fd(Events.get()));
+    if (Events) Home.Unwatch({sd_event_get_fd(Events.get())});
     Home.Disarm(Telling);
 }
 
@@ -80,7 +80,7 @@ void Mpris::Serve() {
     int Result = 1;
     while (Result > 0)
         Result = sd_event_run(Events.get(), 0);
-    if (Result < 0) Home.Unwatch(sd_event_get_fd(Events.get()));
+    if (Result < 0) Home.Unwatch({sd_event_get_fd(Events.get())});
 }
 
 void Mpris::Changed(PlayerControl::Change What) {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/wire/Message.h"
+#include "host/dbus/wire/Message.h"
 
 namespace Tolvar {
 namespace {

@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "waveplay/terminal/PlayerControl.h"
+#include "waveplay/player/PlayerControl.h"
 
 namespace Tolvar {
 

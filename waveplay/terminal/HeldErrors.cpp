@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "platform/TextLog.h"
+#include "platform/posix/TextLog.h"
 
 namespace Tolvar {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Posix.h"
+#include "platform/posix/Posix.h"
 
 namespace Tolvar {
 

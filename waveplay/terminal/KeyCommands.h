@@ -1,7 +1,7 @@
 #pragma once
 
+#include "waveplay/player/PlayerControl.h"
 #include "waveplay/terminal/KeyDecoder.h"
-#include "waveplay/terminal/PlayerControl.h"
 
 namespace Tolvar {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Posix.h"
+#include "platform/posix/Posix.h"
 
 namespace Tolvar {
 

@@ -73,14 +73,14 @@ void TerminalPlayer::Open() {
     End.reset();
     Line.Enter();
     Showing = true;
-    Home.Watch(Line.Fd(), [this] { OnKeys(); });
+    Home.Watch({Line.Fd()}, [this] { OnKeys(); });
     WantFrameSoon();
     RefineOverview();
 }
 
 void TerminalPlayer::Close() noexcept {
     if (!std::exchange(Showing, false)) return;
-    Home.Unwatch(Line.Fd());
+    Home.Unwatch({Line.Fd()});
     Home.Disarm(Frame);
     Home.Disarm(LoneEscape);
     Home.Disarm(Refining);

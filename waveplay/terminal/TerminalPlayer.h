@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "platform/Apartment.h"
+#include "waveplay/player/PlayerControl.h"
 #include "waveplay/terminal/KeyDecoder.h"
 #include "waveplay/terminal/Peaks.h"
-#include "waveplay/terminal/PlayerControl.h"
 #include "waveplay/terminal/Screen.h"
 #include "waveplay/terminal/Terminal.h"
 #include "waveplay/terminal/TerminalLook.h"

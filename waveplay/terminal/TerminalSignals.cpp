@@ -25,11 +25,11 @@ TerminalSignals::TerminalSignals(Apartment& Waking, std::function<void(int Signa
     Queue = Descriptor(signalfd(-1, &Set, SFD_NONBLOCK | SFD_CLOEXEC));
     if (!Queue) throw ErrnoFailure("cannot watch for signals", errno, FailureKind::Device);
     pthread_sigmask(SIG_BLOCK, &Set, &Before);
-    Home.Watch(Queue.Get(), [this] { Deliver(); });
+    Home.Watch({Queue.Get()}, [this] { Deliver(); });
 }
 
 TerminalSignals::~TerminalSignals() {
-    Home.Unwatch(Queue.Get());
+    Home.Unwatch({Queue.Get()});
     pthread_sigmask(SIG_SETMASK, &Before, nullptr);
 }
 

@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "platform/Apartment.h"
-#include "platform/Posix.h"
+#include "platform/posix/Posix.h"
 
 namespace Tolvar {
 

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "waveplay/player/PlayerControl.h"
 #include "waveplay/terminal/Peaks.h"
-#include "waveplay/terminal/PlayerControl.h"
 
 namespace Tolvar {
 

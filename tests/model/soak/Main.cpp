@@ -9,7 +9,7 @@
 #include <fstream>
 
 #include "tests/model/Commands.h"
-#include "tests/player/Studio.h"
+#include "tests/support/Studio.h"
 
 using namespace Tolvar;
 using namespace Tolvar::Testing;

@@ -1,0 +1,95 @@
+#include "card/devices/WaveOutDevice.h"
+
+namespace Tolvar {
+UINT WaveOutDevice::waveOutGetNumDevs() {
+    return Card.Present() ? 1 : 0;
+}
+
+MMRESULT WaveOutDevice::waveOutOpen(HWAVEOUT* Handle, UINT Device, const WAVEFORMATEX* Format,
+                                    std::uintptr_t Callback, std::uintptr_t Instance, DWORD Flags) {
+    if (Device != WAVE_MAPPER && Device >= waveOutGetNumDevs()) return MMSYSERR_BADDEVICEID;
+    if (!Card.Present()) return MMSYSERR_BADDEVICEID;
+    if (Flags != 0) return MMSYSERR_INVALFLAG;
+    if (Handle == nullptr || Format == nullptr || Callback != 0 || Instance != 0) {
+        return MMSYSERR_INVALPARAM;
+    }
+    const auto Playable = PlayableFormat(*Format, 384'000);
+    if (!Playable) return WAVERR_BADFORMAT;
+    if (Playing) return MMSYSERR_ALLOCATED;
+    Playing = std::make_unique<QueueVoice>(Card, *Playable);
+    BytesPerFrame = Format->nBlockAlign;
+    *Handle = ++OpenHandle;
+    return MMSYSERR_NOERROR;
+}
+
+MMRESULT WaveOutDevice::waveOutClose(HWAVEOUT Handle) {
+    if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
+    if (!Playing->IsEmpty()) return WAVERR_STILLPLAYING;
+    Playing.reset();
+    return MMSYSERR_NOERROR;
+}
+
+/// What every function with a header refuses.
+MMRESULT WaveOutDevice::CheckHeader(HWAVEOUT Handle, const WAVEHDR* Header, UINT Bytes) {
+    if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
+    if (Header == nullptr || Bytes != WaveHdrBytes) return MMSYSERR_INVALPARAM;
+    return Playing->IsQueued(Header) ? WAVERR_STILLPLAYING : MMSYSERR_NOERROR;
+}
+
+MMRESULT WaveOutDevice::waveOutPrepareHeader(HWAVEOUT Handle, WAVEHDR* Header, UINT Bytes) {
+    const MMRESULT Refused = CheckHeader(Handle, Header, Bytes);
+    if (Refused == MMSYSERR_NOERROR) Header->dwFlags |= WHDR_PREPARED;
+    return Refused;
+}
+
+MMRESULT WaveOutDevice::waveOutUnprepareHeader(HWAVEOUT Handle, WAVEHDR* Header, UINT Bytes) {
+    const MMRESULT Refused = CheckHeader(Handle, Header, Bytes);
+    if (Refused == MMSYSERR_NOERROR) Header->dwFlags &= ~WHDR_PREPARED;
+    return Refused;
+}
+
+MMRESULT WaveOutDevice::waveOutWrite(HWAVEOUT Handle, WAVEHDR* Header, UINT Bytes) {
+    const MMRESULT Refused = CheckHeader(Handle, Header, Bytes);
+    if (Refused != MMSYSERR_NOERROR) return Refused;
+    if ((Header->dwFlags & WHDR_PREPARED) == 0) return WAVERR_UNPREPARED;
+    const bool Missing = Header->lpData == nullptr && Header->dwBufferLength > 0;
+    const bool Odd = reinterpret_cast<std::uintptr_t>(Header->lpData) % alignof(std::int16_t) != 0;
+    if (Missing || Odd || Header->dwBufferLength % BytesPerFrame != 0) return MMSYSERR_INVALPARAM;
+    if (Card.PlaysOther(*Playing)) return MMSYSERR_ALLOCATED;
+    Playing->Queue(*Header);
+    return MMSYSERR_NOERROR;
+}
+
+MMRESULT WaveOutDevice::waveOutGetPosition(HWAVEOUT Handle, MMTIME* Time, UINT Bytes) {
+    if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
+    if (Time == nullptr || Bytes != MmTimeBytes) return MMSYSERR_INVALPARAM;
+    const std::int64_t Frames = Playing->FramesHeard();
+    if (Time->wType == TIME_BYTES) {
+        Time->cb = static_cast<DWORD>(Frames * BytesPerFrame);
+    } else {
+        Time->wType = TIME_SAMPLES;
+        Time->sample = static_cast<DWORD>(Frames);
+    }
+    return MMSYSERR_NOERROR;
+}
+
+MMRESULT WaveOutDevice::waveOutPause(HWAVEOUT Handle) {
+    if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
+    Playing->Pause();
+    return MMSYSERR_NOERROR;
+}
+
+MMRESULT WaveOutDevice::waveOutRestart(HWAVEOUT Handle) {
+    if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
+    if (Card.PlaysOther(*Playing)) return MMSYSERR_ALLOCATED;
+    Playing->Restart();
+    return MMSYSERR_NOERROR;
+}
+
+MMRESULT WaveOutDevice::waveOutReset(HWAVEOUT Handle) {
+    if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
+    Playing->Reset();
+    return MMSYSERR_NOERROR;
+}
+
+}  // namespace Tolvar

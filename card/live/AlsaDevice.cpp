@@ -1,0 +1,207 @@
+#include "card/live/AlsaDevice.h"
+
+#include <alsa/asoundlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+namespace Tolvar {
+namespace {
+
+constexpr unsigned UsPerMs = 1000;
+constexpr unsigned PeriodsPerBuffer = 2;  // a server wakes this process up once a period
+
+void Ignore(const char* /*File*/, int /*Line*/, const char* /*Function*/, int /*Error*/,
+            const char* /*Format*/, ...) {}  // NOLINT(cert-dcl50-cpp)
+
+// The library would print its findings to standard error; what it answers is said once, elsewhere.
+void KeepQuiet() {
+    snd_lib_error_set_handler(Ignore);
+}
+
+// The device's own rates only: what has to be resampled is resampled better here.
+int SetHardware(snd_pcm_t* Pcm, StreamFormat& Wanted, int LatencyMs) {
+    snd_pcm_hw_params_t* Setting = nullptr;
+    snd_pcm_hw_params_alloca(&Setting);
+    auto Channels = static_cast<unsigned>(Wanted.Channels);
+    auto Rate = static_cast<unsigned>(Wanted.RateHz);
+    unsigned BufferUs = static_cast<unsigned>(LatencyMs) * UsPerMs;
+    unsigned PeriodUs = BufferUs / PeriodsPerBuffer;
+    int Result = snd_pcm_hw_params_any(Pcm, Setting);
+    const auto Then = [&Result](int Step) { Result = Result < 0 ? Result : Step; };
+    const auto Set = [&](auto Step, auto... Value) {
+        if (Result >= 0) Then(Step(Pcm, Setting, Value...));
+    };
+    Set(snd_pcm_hw_params_set_rate_resample, 0U);
+    Set(snd_pcm_hw_params_set_access, SND_PCM_ACCESS_RW_INTERLEAVED);
+    Set(snd_pcm_hw_params_set_format, SND_PCM_FORMAT_S16);
+    Set(snd_pcm_hw_params_set_channels_near, &Channels);
+    Set(snd_pcm_hw_params_set_rate_near, &Rate, nullptr);
+    Set(snd_pcm_hw_params_set_buffer_time_near, &BufferUs, nullptr);
+    Set(snd_pcm_hw_params_set_period_time_near, &PeriodUs, nullptr);
+    if (Result >= 0) Result = snd_pcm_hw_params(Pcm, Setting);
+    if (Result < 0) return Result;
+    if (Channels > 2) return -EINVAL;
+    Wanted = {static_cast<int>(Channels), static_cast<int>(Rate)};
+    return 0;
+}
+
+// It is started by hand; a short sound would never reach a threshold.
+int SetSoftware(snd_pcm_t* Pcm) {
+    snd_pcm_sw_params_t* Setting = nullptr;
+    snd_pcm_sw_params_alloca(&Setting);
+    int Result = snd_pcm_sw_params_current(Pcm, Setting);
+    snd_pcm_uframes_t Never = 0;
+    if (Result >= 0) Result = snd_pcm_sw_params_get_boundary(Setting, &Never);
+    if (Result >= 0) Result = snd_pcm_sw_params_set_start_threshold(Pcm, Setting, Never);
+    return Result >= 0 ? snd_pcm_sw_params(Pcm, Setting) : Result;
+}
+
+/// What is behind a device, also through conversions.
+struct Backing {
+    bool GivesBack = true;
+    bool TellsEachPeriod = false;  ///< how far it has played, and not each frame
+};
+
+// A plug-in that hands what it is given on to a server at once gives nothing back, though it may
+// say so; what a conversion hides may be one. The one of PipeWire, which goes by this name, leaves
+// it in a buffer that the server reads.
+Backing BackingOf(snd_pcm_t* Pcm) {
+    snd_pcm_info_t* About = nullptr;
+    snd_pcm_info_alloca(&About);
+    if (snd_pcm_info(Pcm, About) < 0) return {.GivesBack = false};
+    snd_pcm_hw_params_t* Setting = nullptr;
+    snd_pcm_hw_params_alloca(&Setting);
+    if (snd_pcm_info_get_card(About) >= 0) {
+        return {.TellsEachPeriod = snd_pcm_hw_params_current(Pcm, Setting) < 0 ||
+                                   snd_pcm_hw_params_is_batch(Setting) != 0};
+    }
+    const auto Type = snd_pcm_type(Pcm);
+    if (Type != SND_PCM_TYPE_IOPLUG && Type != SND_PCM_TYPE_PLUG) return {};
+    const std::string_view Name = snd_pcm_info_get_name(About);
+    return {.GivesBack = Name == "ALSA Playback", .TellsEachPeriod = true};
+}
+
+}  // namespace
+
+void AlsaDevice::ClosePcm::operator()(snd_pcm_t* Opened) const {
+    snd_pcm_drop(Opened);
+    snd_pcm_close(Opened);
+}
+
+AlsaDevice::AlsaDevice(std::string ThePcm) : Name(std::move(ThePcm)) {
+    KeepQuiet();
+}
+
+AlsaDevice::~AlsaDevice() = default;
+
+int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
+    snd_pcm_t* Made = nullptr;
+    int Result = snd_pcm_open(&Made, Name.c_str(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
+    if (Result < 0) return Result;
+    Pcm.reset(Made);
+    Result = SetHardware(Made, Wanted, LatencyMs);
+    if (Result >= 0) Result = SetSoftware(Made);
+    snd_pcm_uframes_t Period = 0;
+    snd_pcm_uframes_t Buffer = 0;
+    if (Result >= 0) Result = snd_pcm_get_params(Made, &Buffer, &Period);
+    if (Result < 0) Pcm.reset();
+    if (Result < 0) return Result;
+    Channels = Wanted.Channels;
+    BufferFrames = static_cast<long>(Buffer);
+    const auto Periods = static_cast<long>(2 * Period);
+    MostFrames = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
+    const Backing Behind = BackingOf(Made);
+    GivesBack = Behind.GivesBack;
+    UntoldFrames = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
+    return Result;
+}
+
+// The library takes nothing of more than there is room for until there is room for a period.
+long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
+    const long Room = snd_pcm_avail(Pcm.get());
+    if (Room < 0) return Recovered(Room);
+    const long Wanted = std::min(Room, MostFrames - (BufferFrames - Room));
+    const long Frames = std::min<long>(std::ssize(Samples) / Channels, Wanted);
+    if (Frames <= 0) return 0;
+    const long Taken =
+        snd_pcm_writei(Pcm.get(), Samples.data(), static_cast<snd_pcm_uframes_t>(Frames));
+    if (Taken < 0) return Recovered(Taken);
+    if (snd_pcm_state(Pcm.get()) == SND_PCM_STATE_PREPARED) {
+        const int Started = snd_pcm_start(Pcm.get());
+        if (Started < 0 && Started != -EAGAIN) return Recovered(Started);
+    }
+    return Taken;
+}
+
+long AlsaDevice::Held() {
+    snd_pcm_sframes_t Room = 0;
+    snd_pcm_sframes_t Delay = 0;
+    const int Result = snd_pcm_avail_delay(Pcm.get(), &Room, &Delay);
+    if (Result == -EAGAIN) return BufferFrames;  // it does not say how little
+    if (Result < 0) return Recovered(Result);
+    return std::max({Delay, BufferFrames - Room, 0L});  // one that reckons may reckon too early
+}
+
+long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
+    if (!GivesBack) return 0;
+    if (snd_pcm_avail(Pcm.get()) < 0) return 0;
+    const long Frames = snd_pcm_rewindable(Pcm.get()) - std::max(Keep, UntoldFrames);
+    if (Frames < Least || Frames > Most) return 0;
+    return std::max(snd_pcm_rewind(Pcm.get(), static_cast<snd_pcm_uframes_t>(Frames)), 0L);
+}
+
+long AlsaDevice::Drop() {
+    snd_pcm_status_t* Status = nullptr;
+    snd_pcm_status_alloca(&Status);
+    // A server may take more until it has stopped; hardware tells no more once it has.
+    const long RoomBefore = snd_pcm_avail(Pcm.get());
+    int Result = snd_pcm_drop(Pcm.get());
+    if (Result >= 0) Result = snd_pcm_status(Pcm.get(), Status);
+    if (Result >= 0) Result = snd_pcm_prepare(Pcm.get());
+    if (Result < 0) return Result;
+    const auto Room = static_cast<long>(snd_pcm_status_get_avail(Status));
+    return RoomBefore == -EPIPE ? 0 : std::max(BufferFrames - std::max(Room, RoomBefore), 0L);
+}
+
+void AlsaDevice::Close() {
+    Pcm.reset();
+}
+
+/// 0: there is no room now. A machine that has slept is one whose device has run dry.
+int AlsaDevice::Recovered(long Error) {
+    if (Error == -EAGAIN || Error == -EINTR) return 0;
+    if (Error != -EPIPE && Error != -ESTRPIPE) return static_cast<int>(Error);
+    const int Result = snd_pcm_prepare(Pcm.get());
+    return Result < 0 ? Result : -EPIPE;
+}
+
+std::string AlsaDevice::TextOf(int Error) const {
+    return "alsa:" + Name + ": " + snd_strerror(-Error);
+}
+
+std::vector<AlsaPcm> AlsaPcms() {
+    KeepQuiet();
+    std::vector<AlsaPcm> Found;
+    void** Hints = nullptr;
+    if (snd_device_name_hint(-1, "pcm", &Hints) < 0) return Found;
+    const auto Text = [](void* Hint, const char* Id) {
+        const std::unique_ptr<char, decltype(&std::free)> Given(snd_device_name_get_hint(Hint, Id),
+                                                                &std::free);
+        std::string Line = Given ? Given.get() : "";
+        for (char& Each : Line)
+            Each = Each == '\n' ? ' ' : Each;
+        return Line;
+    };
+    for (void** Hint = Hints; *Hint != nullptr; ++Hint) {
+        if (Text(*Hint, "IOID") != "Input")
+            Found.push_back({Text(*Hint, "NAME"), Text(*Hint, "DESC")});
+    }
+    snd_device_name_free_hint(Hints);
+    return Found;
+}
+
+}  // namespace Tolvar

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+
+#include "card/frames/FrameTimer.h"
+#include "platform/Clock.h"
+
+namespace Tolvar {
+
+/// What time it is for whoever listens to a live output. The clock tells it; during a run nobody
+/// does (it stands) until a device plays, and then the device: seen now and then, and reckoned in
+/// between. It is never less than it has been.
+///
+/// A run's frames are counted as its source counts them, a device's from 0 on. Not synchronised.
+class ListenerTime {
+  public:
+    /// A device is taken to play on unseen for MostUnseenNs.
+    ListenerTime(const Clock& Clock, std::int64_t MostUnseenNs)
+        : Time(Clock), MostUnseen(MostUnseenNs) {}
+
+    std::int64_t NowNs();
+
+    /// A run sets off now with frame Frame. InSilence: the clock goes on telling until a device
+    /// has been heard.
+    std::int64_t Begin(int RateHz, std::int64_t Frame, bool InSilence);
+    /// The frame of the run that the listener is at.
+    std::int64_t FrameNow() { return RunTime.FramesAt(NowNs()); }
+    /// All frames of the run before that one have been heard.
+    void HeardUpTo(std::int64_t Frame);
+    /// The run is over, or its device lost: the clock goes on from what was heard last. The
+    /// listener's time at that moment.
+    std::int64_t End();
+
+    /// A device is to play the run from Frame on.
+    void Adopt(int DeviceHz, std::int64_t Frame);
+    bool HasDevice() const { return Adopted; }
+    /// It was given so many frames more.
+    void WasGiven(std::int64_t Frames) { WrittenFrames += Frames; }
+    /// It has played so many in all.
+    void Saw(std::int64_t Frames);
+    /// It plays nothing until it is seen to have played more.
+    void RanDry() { PlaysOn = false; }
+
+    // Of the device adopted last.
+    std::int64_t Written() const { return WrittenFrames; }
+    std::int64_t Heard() const { return HeardFrames; }
+
+  private:
+    enum class Teller { Clock, Nobody, Device };
+
+    std::int64_t DeviceNs() const;
+    void GoOnFrom(std::int64_t Ns);
+
+    const Clock& Time;
+    const std::int64_t MostUnseen;
+    Teller Told = Teller::Clock;
+    std::int64_t ToldNs = 0;
+    std::int64_t BaseNs = 0;       // the time at which the clock was
+    std::int64_t BaseClockNs = 0;  // this, and from which it tells
+    FrameTimer RunTime{1};
+    FrameTimer DeviceTime{1};
+    bool Adopted = false;
+    std::int64_t WrittenFrames = 0;
+    std::int64_t HeardFrames = 0;
+    std::int64_t SeenClockNs = 0;  // the clock's when HeardFrames was seen
+    bool PlaysOn = false;          // it has, between two looks at it
+};
+
+}  // namespace Tolvar

@@ -1,0 +1,111 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "host/PlayServer.h"
+#include "host/dbus/Host.h"
+#include "host/dbus/Interrupts.h"
+
+namespace Tolvar {
+namespace {
+
+constexpr int Done = 0;
+constexpr int Lost = 1;
+constexpr int Usage = 2;
+
+struct Words {
+    PlayServerOptions Setup{.Device = "auto"};
+    std::string Rate = "wave";
+    std::string Engine = "auto";
+    int Fd = -1;
+    bool OnBus = false;
+};
+
+void Declare(CLI::App& App, Words& Given) {
+    App.set_version_flag("--version", "TolvarWaveEditorDll 0.1.0");
+    auto* const Where = App.add_option_group("connection");
+    Where->add_option("--fd", Given.Fd, "serve the editor at the other end of this open socket")
+        ->check(CLI::Range(0, 1 << 20));
+    Where->add_flag("--bus", Given.OnBus, "serve one editor at a time on the user's session bus");
+    Where->require_option(1);
+    App.add_option("--device", Given.Setup.Device,
+                   "auto (default: the user's own), alsa[:PCM], null, none or wav:PATH");
+    OutputOptions& Output = Given.Setup.Output;
+    App.add_option("--latency", Output.LatencyMs, "MS of sound given to a sound device ahead")
+        ->check(CLI::Range(OutputOptions::LeastLatencyMs, OutputOptions::MostLatencyMs));
+    App.add_option("--fade", Output.FadeMs,
+                   "MS of the ramps at the edges of what is played (device: 5, file: 0)")
+        ->check(CLI::Range(0, OutputOptions::MostFadeMs));
+    App.add_option("--rate", Given.Rate, "the output's rate: wave (default), native or HZ");
+    App.add_option("--engine", Given.Engine, "auto (default), dx9, dx7 or waveout");
+    App.add_option("--log", Given.Setup.LogPath, "append causes of failures to FILE")
+        ->type_name("FILE");
+}
+
+std::unique_ptr<BusLink> Connect(const Words& Given) {
+    if (Given.OnBus) return BusLink::OnSessionBus();
+    return std::make_unique<BusLink>(Descriptor(Given.Fd), BusLink::Side::Server);
+}
+
+// Until the editor is gone, or somebody ends the process.
+int Serve(const Words& Given) {
+    auto Link = Connect(Given);
+    PlayServer Server(Given.Setup);
+    Interrupts Ended(Server.Home());
+    {
+        Host Hosting(Server, std::move(Link), Given.OnBus);
+        if (Given.OnBus) Hosting.TakeName();
+        Server.Home().RunUntil(Forever, [&] { return Hosting.Finished() || Ended.Seen(); });
+        Hosting.End();
+    }
+    Server.Finish();
+    return Done;
+}
+
+// Whatever the editor's own standard streams are: nothing else may take their numbers, and a
+// reader that is gone is a failed write.
+void KeepStreams() {
+    int Fd = 0;
+    while (Fd >= 0 && Fd <= STDERR_FILENO)
+        Fd = open("/dev/null", O_RDWR);
+    if (Fd > STDERR_FILENO) close(Fd);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+int Run(int Count, char** Arguments) {
+    CLI::App App("The playback server of a wave editor, in a process of its own.",
+                 "TolvarWaveEditorDll");
+    Words Given;
+    Declare(App, Given);
+    try {
+        App.parse(Count, Arguments);
+        Given.Setup.Rate = SinkRateOf(Given.Rate);
+        Given.Setup.Engine = EngineOrderOf(Given.Engine);
+    } catch (const CLI::ParseError& Refused) {
+        return App.exit(Refused) == 0 ? Done : Usage;
+    } catch (const RuntimeFailure& Refused) {
+        std::cerr << Refused.what() << '\n';
+        return Usage;
+    }
+    return Serve(Given);
+}
+
+}  // namespace
+}  // namespace Tolvar
+
+int main(int Count, char** Arguments) {
+    Tolvar::KeepStreams();
+    try {
+        return Tolvar::Run(Count, Arguments);
+    } catch (const std::exception& Failure) {
+        std::cerr << "TolvarWaveEditorDll: " << Failure.what() << '\n';
+        return Tolvar::Lost;
+    }
+}

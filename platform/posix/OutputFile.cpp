@@ -1,0 +1,114 @@
+#include "platform/posix/OutputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace Tolvar {
+namespace {
+
+RuntimeFailure CannotWrite(const std::string& Name, int Error) {
+    return ErrnoFailure("cannot write " + Name, Error);
+}
+
+/// Where a header can be written again after the samples.
+bool CanGoBack(const Descriptor& Stream) {
+    return ::lseek(Stream.Get(), 0, SEEK_CUR) == 0 &&
+           (::fcntl(Stream.Get(), F_GETFL) & O_APPEND) == 0;
+}
+
+std::string WithoutLinks(const std::string& Path) {
+    struct Free {
+        void operator()(char* Text) const { std::free(Text); }
+    };
+    const std::unique_ptr<char, Free> Real(::realpath(Path.c_str(), nullptr));
+    if (!Real) throw CannotWrite(Path, errno);
+    return Real.get();
+}
+
+Descriptor NamelessFile(const std::string& ForName) {
+    std::error_code Ignored;
+    std::filesystem::path Folder = std::filesystem::temp_directory_path(Ignored);
+    std::string Path = (Folder / "tolvar-XXXXXX").string();
+    Descriptor Made(::mkostemp(Path.data(), O_CLOEXEC));
+    if (!Made) throw ErrnoFailure("cannot create " + Path + " for " + ForName, errno);
+    ::unlink(Path.c_str());
+    return Made;
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& Path) : NameOf(Path) {
+    struct stat Info {};
+    if (Path == "-") {
+        NameOf = "standard output";
+        UseStream(Descriptor(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)));
+    } else if (::stat(Path.c_str(), &Info) != 0) {
+        if (errno != ENOENT) throw CannotWrite(Path, errno);
+        UseTemporary(Path, false, 0);
+    } else if (S_ISREG(Info.st_mode)) {
+        if (::access(Path.c_str(), W_OK) != 0) throw CannotWrite(Path, errno);
+        UseTemporary(WithoutLinks(Path), true, Info.st_mode & 0777U);
+    } else {
+        // Opened once only, so that a signal ends the wait for a pipe's reader.
+        UseStream(Descriptor(::open(Path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY)));
+    }
+}
+
+OutputFile::~OutputFile() {
+    if (!Temporary.empty()) ::unlink(Temporary.c_str());
+}
+
+void OutputFile::UseStream(Descriptor Stream) {
+    if (!Stream) throw CannotWrite(NameOf, errno);
+    Direct = CanGoBack(Stream);
+    Target = std::move(Stream);
+    if (!Direct) Scratch = NamelessFile(NameOf);
+}
+
+void OutputFile::UseTemporary(const std::string& FinalPath, bool KeepMode, unsigned Mode) {
+    static std::atomic<unsigned> Number = 0;
+    Final = FinalPath;
+    std::string Path;
+    do {
+        Path = Final.substr(0, Final.rfind('/') + 1) + ".tolvar-" + std::to_string(::getpid()) +
+               "-" + std::to_string(++Number) + ".part";
+        Scratch = OpenDescriptor(Path, O_RDWR | O_CREAT | O_EXCL);
+    } while (!Scratch && errno == EEXIST);
+    if (!Scratch) throw ErrnoFailure("cannot write " + NameOf + ": cannot create " + Path, errno);
+    Temporary = Path;
+    if (KeepMode) ::fchmod(Scratch.Get(), Mode);
+}
+
+void OutputFile::CopyToTarget() {
+    if (::lseek(Scratch.Get(), 0, SEEK_SET) != 0) throw CannotWrite(NameOf, errno);
+    std::vector<std::byte> Buffer(std::size_t{1} << 18U);
+    while (true) {
+        const ssize_t Count = ::read(Scratch.Get(), Buffer.data(), Buffer.size());
+        if (Count == 0) return;
+        if (Count < 0 && errno != EINTR) throw CannotWrite(NameOf, errno);
+        if (Count > 0) {
+            WriteWhole(Target, std::span(Buffer).first(static_cast<std::size_t>(Count)), NameOf);
+        }
+    }
+}
+
+void OutputFile::Commit() {
+    if (Target && !Direct) CopyToTarget();
+    if (const int Error = (Target ? Target : Scratch).Close(); Error != 0) {
+        throw CannotWrite(NameOf, Error);
+    }
+    if (Temporary.empty()) return;
+    if (::rename(Temporary.c_str(), Final.c_str()) != 0) throw CannotWrite(NameOf, errno);
+    Temporary.clear();
+}
+
+}  // namespace Tolvar

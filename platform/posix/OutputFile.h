@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/posix/Posix.h"
+
+namespace Tolvar {
+
+/// A file that is written whole or not at all. What is written goes to a temporary file in the
+/// target's folder, which takes the target's place on Commit; until then a target that exists is
+/// left as it is, so it may be read meanwhile. A device, a pipe and standard output ("-") have no
+/// such place: they are written directly, or, where they cannot be sought, on Commit.
+/// Failures are RuntimeFailure(File). One thread.
+class OutputFile {
+  public:
+    /// Fails at once for a target that cannot be written. A named pipe waits for its reader.
+    explicit OutputFile(const std::string& Path);
+    /// Without Commit the temporary file is removed.
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// For writing, reading back and seeking; owned here.
+    int Fd() const { return Direct ? Target.Get() : Scratch.Get(); }
+
+    /// As it is called in texts.
+    const std::string& Name() const { return NameOf; }
+
+    /// At most once. What failed is in the failure, and the target is then as it was (a pipe may
+    /// have got a part).
+    void Commit();
+
+  private:
+    void UseStream(Descriptor Stream);
+    void UseTemporary(const std::string& FinalPath, bool KeepMode, unsigned Mode);
+    void CopyToTarget();
+
+    std::string NameOf;
+    Descriptor Target;   // a stream; none when a temporary file takes the target's place
+    Descriptor Scratch;  // the temporary file; none when the target is written directly
+    bool Direct = false;
+    std::string Temporary;  // its path while it has one
+    std::string Final;      // the path that it takes
+};
+
+}  // namespace Tolvar

@@ -1,0 +1,337 @@
+#include "store/filecarrier/FileCarrBuffClass.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "platform/Checked.h"
+#include "platform/OnFailure.h"
+
+namespace Tolvar {
+
+namespace {
+
+constexpr std::string_view OutOfLimit = "Out of limit - Error";
+constexpr std::int32_t LeastBuffLen = 262144;
+constexpr std::array<std::int16_t, 1> OneSilent{};
+constexpr std::int32_t MostBytes = std::numeric_limits<std::int32_t>::max();
+
+// A twentieth of the budget's bytes, in whole fours of samples.
+std::int32_t BuffLenFor(std::int32_t MemorySizeToUse) {
+    return std::max(LeastBuffLen, Round32(MemorySizeToUse / 20.0) / 4 * 4);
+}
+
+std::string WithBlank(std::int32_t Number) {
+    return (Number < 0 ? "" : " ") + std::to_string(Number);
+}
+
+void RefuseNegative(std::int32_t Size) {
+    if (Size >= 0) return;
+    throw RuntimeFailure(FailureKind::Input,
+                         "A channel cannot be " + std::to_string(Size) + " samples long");
+}
+
+std::int32_t ChannelBytes(File& From, const std::string& Name) {
+    const std::int64_t Bytes = From.Length();
+    if (Bytes >= 2 && Bytes <= MostBytes) return static_cast<std::int32_t>(Bytes);
+    throw RuntimeFailure(FailureKind::Input, Name + " is " + std::to_string(Bytes) +
+                                                 " bytes long; a channel has 2 to " +
+                                                 std::to_string(MostBytes));
+}
+
+}  // namespace
+
+FileCarrBuffClass::FileCarrBuffClass(WoroFileBlockMod& TheStore, const Clock& TimeOfDay)
+    : Store(TheStore),
+      Time(TimeOfDay),
+      Known(TheStore.FilesOfCarriers(), Own),
+      BuffLen(BuffLenFor(TheStore.MemorySizeToUse())) {
+    MakeTempFile();
+}
+
+FileCarrBuffClass::~FileCarrBuffClass() {
+    try {
+        KillFileIfAny();
+    } catch (...) {  // nobody is left to tell; the file stays in its folder
+        return;
+    }
+}
+
+void FileCarrBuffClass::WaveSize(std::int32_t NewVal) {
+    RefuseNegative(NewVal);
+    Samples = NewVal;
+}
+
+// The file.
+
+const std::string& FileCarrBuffClass::MadeName() const {
+    if (Own.Made) return Own.Name;
+    throw RuntimeFailure(FailureKind::File, Own.Name.empty()
+                                                ? "The carrier has no file"
+                                                : "The carrier has not made its file " + Own.Name);
+}
+
+CarrierFile FileCarrBuffClass::FreeTempFile(bool Create) const {
+    const std::string Start = Store.WorkFolder() + "\\tm";
+    const std::int32_t Second = Round32(Time.SecondsSinceMidnight());
+    for (std::int32_t Number = CheckedAdd(Second, 1);; Number = CheckedAdd(Number, 1)) {
+        const std::string Name = Start + std::to_string(Number) + ".tmp";
+        const auto HasIt = [&](const CarrierFile& Each) { return Each.Name == Name; };
+        if (Store.FilesOfCarriers().Any(HasIt)) continue;
+        if (Create ? SampleFileMake(Store.Disk(), Name, OneSilent) : !Store.Disk().Exists(Name)) {
+            return {Name, Create};
+        }
+    }
+}
+
+void FileCarrBuffClass::MakeTempFile() {
+    Own = FreeTempFile(Samples == 0);
+    if (Own.Made) Samples = 1;
+}
+
+void FileCarrBuffClass::MakeFile(std::span<const std::int16_t> Content) {
+    if (!SampleFileMake(Store.Disk(), Own.Name, Content)) {
+        throw RuntimeFailure(FailureKind::File, "The carrier cannot make its file " + Own.Name +
+                                                    ": there is one that is not the carrier's");
+    }
+    Own.Made = true;
+}
+
+void FileCarrBuffClass::KillFileIfAny() {
+    if (!Own.Made) return;
+    if (Store.BlocksUse(Own.Name)) {
+        FlushBuff();
+    } else {
+        Store.Disk().Delete(Own.Name);
+    }
+}
+
+void FileCarrBuffClass::FileRelease() {
+    FlushBuff();
+    MakeTempFile();
+    if (Own.Made) BuffDrop();
+}
+
+std::string FileCarrBuffClass::FileName1() {
+    FlushBuff();
+    return Own.Name;
+}
+
+void FileCarrBuffClass::FileName1(const std::string& NewName) {
+    Channel Next = Take(NewName);
+    const OnFailure Unmake([&] {
+        if (!OrgFile) Store.Disk().Delete(Next.Home.Name);
+    });
+    KillFileIfAny();
+
+    Own = std::move(Next.Home);
+    Samples = Next.Samples;
+    BuffDrop();
+    BuffData = std::move(Next.Buff);
+}
+
+FileCarrBuffClass::Channel FileCarrBuffClass::Take(const std::string& NewName) const {
+    Files& Disk = Store.Disk();
+    if (!Disk.Exists(NewName)) {
+        return OrgFile ? Channel{} : Channel{.Home = FreeTempFile(true), .Samples = 1, .Buff = {}};
+    }
+    RequireTakeable(NewName);
+    const auto Given = Disk.Open(NewName, OrgFile ? FileAccess::Update : FileAccess::Read);
+    const std::int32_t Bytes = ChannelBytes(*Given, NewName);
+    Channel Next{.Home = {NewName, true}, .Samples = Bytes / 2, .Buff = {}};
+    Next.Buff.resize(static_cast<std::size_t>(std::min(BuffLen, Next.Samples)));
+    Given->ReadAt(1, std::as_writable_bytes(std::span(Next.Buff)));
+    if (!OrgFile) Next.Home = MakeCopy(*Given, Bytes);
+    return Next;
+}
+
+void FileCarrBuffClass::RequireTakeable(const std::string& NewName) const {
+    Files& Disk = Store.Disk();
+    if (Own.Made && Disk.SameFile(NewName, Own.Name)) {
+        throw RuntimeFailure(FailureKind::Input, NewName + " is the carrier's own file");
+    }
+    const auto HasIt = [&](const CarrierFile& Each) {
+        return Each.Made && Disk.SameFile(NewName, Each.Name);
+    };
+    if (OrgFile && (Store.BlocksUse(NewName) || Store.FilesOfCarriers().Any(HasIt))) {
+        throw RuntimeFailure(FailureKind::Input, NewName + " holds samples that are in use");
+    }
+}
+
+CarrierFile FileCarrBuffClass::MakeCopy(File& Given, std::int32_t Bytes) const {
+    CarrierFile Copy = FreeTempFile(true);
+    const OnFailure Unmake([&] { Store.Disk().Delete(Copy.Name); });
+    SampleFileCopy(Given, Bytes, Store.Disk(), Copy.Name);
+    return Copy;
+}
+
+// Its size.
+
+void FileCarrBuffClass::ReDimSize(std::int32_t NewSz, bool DoInitilize) {
+    RefuseNegative(NewSz);
+    if (Samples < NewSz) {
+        Grow(NewSz, DoInitilize);
+    } else {
+        Shrink(NewSz);
+    }
+}
+
+SampleFileGrowth FileCarrBuffClass::Grow(std::int32_t NewSz, bool DoInitilize) {
+    FlushUnlessWithin(Samples);
+    if (Own.OnlyNamed() && Samples == 0) MakeFile({});
+    SampleFileGrowth Growth(Store.Disk(), MadeName(), Samples, NewSz);
+    DoInitilize ? Growth.WriteAll(BuffLen) : Growth.WriteLast();
+    BuffCut(Samples);
+    Samples = NewSz;
+    return Growth;
+}
+
+void FileCarrBuffClass::Shrink(std::int32_t NewSz) {
+    const auto Bytes = CheckedMul(2, NewSz);
+    FlushUnlessWithin(NewSz);
+    SampleFileSetLength(Store.Disk(), MadeName(), Bytes);
+    BuffCut(NewSz);
+    Samples = NewSz;
+}
+
+// The buffer.
+
+bool FileCarrBuffClass::BuffHolds(std::int32_t First, std::int32_t Last) const {
+    return ZeroPtr < First && Last <= ZeroPtr + static_cast<std::int64_t>(BuffData.size());
+}
+
+std::int16_t* FileCarrBuffClass::BuffAt(std::int32_t WavPos) {
+    return BuffData.data() + (std::int64_t{WavPos} - ZeroPtr - 1);
+}
+
+void FileCarrBuffClass::BuffDrop() noexcept {
+    BuffData.clear();
+    ZeroPtr = 0;
+    BuffDirty = false;
+}
+
+void FileCarrBuffClass::FlushBuff() {
+    if (!BuffDirty) return;
+    const bool IsWhole = ZeroPtr == 0 && std::ssize(BuffData) >= Samples;
+    if (Own.OnlyNamed() && IsWhole) {
+        MakeFile(BuffData);
+    } else {
+        SamplesWrite(Store.Disk(), MadeName(), ZeroPtr, BuffData);
+    }
+    BuffDirty = false;
+}
+
+// What the buffer holds behind sample Size is about to change, or there is no file yet.
+void FileCarrBuffClass::FlushUnlessWithin(std::int32_t Size) {
+    if (ZeroPtr + std::ssize(BuffData) > Size || !Own.Made) FlushBuff();
+}
+
+void FileCarrBuffClass::BuffCut(std::int32_t Size) {
+    const std::int64_t Left = std::max(std::int64_t{Size} - ZeroPtr, std::int64_t{0});
+    if (std::ssize(BuffData) > Left) BuffData.resize(static_cast<std::size_t>(Left));
+}
+
+void FileCarrBuffClass::BuffLength(std::int32_t NewVal) {
+    if (NewVal < 1) {
+        throw RuntimeFailure(FailureKind::Input,
+                             "A buffer cannot hold " + std::to_string(NewVal) + " samples");
+    }
+    MovePointer(0, NewVal);
+}
+
+void FileCarrBuffClass::MovePointer(std::int32_t NewZeroPtr, std::int32_t NewRange) {
+    const std::int32_t Length = NewRange != 0 ? NewRange : BuffLen;
+    if (!Own.Name.empty()) return BuffLoad(NewZeroPtr, Length);
+    const std::int32_t Before = Samples;
+    MakeTempFile();
+    const OnFailure Unmake([&] {
+        Samples = Before;
+        const CarrierFile Unused = std::exchange(Own, {});
+        if (Unused.Made) Store.Disk().Delete(Unused.Name);
+    });
+    BuffLoad(NewZeroPtr, Length);
+}
+
+void FileCarrBuffClass::BuffLoad(std::int32_t NewZeroPtr, std::int32_t Length) {
+    const std::int64_t Range = std::min<std::int64_t>(Length, std::int64_t{Samples} - NewZeroPtr);
+    if (NewZeroPtr < 0 || Range < 1) {
+        throw RuntimeFailure(FailureKind::Input, "A buffer of " + std::to_string(Length) +
+                                                     " samples behind sample " +
+                                                     std::to_string(NewZeroPtr) + " of " +
+                                                     std::to_string(Samples) + " has none to hold");
+    }
+    FlushBuff();
+    std::vector<std::int16_t> Loaded(static_cast<std::size_t>(Range));
+    SamplesRead(Store.Disk(), MadeName(), NewZeroPtr, Loaded);
+    BuffData = std::move(Loaded);
+    ZeroPtr = NewZeroPtr;
+    BuffLen = Length;
+}
+
+// The samples.
+
+std::int16_t* FileCarrBuffClass::SampleAt(std::int32_t WavPos) {
+    if (!BuffHolds(WavPos, WavPos)) {
+        if (WavPos == 0) return &Sample0;
+        if (WavPos < 1 || WavPos > Samples) {
+            Store.ShowError(OutOfLimit);
+            return nullptr;
+        }
+        MovePointer(WavPos - 1);
+    }
+    return BuffAt(WavPos);
+}
+
+std::int16_t FileCarrBuffClass::WaveLR(std::int32_t WavPos) {
+    const std::int16_t* Found = SampleAt(WavPos);
+    return Found != nullptr ? *Found : std::int16_t{0};
+}
+
+void FileCarrBuffClass::WaveLR(std::int32_t WavPos, std::int16_t NewVal) {
+    std::int16_t* Found = SampleAt(WavPos);
+    if (Found == nullptr) return;
+    *Found = NewVal;
+    if (WavPos != 0) BuffDirty = true;
+}
+
+void FileCarrBuffClass::BuffPut(std::int32_t WavPos, std::span<const std::int16_t> PutData) {
+    const auto Count = Checked<std::int32_t>(static_cast<std::int64_t>(PutData.size()));
+    if (Count < 1) return;
+    if (WavPos < 1 || Count > BuffLen) {
+        Store.ShowError(std::string(OutOfLimit) + "\r\n" + WithBlank(Count) + WithBlank(BuffLen) +
+                        WithBlank(WavPos));
+        return;
+    }
+    const std::int32_t Last = CheckedAdd(WavPos, Count - 1);
+    const std::int32_t Before = Samples;
+    std::optional<SampleFileGrowth> Growth;
+    const OnFailure Shorten([&] {
+        Samples = Before;
+        if (!Growth) return;
+        BuffDirty = BuffDirty || !BuffData.empty();
+        Growth->Undo();
+    });
+    if (Last > Samples) Growth.emplace(Grow(Last, false));
+    // This may write the buffer back before it fails; what is undone above may be part of that.
+    if (!BuffHolds(WavPos, Last)) MovePointer(WavPos - 1);
+    std::ranges::copy(PutData, BuffAt(WavPos));
+    BuffDirty = true;
+}
+
+void FileCarrBuffClass::BuffGet(std::int32_t WavPos, std::span<std::int16_t> GetData) {
+    const auto Count = Checked<std::int32_t>(static_cast<std::int64_t>(GetData.size()));
+    const bool Fits = WavPos >= 1 && Count <= BuffLen;
+    const std::int32_t Last = Fits ? CheckedAdd(WavPos, Count - 1) : 0;
+    if (!Fits || Last > Samples) {
+        Store.ShowError(OutOfLimit);
+        return;
+    }
+    if (Count == 0) return;
+    if (!BuffHolds(WavPos, Last)) MovePointer(WavPos - 1);
+    std::copy_n(BuffAt(WavPos), Count, GetData.begin());
+}
+
+}  // namespace Tolvar

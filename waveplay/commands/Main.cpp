@@ -1,0 +1,26 @@
+#include <cstdio>
+#include <exception>
+
+#include "waveplay/commands/CommandLine.h"
+
+namespace {
+
+using namespace Tolvar;
+
+struct Runner {
+    ExitCode operator()(ExitCode Answered) const { return Answered; }
+    ExitCode operator()(const PlayOptions& Options) const { return Play(Options); }
+    ExitCode operator()(const RenderOptions& Options) const { return Render(Options); }
+    ExitCode operator()(const ScriptOptions& Options) const { return Script(Options); }
+};
+
+}  // namespace
+
+int main(int Count, char** Arguments) {
+    try {
+        return std::visit(Runner{}, ParseCommandLine(Count, Arguments));
+    } catch (const std::exception& Cause) {
+        std::fprintf(stderr, "waveplay: %s\n", Cause.what());
+        return ExitFailed;
+    }
+}

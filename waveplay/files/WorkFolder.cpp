@@ -1,0 +1,140 @@
+#include "waveplay/files/WorkFolder.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+namespace Tolvar {
+namespace {
+
+constexpr std::string_view FolderPrefix = "waveplay-work-";
+
+std::atomic<WorkFolder*> Live = nullptr;  // what the signal handler removes
+
+[[noreturn]] void CannotMake(const std::string& Path, int Error) {
+    throw ErrnoFailure("cannot make a folder for work files: " + Path, Error);
+}
+
+std::string TemporaryFolder() {
+    const char* const Named = getenv("TMPDIR");
+    const std::string Wanted = Named != nullptr && *Named != '\0' ? Named : "/tmp";
+    std::error_code Error;
+    std::string Full = std::filesystem::absolute(Wanted, Error).lexically_normal().string();
+    if (Full.find('\\') != std::string::npos) {
+        throw RuntimeFailure(FailureKind::File, "the temporary folder " + Full +
+                                                    " has a backslash, which parts folders");
+    }
+    return Full;
+}
+
+// Locked, or nothing when it is not a folder of ours or has an owner that lives.
+Descriptor LockAbandoned(const std::string& Path) {
+    Descriptor Folder = OpenDescriptor(Path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    struct stat Found {};
+    if (!Folder || fstat(Folder.Get(), &Found) != 0 || Found.st_uid != geteuid())
+        return Descriptor();
+    return flock(Folder.Get(), LOCK_EX | LOCK_NB) == 0 ? std::move(Folder) : Descriptor();
+}
+
+void RemoveAbandoned(const std::string& Parent) {
+    std::error_code Ignored;  // another program may sweep at the same time
+    std::filesystem::directory_iterator Each(Parent, Ignored);
+    for (; Each != std::filesystem::directory_iterator(); Each.increment(Ignored)) {
+        if (!Each->path().filename().string().starts_with(FolderPrefix)) continue;
+        const std::string Path = Each->path().string();
+        if (const Descriptor Locked = LockAbandoned(Path)) {
+            std::filesystem::remove_all(Path, Ignored);
+        }
+    }
+}
+
+// A file's name in the folder, in a form that a signal handler can make as well.
+struct FileName {
+    explicit FileName(int Number) { std::to_chars(Text.data(), Text.data() + Text.size(), Number); }
+    std::array<char, 16> Text{};
+};
+
+}  // namespace
+
+WorkFolder::WorkFolder() {
+    const std::string Parent = TemporaryFolder();
+    RemoveAbandoned(Parent);
+    while (!Make(Parent)) {
+    }
+    Live = this;
+    Will.emplace(RemoveLive);
+}
+
+WorkFolder::~WorkFolder() {
+    Remove();
+    Will.reset();
+    Live = nullptr;
+}
+
+// False when another program swept the folder away before it was locked.
+bool WorkFolder::Make(const std::string& Parent) {
+    Path = Parent + "/" + std::string(FolderPrefix) + "XXXXXX";
+    if (mkdtemp(Path.data()) == nullptr) CannotMake(Path, errno);
+    Lock = OpenDescriptor(Path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    if (!Lock && errno == ENOENT) return false;
+    struct stat Made {};
+    if (!Lock || flock(Lock.Get(), LOCK_EX) != 0 || fstat(Lock.Get(), &Made) != 0) {
+        const int Error = errno;
+        rmdir(Path.c_str());
+        CannotMake(Path, Error);
+    }
+    return Made.st_nlink > 0;
+}
+
+std::string WorkFolder::NextFile() {
+    return Path + "/" + FileName(++Files).Text.data();
+}
+
+void WorkFolder::Remove() noexcept {
+    for (int Number = Files; Number > 0; --Number)
+        unlinkat(Lock.Get(), FileName(Number).Text.data(), 0);
+    rmdir(Path.c_str());
+}
+
+void WorkFolder::RemoveLive() noexcept {
+    if (WorkFolder* const Folder = Live) Folder->Remove();
+}
+
+WorkFileWriter::WorkFileWriter(const std::string& ThePath, std::int64_t Frames,
+                               const std::string& Source)
+    : PathOf(ThePath),
+      Name("the work file " + PathOf + " for " + Source),
+      Out(OpenDescriptor(PathOf, O_WRONLY | O_CREAT | O_EXCL, 0600)) {
+    if (!Out) throw ErrnoFailure("cannot make " + Name, errno);
+    const auto Expected = static_cast<off_t>(Frames * std::int64_t{sizeof(std::int16_t)});
+    if (Expected == 0 || fallocate(Out.Get(), 0, 0, Expected) == 0) return;
+    const bool CannotTell = errno == EOPNOTSUPP || errno == ENOSYS || errno == EINTR;
+    if (!CannotTell) {
+        throw ErrnoFailure("no room for the " + std::to_string(Expected) + " bytes of " + Name,
+                           errno);
+    }
+}
+
+void WorkFileWriter::Append(std::span<const std::int16_t> Samples) {
+    const auto Raw = std::as_bytes(Samples);
+    WriteWhole(Out, Raw, Name);
+    Bytes += static_cast<std::int64_t>(Raw.size());
+}
+
+void WorkFileWriter::Finish() {
+    int Error = ftruncate(Out.Get(), static_cast<off_t>(Bytes)) == 0 ? 0 : errno;
+    const int CloseError = Out.Close();
+    if (Error == 0) Error = CloseError;
+    if (Error != 0) throw ErrnoFailure("cannot keep " + Name, Error);
+}
+
+}  // namespace Tolvar

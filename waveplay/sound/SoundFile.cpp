@@ -1,0 +1,131 @@
+#include "waveplay/sound/SoundFile.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <vector>
+
+#include "platform/posix/Posix.h"
+#include "waveplay/sound/RiffLists.h"
+
+namespace Tolvar {
+namespace {
+
+constexpr std::int64_t SkippedAtOnce = 4096;
+
+[[noreturn]] void CannotOpen(const std::string& Path, int Error) {
+    throw ErrnoFailure("cannot open " + Path, Error);
+}
+
+void RequireRegular(const std::string& Path) {
+    std::error_code Error;
+    const auto Status = std::filesystem::status(Path, Error);
+    if (!std::filesystem::exists(Status)) CannotOpen(Path, Error ? Error.value() : ENOENT);
+    if (!std::filesystem::is_regular_file(Status)) {
+        throw RuntimeFailure(FailureKind::File, "cannot open " + Path + ": not a regular file");
+    }
+}
+
+SNDFILE* OpenSound(const std::string& Path, SF_INFO& Info) {
+    RequireRegular(Path);
+    RequireForwardLists(Path);
+    SNDFILE* Sound = sf_open(Path.c_str(), SFM_READ, &Info);
+    if (Sound != nullptr) return Sound;
+    const std::string Why = sf_strerror(nullptr);
+    if (!std::ifstream(Path)) CannotOpen(Path, errno);
+    throw RuntimeFailure(FailureKind::Input, Path + ": not a sound file that can be read: " + Why);
+}
+
+// Kinds in which every sample stands for itself, so that a seek lands in the very same samples.
+bool SeeksExactly(int Format) {
+    constexpr std::array Plain{SF_FORMAT_PCM_S8, SF_FORMAT_PCM_U8, SF_FORMAT_PCM_16,
+                               SF_FORMAT_PCM_24, SF_FORMAT_PCM_32, SF_FORMAT_FLOAT,
+                               SF_FORMAT_DOUBLE, SF_FORMAT_ULAW,   SF_FORMAT_ALAW};
+    return std::find(Plain.begin(), Plain.end(), Format & SF_FORMAT_SUBMASK) != Plain.end();
+}
+
+}  // namespace
+
+SoundFile::SoundFile(const std::string& Path) : PathOf(Path), Sound(OpenSound(Path, Info)) {
+    constexpr std::int64_t Unknown = SF_COUNT_MAX;
+    if (DropGuess() || Info.frames == Unknown) CountFrames();
+}
+
+// True when the length is now to be counted.
+bool SoundFile::DropGuess() {
+    if ((Info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
+    Mpeg = MpegFile::WithoutLength(PathOf);
+    if (!Mpeg) return false;
+    SF_INFO Found{};
+    SNDFILE* const Opened = Mpeg->Open(Found);
+    if (Opened == nullptr) return false;
+    Sound.reset(Opened);
+    Info = Found;
+    return true;
+}
+
+bool SoundFile::BeyondSixteenBits() const {
+    constexpr std::array Fine{
+        SF_FORMAT_PCM_24,         SF_FORMAT_PCM_32,       SF_FORMAT_FLOAT,
+        SF_FORMAT_DOUBLE,         SF_FORMAT_DWVW_24,      SF_FORMAT_VORBIS,
+        SF_FORMAT_OPUS,           SF_FORMAT_ALAC_20,      SF_FORMAT_ALAC_24,
+        SF_FORMAT_ALAC_32,        SF_FORMAT_MPEG_LAYER_I, SF_FORMAT_MPEG_LAYER_II,
+        SF_FORMAT_MPEG_LAYER_III,
+    };
+    return std::find(Fine.begin(), Fine.end(), Info.format & SF_FORMAT_SUBMASK) != Fine.end();
+}
+
+int SoundFile::PlainWavBits() const {
+    const int Kind = Info.format & SF_FORMAT_TYPEMASK;
+    if (Kind != SF_FORMAT_WAV && Kind != SF_FORMAT_WAVEX && Kind != SF_FORMAT_RF64) return 0;
+    const int Coding = Info.format & SF_FORMAT_SUBMASK;
+    if (Coding == SF_FORMAT_PCM_U8) return 8;
+    const bool Swapped = sf_command(Sound.get(), SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE;
+    return Coding == SF_FORMAT_PCM_16 && !Swapped ? 16 : 0;
+}
+
+std::size_t SoundFile::Read(std::span<double> Into) {
+    const auto Wanted = static_cast<sf_count_t>(Into.size()) / Channels();
+    const sf_count_t Got = sf_readf_double(Sound.get(), Into.data(), Wanted);
+    const bool AtEnd = Mpeg && Mpeg->Spent();
+    if (Got < Wanted && !AtEnd && sf_error(Sound.get()) != SF_ERR_NO_ERROR) Fail("decode");
+    Next += Got;
+    return static_cast<std::size_t>(Got);
+}
+
+void SoundFile::GoTo(std::int64_t Frame) {
+    const bool Exact = SeeksExactly(Info.format);
+    if (Exact || Frame < Next) {
+        const std::int64_t Target = Exact ? Frame : 0;
+        if (Target != Next && sf_seek(Sound.get(), Target, SEEK_SET) != Target) Fail("seek in");
+        Next = Target;
+    }
+    ReadOver(Frame - Next);
+}
+
+void SoundFile::CountFrames() {
+    Info.frames = 0;
+    ReadOver(SF_COUNT_MAX);
+    Info.frames = Next;
+    GoTo(0);
+}
+
+void SoundFile::ReadOver(std::int64_t Frames) {
+    std::vector<double> Unheard(static_cast<std::size_t>(SkippedAtOnce * Channels()));
+    for (std::int64_t Got = 1; Frames > 0 && Got > 0; Frames -= Got) {
+        const std::int64_t Wanted = std::min(SkippedAtOnce, Frames);
+        Got = static_cast<std::int64_t>(
+            Read(std::span(Unheard).first(static_cast<std::size_t>(Wanted * Channels()))));
+    }
+}
+
+void SoundFile::Fail(const std::string& What) {
+    throw RuntimeFailure(FailureKind::File, "cannot " + What + " " + PathOf + " behind frame " +
+                                                std::to_string(Next) + ": " +
+                                                sf_strerror(Sound.get()));
+}
+
+}  // namespace Tolvar

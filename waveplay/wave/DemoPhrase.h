@@ -1,0 +1,19 @@
+#pragma once
+
+#include "waveplay/wave/Pieces.h"
+
+namespace Tolvar {
+
+/// A short stereo phrase that the program makes up itself, in two work files.
+class DemoPhrase {
+  public:
+    /// RuntimeFailure(File) when the files cannot be written; nothing is left behind then.
+    DemoPhrase();
+
+    const Wave& Phrase() const { return Whole; }
+
+  private:
+    Wave Whole;
+};
+
+}  // namespace Tolvar
