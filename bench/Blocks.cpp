@@ -22,23 +22,23 @@ constexpr int Turns = 21;
 /// A mono wave of Count blocks.
 class Channel {
   public:
-    Channel(ChannelBlocks Blocks, const std::string& Path) : Shape(Blocks) {
-        Loaded.HandOver(16, ListOf(Shape, Path), {}, Shape.Count * Shape.Len);
-        Loaded.SetGeometry();
-        Loaded.State.PlayDirection = 1;
+    Channel(ChannelBlocks Blocks, const std::string& Path) : Shape_(Blocks) {
+        Loaded_.HandOver(16, ListOf(Shape_, Path), {}, Shape_.Count * Shape_.Len);
+        Loaded_.SetGeometry();
+        Loaded_.State.PlayDirection = 1;
     }
 
     /// One sample at a time from all over the channel.
     double FindNs() {
         constexpr int Finds = 2000;
-        std::uniform_int_distribution<std::int32_t> AnyPos(1, Shape.Count * Shape.Len);
+        std::uniform_int_distribution<std::int32_t> AnyPos(1, Shape_.Count * Shape_.Len);
         std::vector<std::int32_t> Positions(Finds);
         for (std::int32_t& Pos : Positions)
-            Pos = AnyPos(Chance);
+            Pos = AnyPos(Chance_);
         std::int16_t One = 0;
         return NsOf([&] {
                    for (const std::int32_t Pos : Positions)
-                       Loaded.State.BlkCarrL->QuickBuffGet(Pos, {&One, 1});
+                       Loaded_.State.BlkCarrL->QuickBuffGet(Pos, {&One, 1});
                }) /
                Finds;
     }
@@ -46,42 +46,42 @@ class Channel {
     /// The same segment every time, from the middle: long and short channels find their blocks in
     /// the processor's cache, so that what differs is the finding.
     double FillNs() {
-        const std::int32_t Few = SegFrames / Shape.Len + 1;
-        Loaded.State.FillNextPos = (Shape.Count - Few) / 2 * Shape.Len + 1;
+        const std::int32_t Few = SegFrames / Shape_.Len + 1;
+        Loaded_.State.FillNextPos = (Shape_.Count - Few) / 2 * Shape_.Len + 1;
         return NsOf([&] {
-            if (!StreamBuffFill(Loaded.State, 1)) throw std::logic_error("nothing filled");
+            if (!StreamBuffFill(Loaded_.State, 1)) throw std::logic_error("nothing filled");
         });
     }
 
     /// Fills the memory with half of the blocks, so that every further one drives one out.
     void FillMemory() {
-        Loaded.State.MemorySizeToUse = Shape.Count / 2 * Shape.Len * 2;
-        for (std::int32_t Blk = 1; Blk <= Shape.Count / 2; ++Blk)
-            Loaded.Store.BlockLoad(Blk);
-        NextBlk = Shape.Count / 2 + 1;
+        Loaded_.State.MemorySizeToUse = Shape_.Count / 2 * Shape_.Len * 2;
+        for (std::int32_t Blk = 1; Blk <= Shape_.Count / 2; ++Blk)
+            Loaded_.Store.BlockLoad(Blk);
+        NextBlk_ = Shape_.Count / 2 + 1;
     }
 
     /// One block comes, the one that was not used for the longest time goes.
     double EvictNs() {
         constexpr int Loads = 400;
-        const std::int32_t Held = Loaded.Store.BuffMemUsed();
+        const std::int32_t Held = Loaded_.Store.BuffMemUsed();
         const double Ns = NsOf([&] {
             for (int Load = 0; Load < Loads; ++Load) {
-                Loaded.Store.BlockLoad(NextBlk);
-                NextBlk = NextBlk == Shape.Count ? 1 : NextBlk + 1;
+                Loaded_.Store.BlockLoad(NextBlk_);
+                NextBlk_ = NextBlk_ == Shape_.Count ? 1 : NextBlk_ + 1;
             }
         });
-        if (Loaded.Store.BuffMemUsed() > Held + 4 * Shape.Len) {
+        if (Loaded_.Store.BuffMemUsed() > Held + 4 * Shape_.Len) {
             throw std::logic_error("nothing was driven out");
         }
         return Ns / Loads;
     }
 
   private:
-    ChannelBlocks Shape;
-    LoadedPlayer Loaded;
-    std::int32_t NextBlk = 0;
-    std::minstd_rand Chance;
+    ChannelBlocks Shape_;
+    LoadedPlayer Loaded_;
+    std::int32_t NextBlk_ = 0;
+    std::minstd_rand Chance_;
 };
 
 std::string Blocks(std::int32_t Count) {

@@ -47,22 +47,22 @@ constexpr Kind Kinds[] = {
 
 class Subject {
   public:
-    Subject(const Kind& Which, const std::string& Path) : Of(Which) {
-        ChannelBlocks Blocks{.Type = Of.Type,
-                             .Count = (Segments * SegFrames + Of.BlkLen - 1) / Of.BlkLen,
-                             .Len = Of.BlkLen,
-                             .Channels = Of.Type == BlkOrgFile ? Of.Channels : 1,
-                             .Bits = Of.Bits};
+    Subject(const Kind& Which, const std::string& Path) : Of_(Which) {
+        ChannelBlocks Blocks{.Type = Of_.Type,
+                             .Count = (Segments * SegFrames + Of_.BlkLen - 1) / Of_.BlkLen,
+                             .Len = Of_.BlkLen,
+                             .Channels = Of_.Type == BlkOrgFile ? Of_.Channels : 1,
+                             .Bits = Of_.Bits};
         const auto Left = ListOf(Blocks, Path);
         Blocks.Channel = Blocks.Channels - 1;
-        const auto Right = Of.Channels == 2 ? ListOf(Blocks, Path) : std::vector<std::int32_t>{};
-        Loaded.HandOver(Of.Bits, Left, Right, Segments * SegFrames);
-        Loaded.SetGeometry();
-        if (Of.InMemory) Loaded.LoadAll();
+        const auto Right = Of_.Channels == 2 ? ListOf(Blocks, Path) : std::vector<std::int32_t>{};
+        Loaded_.HandOver(Of_.Bits, Left, Right, Segments * SegFrames);
+        Loaded_.SetGeometry();
+        if (Of_.InMemory) Loaded_.LoadAll();
     }
 
     void FillAll(std::int32_t Direction) {
-        PlayerState& State = Loaded.State;
+        PlayerState& State = Loaded_.State;
         State.PlayDirection = Direction;
         State.FillNextPos = 1;
         for (int Segment = 0; Segment < Segments; ++Segment) {
@@ -71,8 +71,8 @@ class Subject {
     }
 
   private:
-    Kind Of;
-    LoadedPlayer Loaded;
+    Kind Of_;
+    LoadedPlayer Loaded_;
 };
 
 /// The same bytes by themselves: those that lie in the file read, those of the segment moved into a
@@ -80,32 +80,32 @@ class Subject {
 class Mover {
   public:
     Mover(const Kind& Which, const std::string& Path)
-        : SegBytes(static_cast<std::size_t>(2 * SegFrames * Which.Channels)),
-          FileBytes(static_cast<std::size_t>(Which.Bits / 8 * SegFrames * Which.Channels)),
-          Source(SegBytes * (Which.InMemory ? Segments : 1), 'a'),
-          Buffer(2 * SegBytes),
-          File(Which.InMemory ? Descriptor() : OpenDescriptor(Path, O_RDONLY)) {}
+        : SegBytes_(static_cast<std::size_t>(2 * SegFrames * Which.Channels)),
+          FileBytes_(static_cast<std::size_t>(Which.Bits / 8 * SegFrames * Which.Channels)),
+          Source_(SegBytes_ * (Which.InMemory ? Segments : 1), 'a'),
+          Buffer_(2 * SegBytes_),
+          File_(Which.InMemory ? Descriptor() : OpenDescriptor(Path, O_RDONLY)) {}
 
     void MoveAll() {
         for (std::size_t Segment = 0; Segment < Segments; ++Segment) {
-            const char* From = Source.data();
-            if (!File) {
-                From += Segment * SegBytes;
-            } else if (pread(File.Get(), Source.data(), FileBytes,
-                             static_cast<off_t>(Segment * FileBytes)) !=
-                       static_cast<ssize_t>(FileBytes)) {
+            const char* From = Source_.data();
+            if (!File_) {
+                From += Segment * SegBytes_;
+            } else if (pread(File_.Get(), Source_.data(), FileBytes_,
+                             static_cast<off_t>(Segment * FileBytes_)) !=
+                       static_cast<ssize_t>(FileBytes_)) {
                 throw std::runtime_error("cannot read the sample file");
             }
-            std::memcpy(Buffer.data() + Segment % 2 * SegBytes, From, SegBytes);
+            std::memcpy(Buffer_.data() + Segment % 2 * SegBytes_, From, SegBytes_);
         }
     }
 
   private:
-    std::size_t SegBytes;
-    std::size_t FileBytes;
-    std::vector<char> Source;
-    std::vector<char> Buffer;
-    Descriptor File;
+    std::size_t SegBytes_;
+    std::size_t FileBytes_;
+    std::vector<char> Source_;
+    std::vector<char> Buffer_;
+    Descriptor File_;
 };
 
 void Compare(const Kind& Each, const std::string& Path) {

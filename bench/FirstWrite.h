@@ -12,37 +12,37 @@ class FirstWrite : public WaveOut {
   public:
     using Moment = std::chrono::steady_clock::time_point;
 
-    explicit FirstWrite(WaveOut& To) : Target(To) {}
+    explicit FirstWrite(WaveOut& To) : Target_(To) {}
 
-    void Forget() { First.reset(); }
-    std::optional<Moment> Written() const { return First; }
+    void Forget() { First_.reset(); }
+    std::optional<Moment> Written() const { return First_; }
 
-    UINT waveOutGetNumDevs() override { return Target.waveOutGetNumDevs(); }
+    UINT waveOutGetNumDevs() override { return Target_.waveOutGetNumDevs(); }
     MMRESULT waveOutOpen(HWAVEOUT* Handle, UINT Id, const WAVEFORMATEX* Format,
                          std::uintptr_t Callback, std::uintptr_t Instance, DWORD Flags) override {
-        return Target.waveOutOpen(Handle, Id, Format, Callback, Instance, Flags);
+        return Target_.waveOutOpen(Handle, Id, Format, Callback, Instance, Flags);
     }
-    MMRESULT waveOutClose(HWAVEOUT Handle) override { return Target.waveOutClose(Handle); }
+    MMRESULT waveOutClose(HWAVEOUT Handle) override { return Target_.waveOutClose(Handle); }
     MMRESULT waveOutPrepareHeader(HWAVEOUT Handle, WAVEHDR* Header, UINT Bytes) override {
-        return Target.waveOutPrepareHeader(Handle, Header, Bytes);
+        return Target_.waveOutPrepareHeader(Handle, Header, Bytes);
     }
     MMRESULT waveOutUnprepareHeader(HWAVEOUT Handle, WAVEHDR* Header, UINT Bytes) override {
-        return Target.waveOutUnprepareHeader(Handle, Header, Bytes);
+        return Target_.waveOutUnprepareHeader(Handle, Header, Bytes);
     }
     MMRESULT waveOutWrite(HWAVEOUT Handle, WAVEHDR* Header, UINT Bytes) override {
-        if (!First) First = std::chrono::steady_clock::now();
-        return Target.waveOutWrite(Handle, Header, Bytes);
+        if (!First_) First_ = std::chrono::steady_clock::now();
+        return Target_.waveOutWrite(Handle, Header, Bytes);
     }
     MMRESULT waveOutGetPosition(HWAVEOUT Handle, MMTIME* Time, UINT Bytes) override {
-        return Target.waveOutGetPosition(Handle, Time, Bytes);
+        return Target_.waveOutGetPosition(Handle, Time, Bytes);
     }
-    MMRESULT waveOutPause(HWAVEOUT Handle) override { return Target.waveOutPause(Handle); }
-    MMRESULT waveOutRestart(HWAVEOUT Handle) override { return Target.waveOutRestart(Handle); }
-    MMRESULT waveOutReset(HWAVEOUT Handle) override { return Target.waveOutReset(Handle); }
+    MMRESULT waveOutPause(HWAVEOUT Handle) override { return Target_.waveOutPause(Handle); }
+    MMRESULT waveOutRestart(HWAVEOUT Handle) override { return Target_.waveOutRestart(Handle); }
+    MMRESULT waveOutReset(HWAVEOUT Handle) override { return Target_.waveOutReset(Handle); }
 
   private:
-    WaveOut& Target;
-    std::optional<Moment> First;
+    WaveOut& Target_;
+    std::optional<Moment> First_;
 };
 
 }  // namespace Tolvar::Bench

@@ -32,33 +32,33 @@ const Kind Kinds[] = {{"silent", {.Type = BlkSilent}, true},
 
 class Editor {
   public:
-    Editor(ChannelBlocks Blocks, std::int32_t Count) : Len(Blocks.Len), Blks(Count) {
+    Editor(ChannelBlocks Blocks, std::int32_t Count) : Len_(Blocks.Len), Blks_(Count) {
         Blocks.Count = Count;
-        List = ListOf(Blocks, Path);
+        List_ = ListOf(Blocks, Path);
     }
 
     /// A block of the first wave of a server's life: every page of memory comes from the system.
     double FirstNs() {
-        Server = std::make_unique<LoadedPlayer>();
+        Server_ = std::make_unique<LoadedPlayer>();
         malloc_trim(0);
         return HandOverNs();
     }
 
     /// A block for a server that holds such a wave already: the old one goes, the new one comes.
     double AgainNs() {
-        if (!Server) FirstNs();
+        if (!Server_) FirstNs();
         return HandOverNs();
     }
 
   private:
     double HandOverNs() {
-        return NsOf([&] { Server->HandOver(16, List, {}, Blks * Len); }) / Blks;
+        return NsOf([&] { Server_->HandOver(16, List_, {}, Blks_ * Len_); }) / Blks_;
     }
 
-    std::int32_t Len;
-    std::int32_t Blks;
-    std::vector<std::int32_t> List;
-    std::unique_ptr<LoadedPlayer> Server;
+    std::int32_t Len_;
+    std::int32_t Blks_;
+    std::vector<std::int32_t> List_;
+    std::unique_ptr<LoadedPlayer> Server_;
 };
 
 void Compare(const Kind& Each, std::int32_t Count) {

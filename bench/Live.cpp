@@ -80,7 +80,7 @@ double ResidentMb() {
 class LivePlay {
   public:
     LivePlay(const std::string& Device, const std::string& Engine, const SampleFile& File)
-        : Server({.Device = Device, .Engine = EngineOrderOf(Engine)}) {
+        : Server_({.Device = Device, .Engine = EngineOrderOf(Engine)}) {
         std::int32_t Window = 1;
         Player().DxObj(Window);
         ChannelBlocks Blocks{.Count = WaveSeconds, .Len = Rate, .Channels = 2};
@@ -88,13 +88,13 @@ class LivePlay {
         Blocks.Channel = 1;
         Player().WriteWaveMemo(16, 2, Rate, WaveSeconds * Rate, Left, ListOf(Blocks, File.Path()));
     }
-    ~LivePlay() { Server.Release(); }
+    ~LivePlay() { Server_.Release(); }
     LivePlay(const LivePlay&) = delete;
     LivePlay& operator=(const LivePlay&) = delete;
 
-    PlayDllClass& Player() { return Server.Player(); }
+    PlayDllClass& Player() { return Server_.Player(); }
     void Pass(std::int64_t Ms) {
-        Apartment& Home = Server.Home();
+        Apartment& Home = Server_.Home();
         Home.RunUntil(Home.Time().NowNs() + Ms * NsPerMs, [] { return false; });
     }
 
@@ -114,7 +114,7 @@ class LivePlay {
     }
 
   private:
-    PlayServer Server;
+    PlayServer Server_;
 };
 
 void Print(const std::string& What, double Value, double Limit) {

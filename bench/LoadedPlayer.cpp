@@ -34,23 +34,23 @@ std::vector<std::int32_t> ListOf(const ChannelBlocks& Blocks, const std::string&
 }
 
 SampleFile::SampleFile()
-    : PathOf(std::filesystem::temp_directory_path() /
-             ("tolvar-bench-" + std::to_string(std::uint64_t{std::random_device{}()}) + ".raw")) {
+    : Path_(std::filesystem::temp_directory_path() /
+            ("tolvar-bench-" + std::to_string(std::uint64_t{std::random_device{}()}) + ".raw")) {
     std::string Bytes(BytesInFile, '\0');
     std::uint32_t Noise = 1;
     for (char& Byte : Bytes) {
         Noise = Noise * 1664525 + 1013904223;
         Byte = static_cast<char>(Noise >> 24);
     }
-    std::ofstream Out(PathOf, std::ios::binary);
+    std::ofstream Out(Path_, std::ios::binary);
     if (!Out.write(Bytes.data(), BytesInFile).flush()) {
-        throw std::runtime_error("cannot write " + PathOf);
+        throw std::runtime_error("cannot write " + Path_);
     }
 }
 
 SampleFile::~SampleFile() {
     std::error_code Ignored;
-    std::filesystem::remove(PathOf, Ignored);
+    std::filesystem::remove(Path_, Ignored);
 }
 
 void LoadedPlayer::HandOver(std::int32_t Bits, const std::vector<std::int32_t>& Left,

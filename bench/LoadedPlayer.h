@@ -51,10 +51,10 @@ class SampleFile {
     ~SampleFile();
     SampleFile(const SampleFile&) = delete;
     SampleFile& operator=(const SampleFile&) = delete;
-    const std::string& Path() const { return PathOf; }
+    const std::string& Path() const { return Path_; }
 
   private:
-    std::string PathOf;
+    std::string Path_;
 };
 
 /// A player object with all that stands under it, on the virtual clock; nothing is heard.

@@ -11,7 +11,7 @@ namespace Tolvar {
 /// when it is called: a missing library or entry point is a RuntimeFailure(Library) of that call.
 class Dx9CallBackMod {
   public:
-    explicit Dx9CallBackMod(ServiceLibrary& From) : Library(From) {}
+    explicit Dx9CallBackMod(ServiceLibrary& From) : Library_(From) {}
 
     std::int32_t Service01(std::int32_t& Wraps, std::int32_t& Cursor) {
         return Look<decltype(&::Service01)>("Service01")(&Wraps, &Cursor);
@@ -39,10 +39,10 @@ class Dx9CallBackMod {
   private:
     template <typename Function>
     Function Look(const char* Name) {
-        return reinterpret_cast<Function>(Library.Entry(Name));
+        return reinterpret_cast<Function>(Library_.Entry(Name));
     }
 
-    ServiceLibrary& Library;
+    ServiceLibrary& Library_;
 };
 
 }  // namespace Tolvar

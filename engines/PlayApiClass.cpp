@@ -16,7 +16,7 @@ constexpr int MostStillPolls = 100;  // four seconds
 
 PlayApiClass::PlayApiClass(EngineSetup Setup)
     : PlayEngine(std::move(Setup)),
-      Mm(Os.Wave),
+      Mm_(Os.Wave),
       StopPlayTimer(Forms().Timers.Timer0),
       CallBackTimer(Forms().Timers.Timer2) {
     PosTime.wType = TIME_SAMPLES;
@@ -30,8 +30,8 @@ PlayApiClass::~PlayApiClass() {
 }
 
 void PlayApiClass::Close() noexcept {
-    if (IsClosed) return;
-    IsClosed = true;
+    if (IsClosed_) return;
+    IsClosed_ = true;
     State.FillEnded = true;
     CloseWaveDevice();
     CallBackTimer.Enabled(false);
@@ -56,7 +56,7 @@ bool PlayApiClass::Trapped(std::string_view FailText, Operation Do) {
 bool PlayApiClass::CreateSoundBuffer() {
     return Trapped("Play Buffer - Failed", [this] {
         if (State.PlayRunningState != 0) StopPlay();
-        if (IsClosed) return false;  // the editor dropped this engine inside "Stopped"
+        if (IsClosed_) return false;  // the editor dropped this engine inside "Stopped"
         // Closed first, so that no device reads a buffer whose geometry is about to change.
         CloseWaveDevice();
         ForgetGeometry(State);
@@ -69,7 +69,7 @@ bool PlayApiClass::CreateSoundBuffer() {
 }
 
 void PlayApiClass::OpenWaveDevice() {
-    if (Mm.waveOutGetNumDevs() < 1) {
+    if (Mm_.waveOutGetNumDevs() < 1) {
         LogCause("Sound Buffer Failed", "there is no sound device");
         return;
     }
@@ -81,7 +81,7 @@ void PlayApiClass::OpenWaveDevice() {
     WaveFmt.nAvgBytesPerSec = static_cast<DWORD>(CheckedMul(BlockAlign, State.FmtFriq));
     WaveFmt.wBitsPerSample = 16;
     WaveFmt.cbSize = 0;
-    const MMRESULT Result = Mm.waveOutOpen(&hWaveOut, WAVE_MAPPER, &WaveFmt, 0, 0, 0);
+    const MMRESULT Result = Mm_.waveOutOpen(&hWaveOut, WAVE_MAPPER, &WaveFmt, 0, 0, 0);
     DeviceOpen = Result == MMSYSERR_NOERROR;
     if (!DeviceOpen) {
         LogCause("Sound Buffer Failed", "waveOutOpen answered " + std::to_string(Result) + " for " +
@@ -99,11 +99,11 @@ void PlayApiClass::CloseWaveDevice() {
     for (const std::size_t Segment : {1U, 2U}) {
         if (!HdrPrepared[Segment]) continue;
         Note("waveOutUnprepareHeader",
-             Mm.waveOutUnprepareHeader(hWaveOut, &WaveHdr[Segment], WaveHdrBytes));
+             Mm_.waveOutUnprepareHeader(hWaveOut, &WaveHdr[Segment], WaveHdrBytes));
         HdrPrepared[Segment] = false;
     }
     // One that refuses stays to be closed: nobody could open it again, and it reads the headers.
-    const MMRESULT Result = Mm.waveOutClose(hWaveOut);
+    const MMRESULT Result = Mm_.waveOutClose(hWaveOut);
     Note("waveOutClose", Result);
     DeviceOpen = Result != MMSYSERR_NOERROR;
     ForgetQueue();
@@ -119,9 +119,9 @@ void PlayApiClass::ForgetQueue() {
 }
 
 void PlayApiClass::ResetDevice() {
-    const MMRESULT Result = Mm.waveOutReset(hWaveOut);
+    const MMRESULT Result = Mm_.waveOutReset(hWaveOut);
     Note("waveOutReset", Result);
-    ResetOwed = DeviceOpen && Result != MMSYSERR_NOERROR;
+    ResetOwed_ = DeviceOpen && Result != MMSYSERR_NOERROR;
 }
 
 /// A refusal that nobody is told of, because the play goes on as well as it can.
@@ -138,7 +138,7 @@ void PlayApiClass::PrepareHeader(std::int32_t Segment) {
     Header.lpData =
         reinterpret_cast<const char*>(State.StreamBuff.At(Segment == 1 ? 1 : State.SegSamples + 1));
     Header.dwBufferLength = static_cast<DWORD>(State.SegFilledBytes);
-    const MMRESULT Result = Mm.waveOutPrepareHeader(hWaveOut, &Header, WaveHdrBytes);
+    const MMRESULT Result = Mm_.waveOutPrepareHeader(hWaveOut, &Header, WaveHdrBytes);
     Note("waveOutPrepareHeader", Result);
     HdrPrepared[Index] = Result == MMSYSERR_NOERROR;
 }
@@ -147,7 +147,7 @@ void PlayApiClass::FillAndQueue() {
     if (FillBusy) return;
     FillBusy = true;
     LastQueueOk = false;
-    FillFailure.clear();
+    FillFailure_.clear();
     try {
         if (!State.FillEnded) {
             QueueSegment(NextSeg);
@@ -161,7 +161,7 @@ void PlayApiClass::FillAndQueue() {
         FillBusy = false;
         State.FillEnded = true;
         NextSeg = 0;
-        FillFailure = Cause.what();
+        FillFailure_ = Cause.what();
     }
 }
 
@@ -175,7 +175,7 @@ void PlayApiClass::QueueSegment(std::int32_t Segment) {
     }
     PrepareHeader(Segment);
     WAVEHDR& Header = WaveHdr[static_cast<std::size_t>(Segment)];
-    const MMRESULT Result = Mm.waveOutWrite(hWaveOut, &Header, WaveHdrBytes);
+    const MMRESULT Result = Mm_.waveOutWrite(hWaveOut, &Header, WaveHdrBytes);
     if (Result == MMSYSERR_NOERROR) {
         LastQueueOk = true;
         LastQueuedStart = TotalQueued;
@@ -201,7 +201,7 @@ bool PlayApiClass::PlayMe() {
 bool PlayApiClass::UTurn() {
     return Trapped("UTurn failed", [this] {
         // Paused before it is asked: what it played in between would be heard twice.
-        if (State.PlayRunningState != 0) Note("waveOutPause", Mm.waveOutPause(hWaveOut));
+        if (State.PlayRunningState != 0) Note("waveOutPause", Mm_.waveOutPause(hWaveOut));
         UpdatePlayPosition();
         if (State.PlayRunningState != 0) HaltPlayback();
         TurnRound(State);
@@ -223,16 +223,16 @@ std::string PlayApiClass::RunText() const {
 }
 
 bool PlayApiClass::StartRun(std::string_view StartText, std::string_view FailText) {
-    if (ResetOwed) ResetDevice();
+    if (ResetOwed_) ResetDevice();
     State.FillEnded = false;
     Stopping = false;
     NextSeg = 1;
     TotalQueued = 0;
-    StillPolls = 0;
+    StillPolls_ = 0;
     FillAndQueue();
     if (!LastQueueOk) {
         CallBackTimer.Enabled(false);
-        const std::string Cause = std::exchange(FillFailure, {});
+        const std::string Cause = std::exchange(FillFailure_, {});
         LogCause(FailText, Cause.empty() ? "no segment could be queued" : Cause);
         Report(FailText);
         return false;
@@ -266,22 +266,22 @@ bool PlayApiClass::StopPlay() {
 
 void PlayApiClass::PlayPause() {
     CallBackTimer.Enabled(false);
-    Note("waveOutPause", Mm.waveOutPause(hWaveOut));
+    Note("waveOutPause", Mm_.waveOutPause(hWaveOut));
     State.PlayRunningState = 3;
 }
 
 void PlayApiClass::PlayContinue() {
-    Note("waveOutRestart", Mm.waveOutRestart(hWaveOut));
-    StillPolls = 0;
+    Note("waveOutRestart", Mm_.waveOutRestart(hWaveOut));
+    StillPolls_ = 0;
     Stopping = false;  // with nothing to continue, the poll finds that out and ends the play
     CallBackTimer.Enabled(true);
     State.PlayRunningState = PlayingState(State);
 }
 
 void PlayApiClass::UpdatePlayPosition() {
-    const MMRESULT Result = Mm.waveOutGetPosition(hWaveOut, &PosTime, MmTimeBytes);
-    if (!PositionLost) Note("waveOutGetPosition", Result);
-    PositionLost = Result != MMSYSERR_NOERROR;
+    const MMRESULT Result = Mm_.waveOutGetPosition(hWaveOut, &PosTime, MmTimeBytes);
+    if (!PositionLost_) Note("waveOutGetPosition", Result);
+    PositionLost_ = Result != MMSYSERR_NOERROR;
     PlayedFrames = static_cast<std::int32_t>(PosTime.sample);
     SetCurPos(State, PlayedFrames);
 }
@@ -295,9 +295,9 @@ void PlayApiClass::CallBackTimer_Timer() {
         UpdatePlayPosition();
         CheckProgress(Before);
         if (PlayedFrames > LastQueuedStart && !State.FillEnded) FillAndQueue();
-        if (FillFailure.empty() && StallSeen && PlayedFrames == TotalQueued) FillAndQueue();
+        if (FillFailure_.empty() && StallSeen && PlayedFrames == TotalQueued) FillAndQueue();
         StallSeen = PlayedFrames == TotalQueued;
-        if (!FillFailure.empty()) EndFailedRun(std::exchange(FillFailure, {}));
+        if (!FillFailure_.empty()) EndFailedRun(std::exchange(FillFailure_, {}));
     } catch (const std::exception& Cause) {
         EndFailedRun(Cause.what());
     }
@@ -306,8 +306,8 @@ void PlayApiClass::CallBackTimer_Timer() {
 /// A device that stands still, or does not say where it is, must not keep a play alive.
 void PlayApiClass::CheckProgress(std::int32_t PlayedBefore) {
     const bool Still = PlayedFrames == PlayedBefore && PlayedFrames != TotalQueued;
-    StillPolls = Still ? StillPolls + 1 : 0;
-    RequireOfDevice(StillPolls <= MostStillPolls, "the device stands still");
+    StillPolls_ = Still ? StillPolls_ + 1 : 0;
+    RequireOfDevice(StillPolls_ <= MostStillPolls, "the device stands still");
 }
 
 void PlayApiClass::StopPlayTimer_Timer() {

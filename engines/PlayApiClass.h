@@ -48,7 +48,7 @@ class PlayApiClass final : public PlayEngine {
     template <typename Operation>
     bool Trapped(std::string_view FailText, Operation Do);
 
-    WaveOut& Mm;
+    WaveOut& Mm_;
     Timer& StopPlayTimer;
     Timer& CallBackTimer;
 
@@ -66,12 +66,12 @@ class PlayApiClass final : public PlayEngine {
     bool Stopping = false;
     std::int32_t PlayedFrames = 0;  // device position last read
     bool StallSeen = false;         // the previous poll found everything queued played
-    int StillPolls = 0;             // on which the device had not moved, and had more to play
-    bool ResetOwed = false;         // refused, so the queue is still the device's
-    bool PositionLost = false;
+    int StillPolls_ = 0;            // on which the device had not moved, and had more to play
+    bool ResetOwed_ = false;        // refused, so the queue is still the device's
+    bool PositionLost_ = false;
     bool FillBusy = false;
-    bool IsClosed = false;
-    std::string FillFailure;  // what cut the last FillAndQueue short; "" when nothing did
+    bool IsClosed_ = false;
+    std::string FillFailure_;  // what cut the last FillAndQueue short; "" when nothing did
 };
 
 }  // namespace Tolvar

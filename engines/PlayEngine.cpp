@@ -9,7 +9,7 @@ namespace Tolvar {
 PlayEngine::PlayEngine(EngineSetup Setup)
     : Os(Setup.Os),
       State(Setup.State),
-      SharedForms(std::move(Setup.Forms)),
+      SharedForms_(std::move(Setup.Forms)),
       MsgBoxOb(std::move(Setup.Event)) {}
 
 void PlayEngine::Report(std::string_view Ttl) {

@@ -66,10 +66,10 @@ class PlayEngine : public std::enable_shared_from_this<PlayEngine> {
 
     System& Os;
     PlayerState& State;
-    EngineForms& Forms() { return *SharedForms; }
+    EngineForms& Forms() { return *SharedForms_; }
 
   private:
-    std::shared_ptr<EngineForms> SharedForms;
+    std::shared_ptr<EngineForms> SharedForms_;
     EngineSetup::MsgBoxObEvent MsgBoxOb;
 };
 

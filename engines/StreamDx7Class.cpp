@@ -40,7 +40,7 @@ StreamDx7Class::~StreamDx7Class() {
 }
 
 void StreamDx7Class::Close() noexcept {
-    if (std::exchange(IsClosed, true)) return;
+    if (std::exchange(IsClosed_, true)) return;
     try {
         CloseDirectSound();
     } catch (const std::exception& Cause) {
@@ -56,14 +56,14 @@ bool StreamDx7Class::PutONDx7Ds(std::int32_t MFrmHwnd) {
         DSound->SetCooperativeLevel(MFrmHwnd, DSSCL_PRIORITY);
         // The cursor enters segment 1, and segment 2 may be refilled; it enters segment 2, and
         // segment 1 may be; it reaches the buffer's end.
-        EventFrms[0].Bind([this](std::int32_t) { RefillNotified(2); });
-        EventFrms[1].Bind([this](std::int32_t) {
+        EventFrms_[0].Bind([this](std::int32_t) { RefillNotified(2); });
+        EventFrms_[1].Bind([this](std::int32_t) {
             SeenInSegment2();
             RefillNotified(1);
         });
-        EventFrms[2].Bind([this](std::int32_t) { DxEventFrm2_DxEventForward(); });
-        for (std::size_t N = 0; N < EventFrms.size(); ++N) {
-            EventIds[N] = DxRoot->CreateEvent(EventFrms[N]);
+        EventFrms_[2].Bind([this](std::int32_t) { DxEventFrm2_DxEventForward(); });
+        for (std::size_t N = 0; N < EventFrms_.size(); ++N) {
+            EventIds_[N] = DxRoot->CreateEvent(EventFrms_[N]);
         }
         return true;
     } catch (const std::exception& Cause) {
@@ -78,9 +78,9 @@ void StreamDx7Class::CloseDirectSound() {
     DsBuffer.reset();
     State.PlayRunningState = 0;
     Live(false);
-    for (std::size_t N = 0; N < EventFrms.size(); ++N) {
-        if (EventIds[N] != 0) DxRoot->DestroyEvent(std::exchange(EventIds[N], 0));
-        EventFrms[N].Bind({});
+    for (std::size_t N = 0; N < EventFrms_.size(); ++N) {
+        if (EventIds_[N] != 0) DxRoot->DestroyEvent(std::exchange(EventIds_[N], 0));
+        EventFrms_[N].Bind({});
     }
     DSound.reset();
     DxRoot.reset();
@@ -94,8 +94,9 @@ bool StreamDx7Class::CreateSoundBuffer() {
         DsBuffer = DSound->CreateSoundBuffer({BufferFlags, State.BuffBytes}, FormatOf(State));
         State.PlayRunningState = 0;
         ForgetWraps();
-        const std::array<DSBPOSITIONNOTIFY, 3> NotifyPos{
-            {{0, EventIds[0]}, {State.SegBytes, EventIds[1]}, {State.BuffBytes - 1, EventIds[2]}}};
+        const std::array<DSBPOSITIONNOTIFY, 3> NotifyPos{{{0, EventIds_[0]},
+                                                          {State.SegBytes, EventIds_[1]},
+                                                          {State.BuffBytes - 1, EventIds_[2]}}};
         DsBuffer->SetNotificationPositions(NotifyPos);
         Live(true);
         return true;

@@ -43,10 +43,10 @@ class StreamDx7Class final : public StreamEngine {
     std::unique_ptr<DirectX7> DxRoot;
     std::unique_ptr<DirectSound> DSound;
     std::unique_ptr<DirectSoundBuffer> DsBuffer;
-    std::array<DxEventFrm, 3> EventFrms;  // DxEventFrm0, DxEventFrm1, DxEventFrm2
-    std::array<std::int32_t, 3> EventIds{};
+    std::array<DxEventFrm, 3> EventFrms_;  // DxEventFrm0, DxEventFrm1, DxEventFrm2
+    std::array<std::int32_t, 3> EventIds_{};
     bool FillBusy = false;
-    bool IsClosed = false;
+    bool IsClosed_ = false;
     std::int32_t WrapCount = 0;       // passes round the buffer that the position counts
     std::int32_t PendingWraps = 0;    // end-of-buffer signals it does not count yet; -1: one ahead
     std::int32_t LastPlayCursor = 0;  // bytes: as it was seen last, or signalled since

@@ -19,7 +19,7 @@ constexpr double SegmentMs = 4000;
 
 StreamDx9Class::StreamDx9Class(EngineSetup Setup)
     : StreamEngine(std::move(Setup)),
-      Service(Os.AudioService),
+      Service_(Os.AudioService),
       Dx9CallBackTimer(Forms().Dx9Callback.Dx9Timer) {
     Dx9CallBackTimer.Bind([this] { Guarded([this] { Dx9CallBackTimer_Timer(); }); });
     Dx9CallBackTimer.Enabled(false);
@@ -30,10 +30,10 @@ StreamDx9Class::~StreamDx9Class() {
 }
 
 void StreamDx9Class::Close() noexcept {
-    if (std::exchange(IsClosed, true)) return;
+    if (std::exchange(IsClosed_, true)) return;
     CloseSoundService();
     try {
-        Service.Service07();
+        Service_.Service07();
     } catch (const std::exception& Cause) {
         LogCause("Shutting the audio service down failed", Cause.what());
     }
@@ -45,7 +45,7 @@ void StreamDx9Class::Close() noexcept {
 void StreamDx9Class::CloseSoundService() noexcept {
     try {
         StopPlay();
-        Service.Service03();
+        Service_.Service03();
     } catch (const std::exception& Cause) {
         LogCause("Closing the audio service failed", Cause.what());
     }
@@ -61,8 +61,8 @@ bool StreamDx9Class::CreateSoundBuffer() {
         if (State.PlayRunningState != 0) HaltPlayback();
         SetPollInterval();
         SetGeometry(State);
-        Service.Service03();
-        Service.Service02(DsHwnd, State.FmtChannal, State.FmtFriq, DeviceBits, State.BuffBytes);
+        Service_.Service03();
+        Service_.Service02(DsHwnd, State.FmtChannal, State.FmtFriq, DeviceBits, State.BuffBytes);
         Live(true);
         return true;
     } catch (const std::exception& Cause) {
@@ -82,19 +82,19 @@ void StreamDx9Class::SetPollInterval() {
 
 bool StreamDx9Class::WriteSegment(std::int32_t Segment) {
     const bool First = Segment == 1;
-    return Service.Service06(State.StreamBuff.At(First ? 1 : State.SegSamples + 1), State.SegBytes,
-                             First ? 0 : State.SegBytes) == 1;
+    return Service_.Service06(State.StreamBuff.At(First ? 1 : State.SegSamples + 1), State.SegBytes,
+                              First ? 0 : State.SegBytes) == 1;
 }
 
 bool StreamDx9Class::StartDevice(bool Restart) {
-    if (Service.Service04(Restart ? 1 : 0, State.PlayFriq) != 1) return false;
-    LastToldNs = Os.Home.Time().NowNs();
+    if (Service_.Service04(Restart ? 1 : 0, State.PlayFriq) != 1) return false;
+    LastToldNs_ = Os.Home.Time().NowNs();
     Dx9CallBackTimer.Enabled(true);
     return true;
 }
 
 void StreamDx9Class::StopDevice() {
-    Service.Service05();
+    Service_.Service05();
 }
 
 void StreamDx9Class::PlayPause() {
@@ -111,7 +111,7 @@ std::int32_t StreamDx9Class::FramesPlayed() {
     std::int32_t Wraps = 0;
     std::int32_t Cursor = 0;
     const double BlockSize = CheckedMul(State.FmtChannal, 2);
-    if (Service.Service01(Wraps, Cursor) == 0) return 0;
+    if (Service_.Service01(Wraps, Cursor) == 0) return 0;
     return Round32(CheckedMul(State.BuffFrames, Wraps) + Cursor / BlockSize);
 }
 
@@ -120,9 +120,9 @@ std::int32_t StreamDx9Class::FramesPlayed() {
 void StreamDx9Class::Watch(bool Tells) {
     if (State.PlayRunningState == 0 || State.PlayRunningState == 3) return StopAgain();
     const std::int64_t NowNs = Os.Home.Time().NowNs();
-    if (Tells) LastToldNs = NowNs;
+    if (Tells) LastToldNs_ = NowNs;
     const std::int64_t RoundNs = NsPerSecond * State.BuffFrames / State.PlayFriq;
-    RequireOfDevice(NowNs - LastToldNs <= RoundNs,
+    RequireOfDevice(NowNs - LastToldNs_ <= RoundNs,
                     "the audio service tells of no segment any more");
 }
 
@@ -132,7 +132,7 @@ void StreamDx9Class::Dx9CallBackTimer_Timer() {
     std::int32_t RefillSecond = 0;
     std::int32_t RefillFirst = 0;
     std::int32_t Spare = 0;
-    Service.Service08(Stopped, RefillSecond, RefillFirst, Spare);
+    Service_.Service08(Stopped, RefillSecond, RefillFirst, Spare);
     if (Stopped != 0 && !State.LoopPlayON) return;
     if (Stopped == 0) Watch(RefillSecond != 0 || RefillFirst != 0);
     if (RefillSecond != 0) Refill(2);

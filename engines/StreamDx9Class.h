@@ -34,11 +34,11 @@ class StreamDx9Class final : public StreamEngine {
     void Watch(bool Tells);
     void Dx9CallBackTimer_Timer();
 
-    Dx9CallBackMod Service;
+    Dx9CallBackMod Service_;
     Timer& Dx9CallBackTimer;
     std::int32_t DsHwnd = 0;
-    bool IsClosed = false;
-    std::int64_t LastToldNs = 0;  // when the run set off, or a segment was last told of
+    bool IsClosed_ = false;
+    std::int64_t LastToldNs_ = 0;  // when the run set off, or a segment was last told of
 };
 
 }  // namespace Tolvar

@@ -64,8 +64,8 @@ bool StreamEngine::StartRun(RunKind Kind) {
     State.FillEnded = false;
     // A mark left by a countdown that a halt disarmed must not end this run early.
     State.StopTimerMark = 0;
-    EndSignalled = false;
-    LateMs = 0;
+    EndSignalled_ = false;
+    LateMs_ = 0;
     if (Kind == RunKind::FromEdge) LoopCount = 0;
     SetPlayFriq();
     if (!StartDevice(true)) return FailRun();
@@ -146,8 +146,8 @@ void StreamEngine::Refill(std::int32_t Segment) {
         } else {
             State.FillEnded = true;
         }
-    } else if (!EndSignalled) {
-        EndSignalled = true;
+    } else if (!EndSignalled_) {
+        EndSignalled_ = true;
         ArmCountdown();
         State.StopTimerMark = TimerMark();
     }
@@ -177,13 +177,13 @@ std::int32_t StreamEngine::UnheardMs() {
 
 void StreamEngine::StopPlayTimer_Timer() {
     StopPlayTimer.Enabled(false);
-    if (const std::int32_t LeftMs = UnheardMs(); LeftMs > 0 && LateMs < MostLateMs) {
-        LateMs += LeftMs;
+    if (const std::int32_t LeftMs = UnheardMs(); LeftMs > 0 && LateMs_ < MostLateMs) {
+        LateMs_ += LeftMs;
         StopPlayTimer.Interval(LeftMs);
         StopPlayTimer.Enabled(true);
         return;
     }
-    EndSignalled = false;  // a continue after the end is ended by its next signal
+    EndSignalled_ = false;  // a continue after the end is ended by its next signal
     if (State.LoopPlayON) {
         const std::int32_t Before = LoopCount;
         PlayMe();
@@ -201,7 +201,7 @@ void StreamEngine::StopPlayTimer_Timer() {
 void StreamEngine::EndFailedRun(std::string_view Cause) noexcept {
     LogCause("Play Failed", Cause);
     LoopCount = 0;
-    EndSignalled = false;
+    EndSignalled_ = false;
     const bool WasOver = State.PlayRunningState == 0;  // the poll of a loop goes on behind its stop
     HaltPlayback();
     if (!WasOver) Report("Play Failed");

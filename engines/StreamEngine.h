@@ -77,8 +77,8 @@ class StreamEngine : public PlayEngine {
 
     Timer& StopPlayTimer;
     bool BufferLive = false;     // a buffer has been created or started
-    bool EndSignalled = false;   // a signal of this run has armed the countdown
-    std::int32_t LateMs = 0;     // by which the countdown of this run was put off
+    bool EndSignalled_ = false;  // a signal of this run has armed the countdown
+    std::int32_t LateMs_ = 0;    // by which the countdown of this run was put off
     std::int32_t LoopCount = 0;  // loop restarts since the last PlayMe
 };
 

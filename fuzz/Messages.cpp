@@ -23,15 +23,15 @@ constexpr int MostSteps = 64;
 
 class Script {
   public:
-    explicit Script(Bytes Input) : Rest(Input) {}
+    explicit Script(Bytes Input) : Rest_(Input) {}
 
-    bool AtEnd() const { return Rest.empty(); }
+    bool AtEnd() const { return Rest_.empty(); }
     std::string Taken(std::size_t Most) {
-        const Bytes First = Rest.first(std::min(Most, Rest.size()));
-        Rest = Rest.subspan(First.size());
+        const Bytes First = Rest_.first(std::min(Most, Rest_.size()));
+        Rest_ = Rest_.subspan(First.size());
         return {First.begin(), First.end()};
     }
-    std::uint8_t Byte() { return Rest.empty() ? 0 : static_cast<std::uint8_t>(Taken(1)[0]); }
+    std::uint8_t Byte() { return Rest_.empty() ? 0 : static_cast<std::uint8_t>(Taken(1)[0]); }
     std::int32_t Int() {
         std::uint32_t Value = 0;
         for (unsigned Shift = 0; Shift < 32; Shift += 8)
@@ -47,7 +47,7 @@ class Script {
     std::string Text() { return Taken(Byte() % 8U); }
 
   private:
-    Bytes Rest;
+    Bytes Rest_;
 };
 
 /// A server, and its editor's end of the socket.
@@ -58,12 +58,12 @@ class Conversation {
         std::array<int, 2> Pair{};
         Demand(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, Pair.data()) == 0,
                "there is a socket pair");
-        Socket = Descriptor(Pair[0]);
+        Socket_ = Descriptor(Pair[0]);
         auto Theirs = std::make_unique<BusLink>(Descriptor(Pair[1]), BusLink::Side::Server);
         // The sink has no time: it answers in advance, later or not at all.
-        Hosting.emplace(Server, std::move(Theirs), false, 0);
+        Hosting_.emplace(Server_, std::move(Theirs), false, 0);
         if (Raw) return;
-        Link.emplace(Descriptor(dup(Socket.Get())), BusLink::Side::Client);
+        Link.emplace(Descriptor(dup(Socket_.Get())), BusLink::Side::Client);
         while (sd_bus_is_ready(Link->Bus()) == 0)
             Pass(0);
     }
@@ -76,43 +76,43 @@ class Conversation {
     }
     // More than the socket holds stays unsaid.
     void Say(const std::string& Bytes) {
-        send(Socket.Get(), Bytes.data(), Bytes.size(), MSG_NOSIGNAL);
+        send(Socket_.Get(), Bytes.data(), Bytes.size(), MSG_NOSIGNAL);
     }
     void Pass(int Ms) {
-        if (!Hosting->Finished()) Hosting->TurnLater();
+        if (!Hosting_->Finished()) Hosting_->TurnLater();
         // A wave of a few frames that goes round is filled anew a thousand times a second.
-        Server.Home().AdvanceBy(std::min(Ms, LeftMs));
-        LeftMs -= std::min(Ms, LeftMs);
+        Server_.Home().AdvanceBy(std::min(Ms, LeftMs_));
+        LeftMs_ -= std::min(Ms, LeftMs_);
         if (Link) Link->Receive();
         Check();
     }
     void HangUp() {
         Pass(0);
         Link.reset();
-        Socket.Close();
+        Socket_.Close();
         Pass(1000);
-        Demand(Hosting->Finished() && !Server.HasPlayer(), "an editor that has gone is let go");
+        Demand(Hosting_->Finished() && !Server_.HasPlayer(), "an editor that has gone is let go");
     }
 
     std::optional<BusLink> Link;
 
   private:
     void Check() const {
-        const PlayerState& State = Server.State();
+        const PlayerState& State = Server_.State();
         Demand(State.FmtChannal >= 0 && State.FmtChannal <= 2, "channels are 1 or 2");
         Demand(State.FmtBits == 0 || State.FmtBits == 8 || State.FmtBits == 16, "bits are 8 or 16");
         Demand(State.WaveNos == 0 || (State.FmtChannal > 0 && State.FmtBits > 0 && State.BlkCarrL),
                "a wave that is there is there whole");
         Demand(State.PlayRunningState >= 0 && State.PlayRunningState <= 3, "a run state is known");
         Demand(State.PlayTempoFor == State.PlayTempoFor, "a tempo is a number");
-        Demand(!Hosting->Finished() || !Server.HasPlayer(), "what has ended holds no player");
+        Demand(!Hosting_->Finished() || !Server_.HasPlayer(), "what has ended holds no player");
     }
 
-    int LeftMs = 3000;
-    Descriptor Socket;
-    PlayServer Server{
+    int LeftMs_ = 3000;
+    Descriptor Socket_;
+    PlayServer Server_{
         {.VirtualClock = true, .LogPath = "/dev/null", .OnBox = [](std::string_view) {}}};
-    std::optional<Host> Hosting;
+    std::optional<Host> Hosting_;
 };
 
 template <typename... Values>

@@ -20,11 +20,11 @@ std::unique_ptr<Clock> MakeClock(bool Virtual) {
 
 class HandlerBox : public MessageBox {
   public:
-    explicit HandlerBox(std::function<void(std::string_view)> Answer) : OnBox(std::move(Answer)) {}
-    void Show(std::string_view Text) override { OnBox(Text); }
+    explicit HandlerBox(std::function<void(std::string_view)> Answer) : OnBox_(std::move(Answer)) {}
+    void Show(std::string_view Text) override { OnBox_(Text); }
 
   private:
-    std::function<void(std::string_view)> OnBox;
+    std::function<void(std::string_view)> OnBox_;
 };
 
 std::unique_ptr<MessageBox> MakeBox(const PlayServerOptions& Options, Log& Journal) {
@@ -68,32 +68,32 @@ EngineOrder EngineOrderOf(const std::string& Word) {
 }
 
 PlayServer::PlayServer(const PlayServerOptions& Options)
-    : Time(MakeClock(Options.VirtualClock)),
-      Lines(Options.LogPath),
-      Loop(*Time, Lines),
-      Box(MakeBox(Options, Lines)),
-      Card(Loop, OutputFor(Options, *Time), Options.Rate, Lines),
-      Wave(Card),
-      Service(Card, Lines),
-      Parts{Loop,
-            FileLayer,
-            *Box,
-            Lines,
-            Wave,
-            Service,
-            [this] { return std::make_unique<DirectX7Root>(Card); }},
-      Blocks(FileLayer, *Box, Shared),
-      Object(std::make_unique<PlayDllClass>(Parts, Shared, Blocks, Options.Engine)) {}
+    : Time_(MakeClock(Options.VirtualClock)),
+      Lines_(Options.LogPath),
+      Loop_(*Time_, Lines_),
+      Box_(MakeBox(Options, Lines_)),
+      Card_(Loop_, OutputFor(Options, *Time_), Options.Rate, Lines_),
+      Wave_(Card_),
+      Service_(Card_, Lines_),
+      Parts_{Loop_,
+             FileLayer_,
+             *Box_,
+             Lines_,
+             Wave_,
+             Service_,
+             [this] { return std::make_unique<DirectX7Root>(Card_); }},
+      Blocks_(FileLayer_, *Box_, Shared_),
+      Object_(std::make_unique<PlayDllClass>(Parts_, Shared_, Blocks_, Options.Engine)) {}
 
 PlayServer::~PlayServer() {
-    Object.reset();
+    Object_.reset();
     // The store goes before the state, and the carriers give their blocks back to it.
-    Shared.BlkCarrL.reset();
-    Shared.BlkCarrR.reset();
+    Shared_.BlkCarrL.reset();
+    Shared_.BlkCarrR.reset();
 }
 
 void PlayServer::Release() {
-    const auto Leaving = std::move(Object);
+    const auto Leaving = std::move(Object_);
     Leaving->Release();
 }
 

@@ -52,33 +52,33 @@ class PlayServer {
     PlayServer& operator=(const PlayServer&) = delete;
 
     /// Until Release.
-    PlayDllClass& Player() { return *Object; }
-    const PlayDllClass& Player() const { return *Object; }
-    bool HasPlayer() const { return Object != nullptr; }
-    const PlayerState& State() const { return Shared; }
-    const WoroFileBlockMod& Store() const { return Blocks; }
-    Apartment& Home() { return Loop; }
-    Log& Journal() { return Lines; }
+    PlayDllClass& Player() { return *Object_; }
+    const PlayDllClass& Player() const { return *Object_; }
+    bool HasPlayer() const { return Object_ != nullptr; }
+    const PlayerState& State() const { return Shared_; }
+    const WoroFileBlockMod& Store() const { return Blocks_; }
+    Apartment& Home() { return Loop_; }
+    Log& Journal() { return Lines_; }
 
     /// The editor lets go: the player object's last reports come, then it is gone. Once.
     void Release();
 
     /// Everything heard is on its medium when it returns; RuntimeFailure when some of it was lost.
-    void Finish() { Card.Finish(); }
+    void Finish() { Card_.Finish(); }
 
   private:
-    std::unique_ptr<Clock> Time;
-    TextLog Lines;
-    Apartment Loop;
-    PosixFiles FileLayer;
-    std::unique_ptr<MessageBox> Box;
-    SoundCard Card;
-    WaveOutDevice Wave;
-    DlServiceLibrary Service;
-    System Parts;
-    PlayerState Shared;
-    WoroFileBlockMod Blocks;
-    std::unique_ptr<PlayDllClass> Object;
+    std::unique_ptr<Clock> Time_;
+    TextLog Lines_;
+    Apartment Loop_;
+    PosixFiles FileLayer_;
+    std::unique_ptr<MessageBox> Box_;
+    SoundCard Card_;
+    WaveOutDevice Wave_;
+    DlServiceLibrary Service_;
+    System Parts_;
+    PlayerState Shared_;
+    WoroFileBlockMod Blocks_;
+    std::unique_ptr<PlayDllClass> Object_;
 };
 
 }  // namespace Tolvar

@@ -28,7 +28,7 @@ std::int64_t MsAfter(std::int64_t FromNs, std::int64_t Ms) {
 struct Apartment::Impl {
     using AlarmKey = std::pair<std::int64_t, std::uint64_t>;
 
-    Impl(Clock& TheTime, Log& TheJournal) : Time(TheTime), Journal(TheJournal) {}
+    Impl(Clock& Waiting, Log& Lines) : Time(Waiting), Journal(Lines) {}
 
     bool Turn(std::int64_t DueNs, const std::function<bool()>& Until);
     bool RunPosts();
@@ -143,57 +143,57 @@ bool Apartment::Impl::Turn(std::int64_t DueNs, const std::function<bool()>& Unti
 }
 
 Apartment::Apartment(Clock& Time, Log& Journal)
-    : TimeOf(Time), Inner(std::make_unique<Impl>(Time, Journal)) {}
+    : Time_(Time), Inner_(std::make_unique<Impl>(Time, Journal)) {}
 
 Apartment::~Apartment() = default;
 
 Apartment::AlarmId Apartment::Arm(std::int64_t DueNs, Handler OnDue) {
-    const AlarmId Made{DueNs, Inner->NextOrder++};
-    Inner->Alarms.emplace(Impl::AlarmKey(Made.DueNs, Made.Order), std::move(OnDue));
+    const AlarmId Made{DueNs, Inner_->NextOrder++};
+    Inner_->Alarms.emplace(Impl::AlarmKey(Made.DueNs, Made.Order), std::move(OnDue));
     return Made;
 }
 
 void Apartment::Disarm(AlarmId& Alarm) {
-    Inner->Alarms.erase(Impl::AlarmKey(Alarm.DueNs, Alarm.Order));
+    Inner_->Alarms.erase(Impl::AlarmKey(Alarm.DueNs, Alarm.Order));
     Alarm = {};
 }
 
 void Apartment::Post(Handler Call) {
     {
-        const std::lock_guard Guard(Inner->PostLock);
-        Inner->Posts.push_back(std::move(Call));
+        const std::lock_guard Guard(Inner_->PostLock);
+        Inner_->Posts.push_back(std::move(Call));
     }
-    Inner->Events->Wake();
+    Inner_->Events->Wake();
 }
 
 void Apartment::Watch(EventSource Source, Handler OnReadable) {
     Unwatch(Source);
-    Inner->Watchers.push_back({Source, std::make_shared<Handler>(std::move(OnReadable))});
+    Inner_->Watchers.push_back({Source, std::make_shared<Handler>(std::move(OnReadable))});
 }
 
 void Apartment::Unwatch(EventSource Source) {
-    std::erase_if(Inner->Watchers, [&](const Watcher& Each) { return Each.Source == Source; });
+    std::erase_if(Inner_->Watchers, [&](const Watcher& Each) { return Each.Source == Source; });
 }
 
 bool Apartment::RunUntil(std::int64_t DueNs, const std::function<bool()>& Until) {
-    if (Inner->Running) throw std::logic_error("the message loop was entered twice");
+    if (Inner_->Running) throw std::logic_error("the message loop was entered twice");
     struct Scope {
         bool& Flag;
         ~Scope() { Flag = false; }
-    } const Entered{Inner->Running};
-    Inner->Running = true;
-    Inner->Holds = Until && Until();
-    while (!Inner->Holds && Inner->Turn(DueNs, Until)) {
+    } const Entered{Inner_->Running};
+    Inner_->Running = true;
+    Inner_->Holds = Until && Until();
+    while (!Inner_->Holds && Inner_->Turn(DueNs, Until)) {
     }
-    return Inner->Holds;
+    return Inner_->Holds;
 }
 
 void Apartment::AdvanceBy(std::int64_t Ms) {
-    RunUntil(MsAfter(TimeOf.NowNs(), Ms));
+    RunUntil(MsAfter(Time_.NowNs(), Ms));
 }
 
 void Apartment::Sleep(std::int64_t Ms) {
-    TimeOf.WaitUntil(MsAfter(TimeOf.NowNs(), Ms), {});
+    Time_.WaitUntil(MsAfter(Time_.NowNs(), Ms), {});
 }
 
 }  // namespace Tolvar

@@ -30,7 +30,7 @@ class Apartment {
     Apartment(const Apartment&) = delete;
     Apartment& operator=(const Apartment&) = delete;
 
-    Clock& Time() const { return TimeOf; }
+    Clock& Time() const { return Time_; }
 
     /// Runs OnDue once, at DueNs or as soon after it as the loop runs. Alarms of one moment run in
     /// the order in which they were armed. Apartment's thread.
@@ -61,8 +61,8 @@ class Apartment {
 
   private:
     struct Impl;
-    Clock& TimeOf;
-    std::unique_ptr<Impl> Inner;
+    Clock& Time_;
+    std::unique_ptr<Impl> Inner_;
 };
 
 /// A timer of a hidden form: ticks every Interval milliseconds while it is enabled. Ticks that
@@ -75,26 +75,26 @@ class Timer {
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
 
-    std::int32_t Interval() const { return IntervalMs; }
+    std::int32_t Interval() const { return IntervalMs_; }
     /// Milliseconds; 0 or less does not tick. Setting it on an enabled timer starts the count anew.
     void Interval(std::int32_t Ms);
 
-    bool Enabled() const { return IsEnabled; }
+    bool Enabled() const { return IsEnabled_; }
     /// Enabling starts a full interval; enabling an enabled timer changes nothing.
     void Enabled(bool On);
 
     /// What a tick runs from now on; an empty handler lets ticks be lost.
-    void Bind(Apartment::Handler OnTick) { Tick = std::move(OnTick); }
+    void Bind(Apartment::Handler OnTick) { Tick_ = std::move(OnTick); }
 
   private:
     void Rearm(std::int64_t DueNs);
     void Due();
 
-    Apartment& Home;
-    std::int32_t IntervalMs;
-    bool IsEnabled = false;
-    Apartment::AlarmId Alarm;
-    Apartment::Handler Tick;
+    Apartment& Home_;
+    std::int32_t IntervalMs_;
+    bool IsEnabled_ = false;
+    Apartment::AlarmId Alarm_;
+    Apartment::Handler Tick_;
 };
 
 }  // namespace Tolvar

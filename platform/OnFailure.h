@@ -10,11 +10,11 @@ namespace Tolvar {
 template <class Call>
 class OnFailure {
   public:
-    explicit OnFailure(Call ToUndo) : Undo(std::move(ToUndo)) {}
+    explicit OnFailure(Call ToUndo) : Undo_(std::move(ToUndo)) {}
     ~OnFailure() {
-        if (std::uncaught_exceptions() == Before) return;
+        if (std::uncaught_exceptions() == Before_) return;
         try {
-            Undo();
+            Undo_();
         } catch (...) {
             return;
         }
@@ -23,8 +23,8 @@ class OnFailure {
     OnFailure& operator=(const OnFailure&) = delete;
 
   private:
-    Call Undo;
-    int Before = std::uncaught_exceptions();
+    Call Undo_;
+    int Before_ = std::uncaught_exceptions();
 };
 
 }  // namespace Tolvar

@@ -20,11 +20,11 @@ enum class FailureKind {
 class RuntimeFailure : public std::runtime_error {
   public:
     RuntimeFailure(FailureKind Kind, const std::string& Text)
-        : std::runtime_error(Text), KindOf(Kind) {}
-    FailureKind Kind() const noexcept { return KindOf; }
+        : std::runtime_error(Text), Kind_(Kind) {}
+    FailureKind Kind() const noexcept { return Kind_; }
 
   private:
-    FailureKind KindOf;
+    FailureKind Kind_;
 };
 
 /// RuntimeFailure(Device) with that text, unless it holds.

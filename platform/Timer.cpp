@@ -2,34 +2,34 @@
 
 namespace Tolvar {
 
-Timer::Timer(Apartment& TheHome, std::int32_t Ms) : Home(TheHome), IntervalMs(Ms) {}
+Timer::Timer(Apartment& Home, std::int32_t Ms) : Home_(Home), IntervalMs_(Ms) {}
 
 Timer::~Timer() {
-    Home.Disarm(Alarm);
+    Home_.Disarm(Alarm_);
 }
 
 void Timer::Interval(std::int32_t Ms) {
-    IntervalMs = Ms;
-    if (IsEnabled) Rearm(Home.Time().NowNs() + Ms * NsPerMs);
+    IntervalMs_ = Ms;
+    if (IsEnabled_) Rearm(Home_.Time().NowNs() + Ms * NsPerMs);
 }
 
 void Timer::Enabled(bool On) {
-    if (On == IsEnabled) return;
-    IsEnabled = On;
-    Rearm(Home.Time().NowNs() + IntervalMs * NsPerMs);
+    if (On == IsEnabled_) return;
+    IsEnabled_ = On;
+    Rearm(Home_.Time().NowNs() + IntervalMs_ * NsPerMs);
 }
 
 void Timer::Rearm(std::int64_t DueNs) {
-    Home.Disarm(Alarm);
-    if (IsEnabled && IntervalMs > 0) Alarm = Home.Arm(DueNs, [this] { Due(); });
+    Home_.Disarm(Alarm_);
+    if (IsEnabled_ && IntervalMs_ > 0) Alarm_ = Home_.Arm(DueNs, [this] { Due(); });
 }
 
 void Timer::Due() {
-    const std::int64_t StepNs = IntervalMs * NsPerMs;
-    const std::int64_t LateNs = Home.Time().NowNs() - Alarm.DueNs;
-    Rearm(Alarm.DueNs + (LateNs / StepNs + 1) * StepNs);
+    const std::int64_t StepNs = IntervalMs_ * NsPerMs;
+    const std::int64_t LateNs = Home_.Time().NowNs() - Alarm_.DueNs;
+    Rearm(Alarm_.DueNs + (LateNs / StepNs + 1) * StepNs);
     // A copy, because the handler may bind another or destroy this timer.
-    if (const Apartment::Handler Run = Tick) Run();
+    if (const Apartment::Handler Run = Tick_) Run();
 }
 
 }  // namespace Tolvar

@@ -13,7 +13,7 @@ void VirtualClock::WaitUntil(std::int64_t DueNs, const EventWait& /*Events*/) {
     if (DueNs == Forever) {
         throw std::logic_error("nothing is due: virtual time would stand still for ever");
     }
-    if (DueNs > Now) Now = DueNs;
+    if (DueNs > Now_) Now_ = DueNs;
 }
 
 }  // namespace Tolvar

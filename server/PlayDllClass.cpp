@@ -59,34 +59,34 @@ constexpr std::array<PlayDllClass::EngineKind, 3> PlayDllClass::Kinds{{
 
 PlayDllClass::PlayDllClass(System& OsOf, PlayerState& Shared, WoroFileBlockMod& Blocks,
                            EngineOrder AllowedEngines)
-    : Os(OsOf),
-      State(Shared),
-      Store(Blocks),
-      Allowed(AllowedEngines),
-      Forms(std::make_shared<EngineForms>(OsOf.Home)) {
-    State.PlayTempoFor = 1.0F;
-    State.PlayTempoRev = 1.0F;
+    : Os_(OsOf),
+      State_(Shared),
+      Store_(Blocks),
+      Allowed_(AllowedEngines),
+      Forms_(std::make_shared<EngineForms>(OsOf.Home)) {
+    State_.PlayTempoFor = 1.0F;
+    State_.PlayTempoRev = 1.0F;
 }
 
 PlayDllClass::~PlayDllClass() {
-    if (Released) return;
+    if (Released_) return;
     try {
         Release();
     } catch (const std::exception& Cause) {
-        LogCause(Os.Journal, "Release", Cause.what());
+        LogCause(Os_.Journal, "Release", Cause.what());
     } catch (...) {
-        LogCause(Os.Journal, "Release", "failed");
+        LogCause(Os_.Journal, "Release", "failed");
     }
 }
 
 void PlayDllClass::Release() {
-    Released = true;
+    Released_ = true;
     std::int32_t NoWindow = 0;
     DxObj(NoWindow);
     ReleaseFiles();
-    State.BlkCarrL.reset();
-    State.BlkCarrR.reset();
-    Os.Home.Sleep(LastBreathMs);
+    State_.BlkCarrL.reset();
+    State_.BlkCarrR.reset();
+    Os_.Home.Sleep(LastBreathMs);
 }
 
 // Reports.
@@ -100,9 +100,9 @@ void PlayDllClass::RaiseMsg(std::string_view Msg, std::string_view Ttl) {
     try {
         MsgBoxOb(Msg, Ttl);
     } catch (const std::exception& Cause) {
-        LogCause(Os.Journal, "Report sink", Cause.what());
+        LogCause(Os_.Journal, "Report sink", Cause.what());
     } catch (...) {
-        LogCause(Os.Journal, "Report sink", "threw what is no std::exception");
+        LogCause(Os_.Journal, "Report sink", "threw what is no std::exception");
     }
 }
 
@@ -111,42 +111,42 @@ void PlayDllClass::RaiseMsg(std::string_view Msg, std::string_view Ttl) {
 void PlayDllClass::DxObj(std::int32_t& MFrmHwnd) {
     try {
         DropEngine();
-        State.PlayRunningState = 0;
+        State_.PlayRunningState = 0;
         if (MFrmHwnd <= 0) return;
         for (const EngineKind& Kind : Kinds) {
-            const bool Wanted = Allowed == EngineOrder::Auto || Allowed == Kind.Name;
+            const bool Wanted = Allowed_ == EngineOrder::Auto || Allowed_ == Kind.Name;
             if (Wanted && TakeEngine(Kind, MFrmHwnd)) return;
         }
         MFrmHwnd = -1;
     } catch (const std::exception& Cause) {
-        LogCause(Os.Journal, "Engine selection", Cause.what());
+        LogCause(Os_.Journal, "Engine selection", Cause.what());
         DropEngine();
         MFrmHwnd = -1;
     }
 }
 
 void PlayDllClass::DropEngine() {
-    Live = nullptr;
-    if (const auto Dropped = std::exchange(Engine, nullptr)) Dropped->Drop();
+    Live_ = nullptr;
+    if (const auto Dropped = std::exchange(Engine_, nullptr)) Dropped->Drop();
 }
 
 bool PlayDllClass::TakeEngine(const EngineKind& Kind, std::int32_t& MFrmHwnd) {
     const auto Forward = [this](std::string_view Msg, std::string_view Ttl) { RaiseMsg(Msg, Ttl); };
-    auto Made = Kind.Make({Os, State, Forms, Forward}, MFrmHwnd);
+    auto Made = Kind.Make({Os_, State_, Forms_, Forward}, MFrmHwnd);
     if (!Made) return false;
-    Engine = std::move(Made);
-    Live = &Kind;
+    Engine_ = std::move(Made);
+    Live_ = &Kind;
     MFrmHwnd = Kind.Answer;
     return true;
 }
 
 std::int32_t PlayDllClass::EngineCode() const {
-    return Live == nullptr ? 0 : Live->Code;
+    return Live_ == nullptr ? 0 : Live_->Code;
 }
 
 std::shared_ptr<PlayEngine> PlayDllClass::LiveEngine() {
-    if (!Engine) Status("Driver is Off");
-    return Engine;
+    if (!Engine_) Status("Driver is Off");
+    return Engine_;
 }
 
 // Commands. Each holds the engine while it runs, because a report may drop it.
@@ -160,14 +160,14 @@ void PlayDllClass::PlayAgainRev() {
 }
 
 void PlayDllClass::PlayFromEdge(std::int32_t Direction, std::string_view NotReadyText) {
-    if (State.WaveNos < 1) {
+    if (State_.WaveNos < 1) {
         Status(NotReadyText);
         RaiseMsg("Not ready", "Do \"Play New\" first");
         return;
     }
-    State.PlayDirection = Direction;
-    State.FillNextPos = 1;
-    const EngineKind* const Kind = Live;
+    State_.PlayDirection = Direction;
+    State_.FillNextPos = 1;
+    const EngineKind* const Kind = Live_;
     const auto Playing = LiveEngine();
     if (Playing && !Playing->PlayMe() && Kind->TellsPlayFailed) Status("Play Failed");
 }
@@ -186,8 +186,8 @@ void PlayDllClass::PlayAtPosRev(std::int32_t Pos) {
 }
 
 void PlayDllClass::PlayFrom(std::int32_t Direction, std::int32_t Pos) {
-    State.PlayDirection = Direction;
-    State.PlayCurPos = Pos;
+    State_.PlayDirection = Direction;
+    State_.PlayCurPos = Pos;
     const auto Playing = LiveEngine();
     if (!Playing || !Playing->PlayAtCurrentPosition()) Status("Play at.. failed");
 }
@@ -197,7 +197,7 @@ void PlayDllClass::Trapped(std::string_view What, Operation Do, Answer OnFailure
     try {
         Do();
     } catch (const std::exception& Cause) {
-        LogCause(Os.Journal, What, Cause.what());
+        LogCause(Os_.Journal, What, Cause.what());
         OnFailure();
     }
 }
@@ -206,8 +206,8 @@ void PlayDllClass::StopPlay() {
     constexpr std::string_view Text = "Stop Play error";
     const auto StopAndClose = [this] {
         if (const auto Playing = LiveEngine()) Playing->StopPlay();
-        Store.OrgFileCloseNo(Store.OrgFileOpen());
-        Store.WorkFileCloseNo(Store.WorkFileOpen());
+        Store_.OrgFileCloseNo(Store_.OrgFileOpen());
+        Store_.WorkFileCloseNo(Store_.WorkFileOpen());
     };
     Trapped(Text, StopAndClose, [&] { RaiseMsg(Text, Text); });
 }
@@ -215,7 +215,7 @@ void PlayDllClass::StopPlay() {
 void PlayDllClass::PlayContinue() {
     constexpr std::string_view Text = "Play Continue error";
     const auto Continue = [this] {
-        if (State.WaveNos <= 0) {
+        if (State_.WaveNos <= 0) {
             Status("Nothing to Continue");
         } else if (const auto Playing = LiveEngine()) {
             Playing->PlayContinue();
@@ -234,19 +234,19 @@ void PlayDllClass::PlayPause() {
 
 void PlayDllClass::UpdatePlayPosition() {
     const auto Update = [this] {
-        if (const auto Playing = Engine) Playing->UpdatePlayPosition();
+        if (const auto Playing = Engine_) Playing->UpdatePlayPosition();
     };
-    Trapped("Update position", Update, [this] { State.PlayCurPos = 0; });
+    Trapped("Update position", Update, [this] { State_.PlayCurPos = 0; });
 }
 
 std::int32_t PlayDllClass::PlayCurrentPosition() {
-    if (Live == nullptr) return 0;
-    if (const auto Playing = Engine; Live->PositionIsAskedFor) Playing->UpdatePlayPosition();
-    return State.PlayCurPos;
+    if (Live_ == nullptr) return 0;
+    if (const auto Playing = Engine_; Live_->PositionIsAskedFor) Playing->UpdatePlayPosition();
+    return State_.PlayCurPos;
 }
 
 std::int32_t PlayDllClass::PlayRunningDx7State() const {
-    return State.PlayRunningState;
+    return State_.PlayRunningState;
 }
 
 // The wave.
@@ -262,26 +262,26 @@ void PlayDllClass::WriteWaveMemo(std::int32_t FmtBits, std::int32_t FmtChannal,
     BlkInLstCheck(BlkInLstL, "left");
     if (FmtChannal == 2) BlkInLstCheck(BlkInLstR, "right");
 
-    State.PlayDirection = 1;
-    State.FillNextPos = 1;
+    State_.PlayDirection = 1;
+    State_.FillNextPos = 1;
     ReleaseFiles();
-    GiveBlocks(*State.BlkCarrL, BlkInLstL);
-    if (FmtChannal == 2) GiveBlocks(*State.BlkCarrR, BlkInLstR);
+    GiveBlocks(*State_.BlkCarrL, BlkInLstL);
+    if (FmtChannal == 2) GiveBlocks(*State_.BlkCarrR, BlkInLstR);
     // Only now, so that a failure above (there may be no memory for the blocks) leaves no wave.
-    State.WaveNos = WaveNos;
-    State.FmtBits = FmtBits;
-    State.FmtChannal = FmtChannal;
-    State.FmtFriq = FmtFriq;
+    State_.WaveNos = WaveNos;
+    State_.FmtBits = FmtBits;
+    State_.FmtChannal = FmtChannal;
+    State_.FmtFriq = FmtFriq;
     CreateEngineBuffer();
 }
 
 void PlayDllClass::GiveBlocks(BlockCarrBuffClass& Carrier, BlockList BlkInLst) {
-    const auto BlkSet = BlocksFromBlkInLst(Store, BlkInLst);
+    const auto BlkSet = BlocksFromBlkInLst(Store_, BlkInLst);
     try {
         Carrier.BuffBlocksPutFresh(BlkSet);
     } catch (...) {
         for (const std::int32_t Blk : std::span(BlkSet).subspan(1))
-            Store.BlockFree(Blk);
+            Store_.BlockFree(Blk);
         throw;
     }
 }
@@ -304,41 +304,41 @@ void PlayDllClass::CreateEngineBuffer() {
 
 void PlayDllClass::ReleaseFiles() {
     StopPlay();
-    State.WaveNos = 0;
-    State.BlkCarrL.reset();
-    State.BlkCarrR.reset();
-    State.BlkCarrL = std::make_shared<BlockCarrBuffClass>(Store);
-    State.BlkCarrR = std::make_shared<BlockCarrBuffClass>(Store);
+    State_.WaveNos = 0;
+    State_.BlkCarrL.reset();
+    State_.BlkCarrR.reset();
+    State_.BlkCarrL = std::make_shared<BlockCarrBuffClass>(Store_);
+    State_.BlkCarrR = std::make_shared<BlockCarrBuffClass>(Store_);
 }
 
 // Settings.
 
 void PlayDllClass::MemorySizeToUse(std::int32_t Bytes) {
-    State.MemorySizeToUse = Bytes;
+    State_.MemorySizeToUse = Bytes;
 }
 
 void PlayDllClass::LoopPlayON(bool On) {
-    State.LoopPlayON = On;
+    State_.LoopPlayON = On;
 }
 
 void PlayDllClass::PlayTempoFor(float Factor) {
-    State.PlayTempoFor = ClampedTempo(Factor);
+    State_.PlayTempoFor = ClampedTempo(Factor);
 }
 
 void PlayDllClass::PlayTempoRev(float Factor) {
-    State.PlayTempoRev = ClampedTempo(Factor);
+    State_.PlayTempoRev = ClampedTempo(Factor);
 }
 
 void PlayDllClass::AppTmpDir(std::string Folder) {
-    State.AppTmpDir = std::move(Folder);
+    State_.AppTmpDir = std::move(Folder);
 }
 
 float PlayDllClass::ClampedTempo(float Factor) const {
     if (std::isnan(Factor)) throw RuntimeFailure(FailureKind::Input, "The tempo is not a number");
-    if (State.FmtFriq == 0) return Factor;
-    const double PlayFriq = static_cast<double>(Factor) * State.FmtFriq;
-    if (PlayFriq < LeastPlayFriq) return static_cast<float>(LeastPlayFriq / State.FmtFriq);
-    if (PlayFriq > MostPlayFriq) return static_cast<float>(MostPlayFriq / State.FmtFriq);
+    if (State_.FmtFriq == 0) return Factor;
+    const double PlayFriq = static_cast<double>(Factor) * State_.FmtFriq;
+    if (PlayFriq < LeastPlayFriq) return static_cast<float>(LeastPlayFriq / State_.FmtFriq);
+    if (PlayFriq > MostPlayFriq) return static_cast<float>(MostPlayFriq / State_.FmtFriq);
     return Factor;
 }
 

@@ -98,15 +98,15 @@ class PlayDllClass {
     void Trapped(std::string_view What, Operation Do, Answer OnFailure);
     float ClampedTempo(float Factor) const;
 
-    System& Os;
-    PlayerState& State;
-    WoroFileBlockMod& Store;
-    EngineOrder Allowed;
-    std::shared_ptr<EngineForms> Forms;
+    System& Os_;
+    PlayerState& State_;
+    WoroFileBlockMod& Store_;
+    EngineOrder Allowed_;
+    std::shared_ptr<EngineForms> Forms_;
     EventSink MsgBoxOb;
-    const EngineKind* Live = nullptr;    // null: no engine
-    std::shared_ptr<PlayEngine> Engine;  // null exactly when Live is
-    bool Released = false;
+    const EngineKind* Live_ = nullptr;    // null: no engine
+    std::shared_ptr<PlayEngine> Engine_;  // null exactly when Live is
+    bool Released_ = false;
 };
 
 }  // namespace Tolvar

@@ -18,65 +18,66 @@ constexpr std::int64_t ValuesFor(std::int32_t NameBytes) {
 }  // namespace
 
 BlkInLstReader::BlkInLstReader(BlockList BlkInLst, std::string_view ChannelName)
-    : List(BlkInLst), Channel(ChannelName) {
-    if (List.empty()) RefuseEnd("the number of blocks");
-    Entries = List[0];
-    if (Entries < 1) Refuse(0, "the number of blocks must be 1 or more");
-    Pos = 1;
+    : List_(BlkInLst), Channel_(ChannelName) {
+    if (List_.empty()) RefuseEnd("the number of blocks");
+    Entries_ = List_[0];
+    if (Entries_ < 1) Refuse(0, "the number of blocks must be 1 or more");
+    Pos_ = 1;
 }
 
 bool BlkInLstReader::Next(BlkInEntry& Entry) {
-    if (EntryNo == Entries) return false;
-    ++EntryNo;
-    if (Pos == List.size()) RefuseEnd("this entry; it announces " + std::to_string(Entries));
-    if (List[Pos] < 1) Refuse(Pos, "a name record has 1 value or more");
-    const auto NameValues = static_cast<std::size_t>(List[Pos]);
-    const std::size_t Left = List.size() - Pos - 1;
-    if (NameValues > Left) Refuse(Pos, "the name record goes beyond the end of the list");
+    if (EntryNo_ == Entries_) return false;
+    ++EntryNo_;
+    if (Pos_ == List_.size()) RefuseEnd("this entry; it announces " + std::to_string(Entries_));
+    if (List_[Pos_] < 1) Refuse(Pos_, "a name record has 1 value or more");
+    const auto NameValues = static_cast<std::size_t>(List_[Pos_]);
+    const std::size_t Left = List_.size() - Pos_ - 1;
+    if (NameValues > Left) Refuse(Pos_, "the name record goes beyond the end of the list");
     CheckName(NameValues);
     if (Left - NameValues < ValuesBehindName) RefuseEnd("the six values behind the name have come");
-    const BlockList Behind = List.subspan(Pos + 1 + NameValues, ValuesBehindName);
-    CheckLen(Pos + 1 + NameValues);
-    Entry = {List.subspan(Pos + 1, NameValues),
+    const BlockList Behind = List_.subspan(Pos_ + 1 + NameValues, ValuesBehindName);
+    CheckLen(Pos_ + 1 + NameValues);
+    Entry = {List_.subspan(Pos_ + 1, NameValues),
              Behind[0],
              Behind[1],
              Behind[2],
              Behind[3],
              Behind[4],
              Behind[5]};
-    Pos += 1 + NameValues + ValuesBehindName;
+    Pos_ += 1 + NameValues + ValuesBehindName;
     return true;
 }
 
 void BlkInLstReader::CheckName(std::size_t NameValues) const {
-    const std::int32_t NameBytes = List[Pos + 1];
+    const std::int32_t NameBytes = List_[Pos_ + 1];
     if (NameBytes <= 0 || ValuesFor(NameBytes) < static_cast<std::int64_t>(NameValues)) return;
-    Refuse(Pos + 1, "a name of so many bytes needs a name record of " +
-                        std::to_string(1 + ValuesFor(NameBytes)) + " values, it has " +
-                        std::to_string(NameValues));
+    Refuse(Pos_ + 1, "a name of so many bytes needs a name record of " +
+                         std::to_string(1 + ValuesFor(NameBytes)) + " values, it has " +
+                         std::to_string(NameValues));
 }
 
 void BlkInLstReader::CheckLen(std::size_t At) {
-    if (List[At] < 1) Refuse(At, "a block has 1 sample or more");
-    Samples += List[At];
-    if (Samples > std::numeric_limits<std::int32_t>::max()) {
+    if (List_[At] < 1) Refuse(At, "a block has 1 sample or more");
+    Samples_ += List_[At];
+    if (Samples_ > std::numeric_limits<std::int32_t>::max()) {
         Refuse(At, "the channel becomes longer than 2147483647 samples");
     }
 }
 
 std::string BlkInLstReader::Where(std::size_t At) const {
-    std::string Text = Channel.empty() ? "Block list" : "Block list " + std::string(Channel);
-    if (EntryNo > 0) Text += ", entry " + std::to_string(EntryNo);
+    std::string Text = Channel_.empty() ? "Block list" : "Block list " + std::string(Channel_);
+    if (EntryNo_ > 0) Text += ", entry " + std::to_string(EntryNo_);
     return Text + ", index " + std::to_string(At + 1);
 }
 
 void BlkInLstReader::Refuse(std::size_t At, const std::string& What) const {
     throw RuntimeFailure(FailureKind::Input,
-                         Where(At) + ", value " + std::to_string(List[At]) + ": " + What);
+                         Where(At) + ", value " + std::to_string(List_[At]) + ": " + What);
 }
 
 void BlkInLstReader::RefuseEnd(const std::string& What) const {
-    throw RuntimeFailure(FailureKind::Input, Where(List.size()) + ": the list ends before " + What);
+    throw RuntimeFailure(FailureKind::Input,
+                         Where(List_.size()) + ": the list ends before " + What);
 }
 
 std::string BlkNameFromLongs(BlockList NameRecord) {

@@ -30,7 +30,7 @@ class BlkInLstReader {
     /// The list must outlive the reader. Channel may be "".
     BlkInLstReader(BlockList BlkInLst, std::string_view Channel);
 
-    std::int32_t Count() const { return Entries; }
+    std::int32_t Count() const { return Entries_; }
 
     /// False behind the last entry.
     bool Next(BlkInEntry& Entry);
@@ -42,12 +42,12 @@ class BlkInLstReader {
     void CheckName(std::size_t NameValues) const;
     void CheckLen(std::size_t At);
 
-    BlockList List;
-    std::string_view Channel;
-    std::int32_t Entries = 0;
-    std::int32_t EntryNo = 0;  // of the entry that was read last
-    std::size_t Pos = 0;       // values read
-    std::int64_t Samples = 0;
+    BlockList List_;
+    std::string_view Channel_;
+    std::int32_t Entries_ = 0;
+    std::int32_t EntryNo_ = 0;  // of the entry that was read last
+    std::size_t Pos_ = 0;       // values read
+    std::int64_t Samples_ = 0;
 };
 
 /// The file name in a checked name record; "" for a length of 0 or less. Names are bytes.

@@ -22,47 +22,47 @@ std::int32_t BlkLenFor(std::int32_t MemorySizeToUse) {
 
 }  // namespace
 
-BlockCarrBuffClass::BlockCarrBuffClass(WoroFileBlockMod& TheStore)
-    : Store(TheStore), Blks(TheStore), NewBlkLen(BlkLenFor(TheStore.MemorySizeToUse())) {}
+BlockCarrBuffClass::BlockCarrBuffClass(WoroFileBlockMod& Store)
+    : Store_(Store), Blks_(Store), NewBlkLen(BlkLenFor(Store.MemorySizeToUse())) {}
 
 BlockCarrBuffClass::~BlockCarrBuffClass() {
     FreeBlocks();
-    Store.FilesForget();
+    Store_.FilesForget();
 }
 
 void BlockCarrBuffClass::FreeBlocks() {
-    for (const std::int32_t Blk : std::span(Blks.Entries()).subspan(1))
-        Store.BlockFree(Blk);
+    for (const std::int32_t Blk : std::span(Blks_.Entries()).subspan(1))
+        Store_.BlockFree(Blk);
 }
 
 void BlockCarrBuffClass::BuffBlocksGetCopy(std::vector<std::int32_t>& BlkSet) {
-    MadeBlocks Copies(Store, Blks.Entries().size() - 1);
-    for (const std::int32_t Blk : std::span(Blks.Entries()).subspan(1)) {
-        Copies.Add(Store.BlockCopy(Blk));
+    MadeBlocks Copies(Store_, Blks_.Entries().size() - 1);
+    for (const std::int32_t Blk : std::span(Blks_.Entries()).subspan(1)) {
+        Copies.Add(Store_.BlockCopy(Blk));
     }
     BlkSet = Copies.Take();
 }
 
 void BlockCarrBuffClass::BuffBlocksPutFresh(const std::vector<std::int32_t>& NewBlkSet) {
-    BlockSet Fresh(Store, NewBlkSet);
+    BlockSet Fresh(Store_, NewBlkSet);
     const auto Length = Checked<std::int32_t>(Fresh.Length());
     FreeBlocks();
-    Blks = std::move(Fresh);
-    Samples = Length;
-    CurBlk = Blks.First();
+    Blks_ = std::move(Fresh);
+    Samples_ = Length;
+    CurBlk = Blks_.First();
 }
 
 void BlockCarrBuffClass::QuickBuffGet(std::int32_t FromPos, std::span<std::int16_t> QBuff) {
     if (QBuff.empty()) return;
     const std::int64_t Last = std::int64_t{FromPos} + static_cast<std::int64_t>(QBuff.size()) - 1;
-    Blks.ForEachIn(FromPos, Last, [&](std::int32_t Blk) {
-        const BlockRec& Block = Store.Block(Blk);
+    Blks_.ForEachIn(FromPos, Last, [&](std::int32_t Blk) {
+        const BlockRec& Block = Store_.Block(Blk);
         const std::int64_t Start = Block.BlkStartPos;
         const std::int64_t From = std::max<std::int64_t>(Start, FromPos);
         const std::int64_t To = std::min(Start + Block.BlkLen - 1, Last);
-        Store.BlockRead(Blk, From,
-                        QBuff.subspan(static_cast<std::size_t>(From - FromPos),
-                                      static_cast<std::size_t>(To - From + 1)));
+        Store_.BlockRead(Blk, From,
+                         QBuff.subspan(static_cast<std::size_t>(From - FromPos),
+                                       static_cast<std::size_t>(To - From + 1)));
     });
 }
 
@@ -77,7 +77,7 @@ void BlockCarrBuffClass::QuickBuffRuns(std::int32_t FromPos, std::int32_t Count,
     };
     const std::int64_t End = std::int64_t{FromPos} + Count;
     std::int64_t Pos = FromPos;
-    if (!Blks.IsTiled()) {
+    if (!Blks_.IsTiled()) {
         const auto Room = Runs.Room(2 * static_cast<std::size_t>(Count));
         const std::span Buff(reinterpret_cast<std::int16_t*>(Room.data()),
                              static_cast<std::size_t>(Count));
@@ -90,12 +90,12 @@ void BlockCarrBuffClass::QuickBuffRuns(std::int32_t FromPos, std::int32_t Count,
         if (Pos < NextPos) Runs.Add({.Count = NextPos - Pos});
         Pos = NextPos;
     };
-    Blks.ForEachIn(FromPos, End - 1, [&](std::int32_t Blk) {
-        const BlockRec& Block = Store.Block(Blk);
+    Blks_.ForEachIn(FromPos, End - 1, [&](std::int32_t Blk) {
+        const BlockRec& Block = Store_.Block(Blk);
         const std::int64_t BlockEnd = std::int64_t{Block.BlkStartPos} + Block.BlkLen;
         BeSilentTo(std::max<std::int64_t>(Block.BlkStartPos, Pos));
         const std::int64_t Shared = std::min(BlockEnd, End) - Pos;
-        Store.BlockRun(Blk, Pos, Shared, Runs, Beside());
+        Store_.BlockRun(Blk, Pos, Shared, Runs, Beside());
         Pos += Shared;
     });
     BeSilentTo(End);
@@ -103,20 +103,20 @@ void BlockCarrBuffClass::QuickBuffRuns(std::int32_t FromPos, std::int32_t Count,
 
 bool BlockCarrBuffClass::CurBlkHolds(std::int32_t WavPos) const {
     if (CurBlk == 0) return false;
-    const BlockRec& Block = Store.Block(CurBlk);
+    const BlockRec& Block = Store_.Block(CurBlk);
     return Block.BlkStartPos <= WavPos && WavPos < std::int64_t{Block.BlkStartPos} + Block.BlkLen;
 }
 
 void BlockCarrBuffClass::FindBlock(std::int32_t WavPos) {
-    CurBlk = Blks.Entries()[static_cast<std::size_t>(Blks.Find(WavPos, WavPos))];
-    if (CurBlk != 0) Store.BlockStamp(CurBlk);
+    CurBlk = Blks_.Entries()[static_cast<std::size_t>(Blks_.Find(WavPos, WavPos))];
+    if (CurBlk != 0) Store_.BlockStamp(CurBlk);
 }
 
 std::int16_t BlockCarrBuffClass::WaveLR(std::int32_t WavPos) {
     if (!CurBlkHolds(WavPos)) FindBlock(WavPos);
     if (CurBlk == 0) return 0;
-    const BlockRec& Block = Store.Block(CurBlk);
-    if (Block.BlkType == BlkFile || Block.BlkType == BlkOrgFile) Store.BlockLoad(CurBlk);
+    const BlockRec& Block = Store_.Block(CurBlk);
+    if (Block.BlkType == BlkFile || Block.BlkType == BlkOrgFile) Store_.BlockLoad(CurBlk);
     if (!InMemory(Block.BlkType)) return 0;
     return Block.BlkData[static_cast<std::size_t>(std::int64_t{WavPos} - Block.BlkStartPos)];
 }
@@ -124,57 +124,57 @@ std::int16_t BlockCarrBuffClass::WaveLR(std::int32_t WavPos) {
 void BlockCarrBuffClass::WaveLR(std::int32_t WavPos, std::int16_t NewVal) {
     if (!CurBlkHolds(WavPos)) FindBlock(WavPos);
     if (CurBlk == 0) return;
-    const BlockRec& Block = Store.Block(CurBlk);
+    const BlockRec& Block = Store_.Block(CurBlk);
     if (Block.BlkType == BlkFree) return;
-    if (Block.BlkType != BlkBuff) Store.BlockToBuff(CurBlk);
+    if (Block.BlkType != BlkBuff) Store_.BlockToBuff(CurBlk);
     if (Block.BlkType != BlkBuff) return;
-    Store.BlockSampleLet(CurBlk, std::int64_t{WavPos} - Block.BlkStartPos, NewVal);
+    Store_.BlockSampleLet(CurBlk, std::int64_t{WavPos} - Block.BlkStartPos, NewVal);
 }
 
 void BlockCarrBuffClass::ReDimSize(std::int32_t NewSz, bool) {
     if (NewSz == 0) {
-        Store.ShowError("Error:\r\nCan not create buffer with zero size");
+        Store_.ShowError("Error:\r\nCan not create buffer with zero size");
         return;
     }
     if (NewSz < 0) {
         throw RuntimeFailure(FailureKind::Input,
                              "A channel cannot be " + std::to_string(NewSz) + " samples long");
     }
-    Samples < NewSz ? Grow(NewSz) : Shrink(NewSz);
-    Samples = NewSz;
-    CurBlk = Blks.First();
+    Samples_ < NewSz ? Grow(NewSz) : Shrink(NewSz);
+    Samples_ = NewSz;
+    CurBlk = Blks_.First();
 }
 
 void BlockCarrBuffClass::Grow(std::int32_t NewSz) {
     const auto More =
-        static_cast<std::size_t>((std::int64_t{NewSz} - Samples + NewBlkLen - 1) / NewBlkLen);
-    MadeBlocks Made(Store, More);
-    for (std::int64_t End = Samples; End < NewSz;) {
+        static_cast<std::size_t>((std::int64_t{NewSz} - Samples_ + NewBlkLen - 1) / NewBlkLen);
+    MadeBlocks Made(Store_, More);
+    for (std::int64_t End = Samples_; End < NewSz;) {
         const auto Len = static_cast<std::int32_t>(std::min<std::int64_t>(NewBlkLen, NewSz - End));
-        const std::int32_t Blk = Made.Add(Store.BlockNew(Len, BlkSilent));
-        Store.BlockStartLet(Blk, static_cast<std::int32_t>(End + 1));
+        const std::int32_t Blk = Made.Add(Store_.BlockNew(Len, BlkSilent));
+        Store_.BlockStartLet(Blk, static_cast<std::int32_t>(End + 1));
         End += Len;
     }
-    Blks.Reserve(More);
+    Blks_.Reserve(More);
     for (const std::int32_t Blk : Made.Take()) {
-        if (Blk != 0) Blks.Append(Blk);
+        if (Blk != 0) Blks_.Append(Blk);
     }
 }
 
 void BlockCarrBuffClass::Shrink(std::int32_t NewSz) {
     const std::int64_t Drop = std::int64_t{NewSz} + 1;
-    if (const std::int32_t Entry = Blks.Find(Drop, Drop - 1); Entry != 0) {
-        const std::int32_t Whole = Blks.Entries()[static_cast<std::size_t>(Entry)];
-        const auto [Head, Tail] = Store.BlockBreak(Whole, Checked<std::int32_t>(Drop));
+    if (const std::int32_t Entry = Blks_.Find(Drop, Drop - 1); Entry != 0) {
+        const std::int32_t Whole = Blks_.Entries()[static_cast<std::size_t>(Entry)];
+        const auto [Head, Tail] = Store_.BlockBreak(Whole, Checked<std::int32_t>(Drop));
         if (Head == 0) {
             throw RuntimeFailure(FailureKind::Input,
                                  "Block " + std::to_string(Whole) + " cannot be parted");
         }
-        Blks.Replace(Entry, Head);
-        Store.BlockFree(Whole);
-        Store.BlockFree(Tail);
+        Blks_.Replace(Entry, Head);
+        Store_.BlockFree(Whole);
+        Store_.BlockFree(Tail);
     }
-    Blks.FreeBehind(NewSz);
+    Blks_.FreeBehind(NewSz);
 }
 
 }  // namespace Tolvar

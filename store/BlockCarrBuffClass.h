@@ -22,11 +22,11 @@ class BlockCarrBuffClass {
     BlockCarrBuffClass& operator=(const BlockCarrBuffClass&) = delete;
 
     /// Samples in the channel: the sum of BlkLen, unless it was set to something else.
-    std::int32_t WaveINos() const { return Samples; }
-    void WaveINos(std::int32_t NewVal) { Samples = NewVal; }
+    std::int32_t WaveINos() const { return Samples_; }
+    void WaveINos(std::int32_t NewVal) { Samples_ = NewVal; }
 
     /// Entry 0 is 0, then the carrier's own blocks, which stay its own.
-    void BuffBlocksGet(std::vector<std::int32_t>& BlkSet) const { BlkSet = Blks.Entries(); }
+    void BuffBlocksGet(std::vector<std::int32_t>& BlkSet) const { BlkSet = Blks_.Entries(); }
     /// Entry 0 is 0, then new blocks, which are the caller's.
     void BuffBlocksGetCopy(std::vector<std::int32_t>& BlkSet);
 
@@ -62,9 +62,9 @@ class BlockCarrBuffClass {
     void Grow(std::int32_t NewSz);
     void Shrink(std::int32_t NewSz);
 
-    WoroFileBlockMod& Store;
-    std::int32_t Samples = 0;
-    BlockSet Blks;
+    WoroFileBlockMod& Store_;
+    std::int32_t Samples_ = 0;
+    BlockSet Blks_;
     std::int32_t CurBlk = 0;  // what the last sample access found; 0 = none
     std::int32_t NewBlkLen;   // samples
 };

@@ -40,14 +40,14 @@ std::int32_t WoroFileBlockMod::BlockNew(std::int32_t Len, std::int32_t Type) {
 }
 
 std::int32_t WoroFileBlockMod::BlockNewBuff(std::int32_t Len) {
-    Blocks.CheckRoom(Len);
+    Blocks_.CheckRoom(Len);
     auto Data = Zeros(Len);
     MadeBlocks Made(*this, 1);
-    const std::int32_t Blk = Blocks.FirstFree();
-    Blocks.EnterMemory(Blk, std::move(Data), Len, BlkBuff, NextUseStamp());
+    const std::int32_t Blk = Blocks_.FirstFree();
+    Blocks_.EnterMemory(Blk, std::move(Data), Len, BlkBuff, NextUseStamp());
     Made.Add(Blk);
-    Blocks.SetStart(Blk, 0);
-    Blocks.SetPlace(Blk, 0, 0);
+    Blocks_.SetStart(Blk, 0);
+    Blocks_.SetPlace(Blk, 0, 0);
     BuffMemCheck();
     Made.Take();
     return Blk;
@@ -55,41 +55,41 @@ std::int32_t WoroFileBlockMod::BlockNewBuff(std::int32_t Len) {
 
 std::int32_t WoroFileBlockMod::BlockNewFile(std::int32_t Len) {
     const std::vector<std::int16_t> Silence(static_cast<std::size_t>(Len));
-    const std::int32_t Blk = Blocks.FirstFree();
-    Blocks.Fill(Blk, {Len, 0, 1}, BlkFile, WriteToWorkFile(Silence));
+    const std::int32_t Blk = Blocks_.FirstFree();
+    Blocks_.Fill(Blk, {Len, 0, 1}, BlkFile, WriteToWorkFile(Silence));
     return Blk;
 }
 
 std::int32_t WoroFileBlockMod::BlockNewUnmade(std::int32_t Len, std::int32_t Type) {
-    const std::int32_t Blk = Blocks.FirstFree();
-    Blocks.SetLen(Blk, Len);
-    Blocks.SetStart(Blk, 0);
-    if (Type == BlkFree) Box.Show("Error - can not make free block");
+    const std::int32_t Blk = Blocks_.FirstFree();
+    Blocks_.SetLen(Blk, Len);
+    Blocks_.SetStart(Blk, 0);
+    if (Type == BlkFree) Box_.Show("Error - can not make free block");
     if (Type == BlkBoth || Type == BlkOrgFile) {
-        Box.Show("Error - Can not create buffer block in both (memory and file) or in Orgfile");
+        Box_.Show("Error - Can not create buffer block in both (memory and file) or in Orgfile");
     }
     return Blk;
 }
 
 std::int32_t WoroFileBlockMod::BlockHandOver(const Extent& Where, BlkTypes Type,
                                              std::int32_t Slot) {
-    const std::int32_t Blk = Blocks.FirstFree();
+    const std::int32_t Blk = Blocks_.FirstFree();
     UseFileOf(Type, Slot);
-    Blocks.Fill(Blk, Where, Type, Slot);
+    Blocks_.Fill(Blk, Where, Type, Slot);
     return Blk;
 }
 
 void WoroFileBlockMod::BlockFree(std::int32_t Blk) {
-    const BlockRec& Block = Blocks.At(Blk);
+    const BlockRec& Block = Blocks_.At(Blk);
     const std::int32_t Type = Block.BlkType;
     const std::int32_t Slot = Block.BlkFileNo;
-    Blocks.Clear(Blk);
+    Blocks_.Clear(Blk);
     if (Type == BlkBoth || Type == BlkFile) UnuseWorkFile(Slot);
-    if (Type == BlkOrgFile && OrgFiles.Unuse(Slot)) ForgetOrgFile(Slot);
+    if (Type == BlkOrgFile && OrgFiles_.Unuse(Slot)) ForgetOrgFile(Slot);
 }
 
 std::int32_t WoroFileBlockMod::BlockCopy(std::int32_t Blk) {
-    switch (Blocks.At(Blk).BlkType) {
+    switch (Blocks_.At(Blk).BlkType) {
         case BlkBoth:
         case BlkBuff:
             return BlockCopyInMemory(Blk);
@@ -98,49 +98,49 @@ std::int32_t WoroFileBlockMod::BlockCopy(std::int32_t Blk) {
         case BlkSilent:
             return BlockCopyPlain(Blk);
         default: {
-            const std::int32_t Copy = Blocks.FirstFree();
-            Box.Show("Error - free block can not be copied");
+            const std::int32_t Copy = Blocks_.FirstFree();
+            Box_.Show("Error - free block can not be copied");
             return Copy;
         }
     }
 }
 
 std::int32_t WoroFileBlockMod::BlockCopyInMemory(std::int32_t Blk) {
-    const BlockRec& From = Blocks.At(Blk);
-    Blocks.CheckRoom(From.BlkLen);
+    const BlockRec& From = Blocks_.At(Blk);
+    Blocks_.CheckRoom(From.BlkLen);
     auto Data = Zeros(From.BlkLen);
-    std::ranges::copy(Blocks.Data(Blk), Data.get());
+    std::ranges::copy(Blocks_.Data(Blk), Data.get());
     MadeBlocks Made(*this, 1);
-    const std::int32_t Copy = Blocks.FirstFree();
-    Blocks.EnterMemory(Copy, std::move(Data), From.BlkLen, BlkBuff, NextUseStamp());
+    const std::int32_t Copy = Blocks_.FirstFree();
+    Blocks_.EnterMemory(Copy, std::move(Data), From.BlkLen, BlkBuff, NextUseStamp());
     Made.Add(Copy);
     const auto Type = static_cast<BlkTypes>(From.BlkType);
     UseFileOf(Type, From.BlkFileNo);
-    Blocks.SetType(Copy, Type);
-    Blocks.SetPlace(Copy, From.BlkFileNo, From.BlkFilePos);
-    Blocks.SetStart(Copy, From.BlkStartPos);
+    Blocks_.SetType(Copy, Type);
+    Blocks_.SetPlace(Copy, From.BlkFileNo, From.BlkFilePos);
+    Blocks_.SetStart(Copy, From.BlkStartPos);
     BuffMemCheck();
     Made.Take();
     return Copy;
 }
 
 std::int32_t WoroFileBlockMod::BlockCopyPlain(std::int32_t Blk) {
-    const BlockRec& From = Blocks.At(Blk);
+    const BlockRec& From = Blocks_.At(Blk);
     const bool Stamped = From.BlkType != BlkSilent;
     const std::int32_t Stamp = Stamped ? NextUseStamp() : From.BlkUseStamp;
     const auto Type = static_cast<BlkTypes>(From.BlkType);
     const std::int32_t Copy =
         BlockHandOver({From.BlkLen, From.BlkStartPos, From.BlkFilePos}, Type, From.BlkFileNo);
-    Blocks.SetStamp(Copy, Stamp);
+    Blocks_.SetStamp(Copy, Stamp);
     return Copy;
 }
 
 std::pair<std::int32_t, std::int32_t> WoroFileBlockMod::BlockBreak(std::int32_t Blk,
                                                                    std::int32_t D) {
-    const BlockRec& Block = Blocks.At(Blk);
+    const BlockRec& Block = Blocks_.At(Blk);
     const std::int64_t Head = std::int64_t{D} - Block.BlkStartPos;
     if (Head < 1 || Head >= Block.BlkLen) {
-        Box.Show("Error - Could not brake a block");
+        Box_.Show("Error - Could not brake a block");
         return {0, 0};
     }
     switch (Block.BlkType) {
@@ -160,7 +160,7 @@ std::pair<std::int32_t, std::int32_t> WoroFileBlockMod::BlockBreak(std::int32_t 
 
 std::pair<std::int32_t, std::int32_t> WoroFileBlockMod::BreakInMemory(std::int32_t Blk,
                                                                       std::int32_t D) {
-    const BlockRec& Block = Blocks.At(Blk);
+    const BlockRec& Block = Blocks_.At(Blk);
     if (!InMemory(Block.BlkType)) return {0, 0};  // its file has a layout that cannot be loaded
     const std::int32_t Head = D - Block.BlkStartPos;
     const bool InFile = Block.BlkType == BlkBoth;
@@ -171,12 +171,12 @@ std::pair<std::int32_t, std::int32_t> WoroFileBlockMod::BreakInMemory(std::int32
     MadeBlocks Parts(*this, 2);
     const std::int32_t A = Parts.Add(BlockNew(Head, BlkBuff));
     const std::int32_t B = Parts.Add(BlockNew(Block.BlkLen - Head, BlkBuff));
-    const auto Samples = Blocks.Data(Blk);
+    const auto Samples = Blocks_.Data(Blk);
     const auto HeadCount = static_cast<std::size_t>(Head);
-    std::ranges::copy(Samples.first(HeadCount), Blocks.Data(A).begin());
-    std::ranges::copy(Samples.subspan(HeadCount), Blocks.Data(B).begin());
-    Blocks.SetStart(A, Block.BlkStartPos);
-    Blocks.SetStart(B, D);
+    std::ranges::copy(Samples.first(HeadCount), Blocks_.Data(A).begin());
+    std::ranges::copy(Samples.subspan(HeadCount), Blocks_.Data(B).begin());
+    Blocks_.SetStart(A, Block.BlkStartPos);
+    Blocks_.SetStart(B, D);
     if (InFile) {
         ShareWorkFile(A, Block.BlkFileNo, Block.BlkFilePos);
         ShareWorkFile(B, Block.BlkFileNo, TailPos);
@@ -187,13 +187,13 @@ std::pair<std::int32_t, std::int32_t> WoroFileBlockMod::BreakInMemory(std::int32
 
 void WoroFileBlockMod::ShareWorkFile(std::int32_t Blk, std::int32_t Slot, std::int32_t FilePos) {
     UseFileOf(BlkBoth, Slot);
-    Blocks.SetPlace(Blk, Slot, FilePos);
-    Blocks.SetType(Blk, BlkBoth);
+    Blocks_.SetPlace(Blk, Slot, FilePos);
+    Blocks_.SetType(Blk, BlkBoth);
 }
 
 std::pair<std::int32_t, std::int32_t> WoroFileBlockMod::BreakInFile(std::int32_t Blk,
                                                                     std::int32_t D) {
-    const BlockRec& Block = Blocks.At(Blk);
+    const BlockRec& Block = Blocks_.At(Blk);
     const std::int32_t Head = D - Block.BlkStartPos;
     const std::int32_t Slot = Block.BlkFileNo;
     const Extent HeadPart{Head, Block.BlkStartPos, Block.BlkFilePos};

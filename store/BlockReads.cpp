@@ -15,10 +15,10 @@ constexpr std::size_t KeptScratch = 2 * 1024 * 1024;
 // Of FromPos in the block, which must hold Count samples from there on.
 std::int64_t WoroFileBlockMod::OffsetIn(std::int32_t Blk, std::int64_t FromPos,
                                         std::int64_t Count) const {
-    const BlockRec& Block = Blocks.At(Blk);
+    const BlockRec& Block = Blocks_.At(Blk);
     const std::int64_t Offset = FromPos - Block.BlkStartPos;
     if (Block.BlkType == BlkFree) {
-        Box.Show("Error - A block can not be read for quick buffer");
+        Box_.Show("Error - A block can not be read for quick buffer");
     } else if (Offset < 0 || Offset + Count > Block.BlkLen) {
         throw RuntimeFailure(FailureKind::Input, "Block " + std::to_string(Blk) + " of " +
                                                      std::to_string(Block.BlkLen) +
@@ -34,7 +34,7 @@ void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int64_t FromPos,
                                  std::span<std::int16_t> Into) {
     const std::int64_t Offset = OffsetIn(Blk, FromPos, std::ssize(Into));
     if (Into.empty()) return;
-    const BlockRec& Block = Blocks.At(Blk);
+    const BlockRec& Block = Blocks_.At(Blk);
     if (InMemory(Block.BlkType)) {
         std::copy_n(Block.BlkData.get() + Offset, Into.size(), Into.begin());
     } else if (const FilePlace Place = OpenPlace(Block, Offset); Place.From == nullptr) {
@@ -49,7 +49,7 @@ void WoroFileBlockMod::BlockRead(std::int32_t Blk, std::int64_t FromPos,
 void WoroFileBlockMod::BlockRun(std::int32_t Blk, std::int64_t FromPos, std::int64_t Count,
                                 SampleRuns& Runs, const SampleRun* Beside) {
     const std::int64_t Offset = OffsetIn(Blk, FromPos, Count);
-    const BlockRec& Block = Blocks.At(Blk);
+    const BlockRec& Block = Blocks_.At(Blk);
     SampleRun Run{.Count = Count};
     if (InMemory(Block.BlkType)) {
         Run.From = reinterpret_cast<const std::byte*>(Block.BlkData.get() + Offset);
@@ -97,7 +97,7 @@ WoroFileBlockMod::FilePlace WoroFileBlockMod::OpenPlace(const BlockRec& Block,
     FilePlace Place;
     const bool Original = Block.BlkType == BlkOrgFile;
     if (Original) {
-        const OrgFileRec& Rec = OrgFiles.At(Block.BlkFileNo);
+        const OrgFileRec& Rec = OrgFiles_.At(Block.BlkFileNo);
         Place.Layout = {Rec.OrgChannels, Rec.OrgBits};
         OrgFileOpenNo(Block.BlkFileNo);
     } else if (Block.BlkType == BlkFile) {
@@ -109,22 +109,22 @@ WoroFileBlockMod::FilePlace WoroFileBlockMod::OpenPlace(const BlockRec& Block,
     Place.BytePos = Block.BlkFilePos + Offset * Place.Layout.FrameBytes();
     if (Place.BytePos < 1) {
         throw RuntimeFailure(FailureKind::File,
-                             (Original ? OrgFiles.At(Block.BlkFileNo).OrgFileName
-                                       : WorkFiles.At(Block.BlkFileNo).WorkFileName) +
+                             (Original ? OrgFiles_.At(Block.BlkFileNo).OrgFileName
+                                       : WorkFiles_.At(Block.BlkFileNo).WorkFileName) +
                                  ": there is no byte position " + std::to_string(Place.BytePos));
     }
-    Place.From = Original ? &OrgOpen : &WorkOpen;
+    Place.From = Original ? &OrgOpen_ : &WorkOpen_;
     return Place;
 }
 
 void WoroFileBlockMod::ReadConverted(const FilePlace& Place, std::span<std::int16_t> Into) {
     const auto Bytes = static_cast<std::size_t>(Place.Layout.SpanBytes(std::ssize(Into)));
     const std::size_t Words = (Bytes + 1) / 2;
-    if (Scratch.size() < Words) Scratch.resize(Words);
-    const auto Raw = std::as_writable_bytes(std::span(Scratch)).first(Bytes);
+    if (Scratch_.size() < Words) Scratch_.resize(Words);
+    const auto Raw = std::as_writable_bytes(std::span(Scratch_)).first(Bytes);
     Place.From->Read(Place.BytePos, Raw);
     SamplesFromFile(Place.Layout, Raw.data(), Into);
-    if (Scratch.size() > KeptScratch) Scratch = {};
+    if (Scratch_.size() > KeptScratch) Scratch_ = {};
 }
 
 }  // namespace Tolvar

@@ -15,18 +15,18 @@ namespace Tolvar {
 class BlockSet {
   public:
     /// Store stays the caller's and must outlive the set. The set does not own its blocks.
-    explicit BlockSet(WoroFileBlockMod& Store) : Owner(&Store) {}
+    explicit BlockSet(WoroFileBlockMod& Store) : Owner_(&Store) {}
     /// Blks from entry 1 on; entry 0 is not used.
     BlockSet(WoroFileBlockMod& Store, std::span<const std::int32_t> Blks);
 
-    std::int32_t Count() const { return static_cast<std::int32_t>(Blks.size()) - 1; }
+    std::int32_t Count() const { return static_cast<std::int32_t>(Blks_.size()) - 1; }
     /// Entries 1..Count(); entry 0 is 0.
-    const std::vector<std::int32_t>& Entries() const { return Blks; }
+    const std::vector<std::int32_t>& Entries() const { return Blks_; }
     /// Samples in the blocks that were taken in.
-    std::int64_t Length() const { return Sum; }
+    std::int64_t Length() const { return Sum_; }
     /// Every block starts where the one before it ends.
-    bool IsTiled() const { return Tiles; }
-    std::int32_t First() const { return Count() > 0 ? Blks[1] : 0; }
+    bool IsTiled() const { return Tiles_; }
+    std::int32_t First() const { return Count() > 0 ? Blks_[1] : 0; }
 
     /// The entry of the first block, in the order of the set, that starts at Last or before and
     /// ends at From or behind: Find(P, P) holds P, and P parts Find(P, P - 1). 0 when none does.
@@ -36,19 +36,19 @@ class BlockSet {
     /// the set.
     template <class Visitor>
     void ForEachIn(std::int64_t From, std::int64_t Last, Visitor&& Visit) const {
-        if (Tiles) {
-            for (std::size_t I = FirstEndingAt(From); I < Blks.size(); ++I) {
-                if (Owner->Block(Blks[I]).BlkStartPos > Last) return;
-                Visit(Blks[I]);
+        if (Tiles_) {
+            for (std::size_t I = FirstEndingAt(From); I < Blks_.size(); ++I) {
+                if (Owner_->Block(Blks_[I]).BlkStartPos > Last) return;
+                Visit(Blks_[I]);
             }
         } else {
             for (const std::size_t I : Meeting(From, Last))
-                Visit(Blks[I]);
+                Visit(Blks_[I]);
         }
     }
 
     /// std::bad_alloc leaves the set as it was.
-    void Reserve(std::size_t More) { Blks.reserve(Blks.size() + More); }
+    void Reserve(std::size_t More) { Blks_.reserve(Blks_.size() + More); }
     /// Allocates nothing within the room reserved.
     void Append(std::int32_t Blk);
     void Replace(std::int32_t Entry, std::int32_t Blk);
@@ -56,9 +56,11 @@ class BlockSet {
     void FreeBehind(std::int32_t Last);
 
   private:
-    std::int64_t StartOf(std::size_t Entry) const { return Owner->Block(Blks[Entry]).BlkStartPos; }
+    std::int64_t StartOf(std::size_t Entry) const {
+        return Owner_->Block(Blks_[Entry]).BlkStartPos;
+    }
     std::int64_t EndOf(std::size_t Entry) const {
-        return StartOf(Entry) + Owner->Block(Blks[Entry]).BlkLen - 1;
+        return StartOf(Entry) + Owner_->Block(Blks_[Entry]).BlkLen - 1;
     }
     void TakeIn(const BlockRec& Block);
     std::size_t FirstEndingAt(std::int64_t Pos) const;
@@ -69,19 +71,19 @@ class BlockSet {
 
     static constexpr std::int64_t Nowhere = INT64_MIN;
 
-    WoroFileBlockMod* Owner;
-    std::vector<std::int32_t> Blks{0};
-    bool Tiles = true;
-    std::int64_t NextStart = Nowhere;  // behind the last block
-    std::int64_t Sum = 0;
-    mutable std::size_t LastFound = 1;
+    WoroFileBlockMod* Owner_;
+    std::vector<std::int32_t> Blks_{0};
+    bool Tiles_ = true;
+    std::int64_t NextStart_ = Nowhere;  // behind the last block
+    std::int64_t Sum_ = 0;
+    mutable std::size_t LastFound_ = 1;
 
     // Only where the set does not tile: the entries by start, above them a tree of the latest end
     // in each half, and the result of the last search.
-    mutable bool Indexed = false;
-    mutable std::vector<std::size_t> ByStart;
-    mutable std::vector<std::int64_t> LatestEnd;
-    mutable std::vector<std::size_t> Hits;
+    mutable bool Indexed_ = false;
+    mutable std::vector<std::size_t> ByStart_;
+    mutable std::vector<std::int64_t> LatestEnd_;
+    mutable std::vector<std::size_t> Hits_;
 };
 
 }  // namespace Tolvar

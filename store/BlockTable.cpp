@@ -16,25 +16,25 @@ std::int32_t BytesWith(std::int32_t MemUsed, std::int32_t Len) {
 
 void BlockTable::RefuseNumber(std::int32_t Blk) const {
     throw RuntimeFailure(FailureKind::Input, "There is no block " + std::to_string(Blk) +
-                                                 " among " + std::to_string(Records) + " blocks");
+                                                 " among " + std::to_string(Records_) + " blocks");
 }
 
 std::int32_t BlockTable::FirstFree() {
-    if (Free.First() == 0) Append();
-    return Free.First();
+    if (Free_.First() == 0) Append();
+    return Free_.First();
 }
 
 void BlockTable::Append() {
-    const std::int32_t Grown = CheckedAdd(Records, 1);
-    Free.Reserve(Grown);
-    const auto Chunk = static_cast<std::size_t>(Records) >> ChunkBits;
-    if (Chunk == Chunks.size()) Chunks.push_back(std::make_unique<BlockRec[]>(ChunkRecords));
-    Records = Grown;
-    Free.Insert(Grown);
+    const std::int32_t Grown = CheckedAdd(Records_, 1);
+    Free_.Reserve(Grown);
+    const auto Chunk = static_cast<std::size_t>(Records_) >> ChunkBits;
+    if (Chunk == Chunks_.size()) Chunks_.push_back(std::make_unique<BlockRec[]>(ChunkRecords));
+    Records_ = Grown;
+    Free_.Insert(Grown);
 }
 
 void BlockTable::CheckRoom(std::int32_t Len) const {
-    BytesWith(MemUsed, Len);
+    BytesWith(MemUsed_, Len);
 }
 
 void BlockTable::Fill(std::int32_t Blk, const Extent& Where, BlkTypes Type, std::int32_t FileNo) {
@@ -45,7 +45,7 @@ void BlockTable::Fill(std::int32_t Blk, const Extent& Where, BlkTypes Type, std:
     Block.BlkType = Type;
     Block.BlkLen = Where.BlkLen;
     Block.BlkUseStamp = 0;
-    Free.Erase(Blk);
+    Free_.Erase(Blk);
 }
 
 void BlockTable::SetPlace(std::int32_t Blk, std::int32_t FileNo, std::int32_t FilePos) {
@@ -65,27 +65,27 @@ void BlockTable::SetLen(std::int32_t Blk, std::int32_t Len) {
 void BlockTable::SetStamp(std::int32_t Blk, std::int32_t Stamp) {
     BlockRec& Block = Rec(Blk);
     if (InMemory(Block.BlkType)) {
-        auto Entry = ByUse.extract({Block.BlkUseStamp, -Blk});
+        auto Entry = ByUse_.extract({Block.BlkUseStamp, -Blk});
         Entry.value().first = Stamp;
-        ByUse.insert(std::move(Entry));
+        ByUse_.insert(std::move(Entry));
     }
     Block.BlkUseStamp = Stamp;
 }
 
 void BlockTable::SetType(std::int32_t Blk, BlkTypes Type) {
     BlockRec& Block = Rec(Blk);
-    if (Block.BlkType == BlkFree && Type != BlkFree) Free.Erase(Blk);
-    if (Block.BlkType != BlkFree && Type == BlkFree) Free.Insert(Blk);
+    if (Block.BlkType == BlkFree && Type != BlkFree) Free_.Erase(Blk);
+    if (Block.BlkType != BlkFree && Type == BlkFree) Free_.Insert(Blk);
     Block.BlkType = Type;
 }
 
 void BlockTable::EnterMemory(std::int32_t Blk, Samples Data, std::int32_t Len, BlkTypes Type,
                              std::int32_t Stamp) {
     BlockRec& Block = Rec(Blk);
-    const std::int32_t Used = BytesWith(MemUsed, Len);
-    ByUse.emplace(Stamp, -Blk);
+    const std::int32_t Used = BytesWith(MemUsed_, Len);
+    ByUse_.emplace(Stamp, -Blk);
     Block.BlkLen = Len;
-    MemUsed = Used;
+    MemUsed_ = Used;
     Block.BlkData = std::move(Data);
     Block.BlkUseStamp = Stamp;
     SetType(Blk, Type);
@@ -93,8 +93,8 @@ void BlockTable::EnterMemory(std::int32_t Blk, Samples Data, std::int32_t Len, B
 
 void BlockTable::LeaveMemory(std::int32_t Blk, BlkTypes Type) {
     BlockRec& Block = Rec(Blk);
-    ByUse.erase({Block.BlkUseStamp, -Blk});
-    MemUsed -= 2 * Block.BlkLen;
+    ByUse_.erase({Block.BlkUseStamp, -Blk});
+    MemUsed_ -= 2 * Block.BlkLen;
     Block.BlkData.reset();
     SetType(Blk, Type);
 }
@@ -102,7 +102,7 @@ void BlockTable::LeaveMemory(std::int32_t Blk, BlkTypes Type) {
 void BlockTable::Clear(std::int32_t Blk) {
     BlockRec& Block = Rec(Blk);
     if (InMemory(Block.BlkType)) LeaveMemory(Blk, BlkFree);
-    if (Block.BlkType != BlkFree) Free.Insert(Blk);
+    if (Block.BlkType != BlkFree) Free_.Insert(Blk);
     Block.BlkType = BlkFree;
     Block.BlkFileNo = 0;
     Block.BlkFilePos = 0;

@@ -26,7 +26,7 @@ class BlockTable {
   public:
     using Samples = std::unique_ptr<std::int16_t[]>;
 
-    std::int32_t Count() const noexcept { return Records; }
+    std::int32_t Count() const noexcept { return Records_; }
     const BlockRec& At(std::int32_t Blk) const { return Rec(Blk); }
 
     /// The first free record, appended when none is; it stays free until it gets a type.
@@ -34,7 +34,7 @@ class BlockTable {
     std::int32_t FirstFree();
 
     /// Bytes that the blocks in memory hold.
-    std::int32_t BuffMemUsed() const noexcept { return MemUsed; }
+    std::int32_t BuffMemUsed() const noexcept { return MemUsed_; }
 
     /// RuntimeFailure(Overflow) when Len more samples in memory could not be counted.
     void CheckRoom(std::int32_t Len) const;
@@ -64,29 +64,29 @@ class BlockTable {
     /// The samples of a block in memory, to be changed.
     std::span<std::int16_t> Data(std::int32_t Blk);
 
-    std::size_t MemoryBlocks() const noexcept { return ByUse.size(); }
+    std::size_t MemoryBlocks() const noexcept { return ByUse_.size(); }
 
     /// The memory block with the least stamp, of equal ones the one with the highest number.
     /// There must be one.
-    std::int32_t LeastRecentlyUsed() const noexcept { return -ByUse.begin()->second; }
+    std::int32_t LeastRecentlyUsed() const noexcept { return -ByUse_.begin()->second; }
 
   private:
     static constexpr std::int32_t ChunkBits = 11;
     static constexpr std::int32_t ChunkRecords = 1 << ChunkBits;
 
     BlockRec& Rec(std::int32_t Blk) const {
-        if (Blk < 1 || Blk > Records) RefuseNumber(Blk);
+        if (Blk < 1 || Blk > Records_) RefuseNumber(Blk);
         const auto Index = static_cast<std::size_t>(Blk - 1);
-        return Chunks[Index >> ChunkBits][Index % ChunkRecords];
+        return Chunks_[Index >> ChunkBits][Index % ChunkRecords];
     }
     [[noreturn]] void RefuseNumber(std::int32_t Blk) const;
     void Append();
 
-    std::int32_t Records = 0;
-    std::int32_t MemUsed = 0;
-    std::vector<std::unique_ptr<BlockRec[]>> Chunks;
-    SlotSet Free;
-    std::set<std::pair<std::int32_t, std::int32_t>> ByUse;  // (BlkUseStamp, -number)
+    std::int32_t Records_ = 0;
+    std::int32_t MemUsed_ = 0;
+    std::vector<std::unique_ptr<BlockRec[]>> Chunks_;
+    SlotSet Free_;
+    std::set<std::pair<std::int32_t, std::int32_t>> ByUse_;  // (BlkUseStamp, -number)
 };
 
 constexpr bool InMemory(std::int32_t Type) {

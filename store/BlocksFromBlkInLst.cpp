@@ -31,43 +31,43 @@ std::int32_t SlotOf(LastName& Last, BlockList NameRecord, Find&& FindSlot, Add&&
 
 class HandOver {
   public:
-    explicit HandOver(WoroFileBlockMod& TheStore) : Store(TheStore) {}
+    explicit HandOver(WoroFileBlockMod& Store) : Store_(Store) {}
 
     std::int32_t Make(const BlkInEntry& Entry) {
         const Extent Where{Entry.BlkLen, Entry.BlkStartPos, Entry.BlkFilePos};
         switch (Entry.TypeCode) {
             case BlkFile:
-                return Store.BlockHandOver(Where, BlkFile, WorkSlot(Entry));
+                return Store_.BlockHandOver(Where, BlkFile, WorkSlot(Entry));
             case BlkOrgFile:
-                return Store.BlockHandOver(Where, BlkOrgFile, OrgSlot(Entry));
+                return Store_.BlockHandOver(Where, BlkOrgFile, OrgSlot(Entry));
             case BlkSilent:
                 break;
             default:
-                Store.ShowError("Error - Block type can not be converted to Block");
+                Store_.ShowError("Error - Block type can not be converted to Block");
         }
-        return Store.BlockHandOver(Where, BlkSilent, 0);
+        return Store_.BlockHandOver(Where, BlkSilent, 0);
     }
 
   private:
     std::int32_t WorkSlot(const BlkInEntry& Entry) {
         return SlotOf(
-            LastWork, Entry.NameRecord,
-            [this](const std::string& Name) { return Store.WorkFileFind(Name); },
-            [this](const std::string& Name) { return Store.WorkFileAdd(Name); });
+            LastWork_, Entry.NameRecord,
+            [this](const std::string& Name) { return Store_.WorkFileFind(Name); },
+            [this](const std::string& Name) { return Store_.WorkFileAdd(Name); });
     }
 
     std::int32_t OrgSlot(const BlkInEntry& Entry) {
         return SlotOf(
-            LastOrg, Entry.NameRecord,
-            [this](const std::string& Name) { return Store.OrgFileFind(Name); },
+            LastOrg_, Entry.NameRecord,
+            [this](const std::string& Name) { return Store_.OrgFileFind(Name); },
             [&](const std::string& Name) {
-                return Store.OrgFileAdd(Name, Entry.Channels, Entry.Bits);
+                return Store_.OrgFileAdd(Name, Entry.Channels, Entry.Bits);
             });
     }
 
-    WoroFileBlockMod& Store;
-    LastName LastWork;
-    LastName LastOrg;
+    WoroFileBlockMod& Store_;
+    LastName LastWork_;
+    LastName LastOrg_;
 };
 
 }  // namespace

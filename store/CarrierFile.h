@@ -18,30 +18,30 @@ struct CarrierFile {
 class CarrierFiles {
   public:
     /// Owned stays where it is until it is removed.
-    void Add(const CarrierFile& Owned) { All.push_back(&Owned); }
-    void Remove(const CarrierFile& Owned) noexcept { std::erase(All, &Owned); }
+    void Add(const CarrierFile& Owned) { All_.push_back(&Owned); }
+    void Remove(const CarrierFile& Owned) noexcept { std::erase(All_, &Owned); }
 
     bool Any(const auto& Fits) const {
-        return std::ranges::any_of(All, [&](const CarrierFile* Each) { return Fits(*Each); });
+        return std::ranges::any_of(All_, [&](const CarrierFile* Each) { return Fits(*Each); });
     }
 
   private:
-    std::vector<const CarrierFile*> All;
+    std::vector<const CarrierFile*> All_;
 };
 
 /// Makes a carrier's file known to the others for as long as both live.
 class Registration {
   public:
-    Registration(CarrierFiles& ToAll, const CarrierFile& ToOwn) : All(ToAll), Owned(ToOwn) {
-        All.Add(Owned);
+    Registration(CarrierFiles& ToAll, const CarrierFile& ToOwn) : All_(ToAll), Owned_(ToOwn) {
+        All_.Add(Owned_);
     }
-    ~Registration() { All.Remove(Owned); }
+    ~Registration() { All_.Remove(Owned_); }
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
 
   private:
-    CarrierFiles& All;
-    const CarrierFile& Owned;
+    CarrierFiles& All_;
+    const CarrierFile& Owned_;
 };
 
 }  // namespace Tolvar

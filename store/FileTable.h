@@ -37,32 +37,32 @@ constexpr char FoldedByte(char Byte) {
 template <class Rec>
 class FileTable {
   public:
-    FileTable() : InUse(0, NameHash{&Recs}, SameName{&Recs}) {}
+    FileTable() : InUse_(0, NameHash{&Recs_}, SameName{&Recs_}) {}
     FileTable(const FileTable&) = delete;
     FileTable& operator=(const FileTable&) = delete;
 
-    std::int32_t Count() const noexcept { return static_cast<std::int32_t>(Recs.size()); }
-    Rec& At(std::int32_t Slot) { return Recs[IndexOf(Slot)]; }
-    const Rec& At(std::int32_t Slot) const { return Recs[IndexOf(Slot)]; }
+    std::int32_t Count() const noexcept { return static_cast<std::int32_t>(Recs_.size()); }
+    Rec& At(std::int32_t Slot) { return Recs_[IndexOf(Slot)]; }
+    const Rec& At(std::int32_t Slot) const { return Recs_[IndexOf(Slot)]; }
 
     /// The first slot that is not in use, appended when all are.
     std::int32_t FirstFree() {
-        if (const std::int32_t Slot = Free.First(); Slot != 0) return Slot;
+        if (const std::int32_t Slot = Free_.First(); Slot != 0) return Slot;
         const std::int32_t Slot = CheckedAdd(Count(), 1);
-        Free.Reserve(Slot);
-        Named.Reserve(Slot);
-        Recs.emplace_back();
-        Free.Insert(Slot);
+        Free_.Reserve(Slot);
+        Named_.Reserve(Slot);
+        Recs_.emplace_back();
+        Free_.Insert(Slot);
         return Slot;
     }
 
     /// A slot that is not in use but has a name; 0 when there is none.
-    std::int32_t FirstNamedFree() const noexcept { return Named.First(); }
+    std::int32_t FirstNamedFree() const noexcept { return Named_.First(); }
 
     /// The first slot in use whose name is Name, ignoring case; 0 when there is none.
     std::int32_t Find(std::string_view Name) const {
         std::int32_t First = 0;
-        const auto [From, To] = InUse.equal_range(Name);
+        const auto [From, To] = InUse_.equal_range(Name);
         for (auto Slot = From; Slot != To; ++Slot) {
             if (First == 0 || *Slot < First) First = *Slot;
         }
@@ -71,7 +71,7 @@ class FileTable {
 
     void Rename(std::int32_t Slot, const std::string& Name) {
         NameOf(At(Slot)) = Name;
-        Name.empty() ? Named.Erase(Slot) : Named.Insert(Slot);
+        Name.empty() ? Named_.Erase(Slot) : Named_.Insert(Slot);
     }
 
     /// One block more. On RuntimeFailure(Overflow) or std::bad_alloc nothing has changed.
@@ -79,9 +79,9 @@ class FileTable {
         std::int32_t& UseCnt = UseCntOf(At(Slot));
         const std::int32_t Raised = CheckedAdd(UseCnt, 1);
         if (UseCnt == 0) {
-            InUse.insert(Slot);
-            Free.Erase(Slot);
-            Named.Erase(Slot);
+            InUse_.insert(Slot);
+            Free_.Erase(Slot);
+            Named_.Erase(Slot);
         }
         UseCnt = Raised;
     }
@@ -90,12 +90,12 @@ class FileTable {
     bool Unuse(std::int32_t Slot) {
         std::int32_t& UseCnt = UseCntOf(At(Slot));
         if (--UseCnt != 0) return false;
-        auto Entry = InUse.equal_range(Slot).first;
+        auto Entry = InUse_.equal_range(Slot).first;
         while (*Entry != Slot)
             ++Entry;
-        InUse.erase(Entry);
-        Free.Insert(Slot);
-        if (!NameOf(At(Slot)).empty()) Named.Insert(Slot);
+        InUse_.erase(Entry);
+        Free_.Insert(Slot);
+        if (!NameOf(At(Slot)).empty()) Named_.Insert(Slot);
         return true;
     }
 
@@ -144,10 +144,10 @@ class FileTable {
         return static_cast<std::size_t>(Slot) - 1;
     }
 
-    Records Recs;
-    SlotSet Free;   // slots that are not in use
-    SlotSet Named;  // those of them that still have a name
-    std::unordered_multiset<std::int32_t, NameHash, SameName> InUse;
+    Records Recs_;
+    SlotSet Free_;   // slots that are not in use
+    SlotSet Named_;  // those of them that still have a name
+    std::unordered_multiset<std::int32_t, NameHash, SameName> InUse_;
 };
 
 }  // namespace Tolvar

@@ -13,27 +13,27 @@ namespace Tolvar {
 /// freed again, so that a failure half-way leaves nothing behind.
 class MadeBlocks {
   public:
-    MadeBlocks(WoroFileBlockMod& Store, std::size_t AtMost) : Owner(Store) {
-        Blks.reserve(AtMost + 1);
-        Blks.push_back(0);
+    MadeBlocks(WoroFileBlockMod& Store, std::size_t AtMost) : Owner_(Store) {
+        Blks_.reserve(AtMost + 1);
+        Blks_.push_back(0);
     }
     ~MadeBlocks() {
-        for (std::size_t I = 1; I < Blks.size(); ++I)
-            Owner.BlockFree(Blks[I]);
+        for (std::size_t I = 1; I < Blks_.size(); ++I)
+            Owner_.BlockFree(Blks_[I]);
     }
     MadeBlocks(const MadeBlocks&) = delete;
     MadeBlocks& operator=(const MadeBlocks&) = delete;
 
     /// At most AtMost times; allocates nothing.
     std::int32_t Add(std::int32_t Blk) {
-        Blks.push_back(Blk);
+        Blks_.push_back(Blk);
         return Blk;
     }
-    std::vector<std::int32_t> Take() { return std::exchange(Blks, {}); }
+    std::vector<std::int32_t> Take() { return std::exchange(Blks_, {}); }
 
   private:
-    WoroFileBlockMod& Owner;
-    std::vector<std::int32_t> Blks;
+    WoroFileBlockMod& Owner_;
+    std::vector<std::int32_t> Blks_;
 };
 
 }  // namespace Tolvar

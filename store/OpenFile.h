@@ -14,31 +14,31 @@ namespace Tolvar {
 class OpenFile {
   public:
     /// 0 = none.
-    std::int32_t Slot() const noexcept { return SlotOf; }
+    std::int32_t Slot() const noexcept { return Slot_; }
 
     /// Opens the file for reading and closes the one before it; nothing when it is open already.
     void Open(Files& FileLayer, std::int32_t Slot, const std::string& Name) {
-        if (SlotOf == Slot) return;
+        if (Slot_ == Slot) return;
         Close();
-        Handle = FileLayer.Open(Name, FileAccess::Read);
-        SlotOf = Slot;
+        Handle_ = FileLayer.Open(Name, FileAccess::Read);
+        Slot_ = Slot;
     }
 
     /// Nothing when another file, or none, is open.
     void CloseIf(std::int32_t Slot) noexcept {
-        if (Slot == SlotOf) Close();
+        if (Slot == Slot_) Close();
     }
 
     void Close() noexcept {
-        Handle.reset();
-        SlotOf = 0;
+        Handle_.reset();
+        Slot_ = 0;
     }
 
     /// From the file that is open. BytePos is 1-based, 64 bits wide: the end of a block may lie
     /// beyond what its record can count.
     void Read(std::int64_t BytePos, std::span<std::byte> Into) {
         try {
-            Handle->ReadAt(BytePos, Into);
+            Handle_->ReadAt(BytePos, Into);
         } catch (...) {
             Close();
             throw;
@@ -46,8 +46,8 @@ class OpenFile {
     }
 
   private:
-    std::int32_t SlotOf = 0;
-    std::unique_ptr<File> Handle;
+    std::int32_t Slot_ = 0;
+    std::unique_ptr<File> Handle_;
 };
 
 }  // namespace Tolvar

@@ -27,10 +27,10 @@ struct SampleRun {
 /// into those of another channel, and are then valid as long as they.
 class SampleRuns {
   public:
-    const std::vector<SampleRun>& All() const { return Runs; }
+    const std::vector<SampleRun>& All() const { return Runs_; }
 
     void Clear();
-    void Add(const SampleRun& Run) { Runs.push_back(Run); }
+    void Add(const SampleRun& Run) { Runs_.push_back(Run); }
     /// Room for the bytes of a run, aligned for samples of 16 bits. It stays where it is.
     std::span<std::byte> Room(std::size_t Bytes);
 
@@ -39,10 +39,10 @@ class SampleRuns {
         std::unique_ptr<std::int16_t[]> Words;
         std::size_t Size;
     };
-    std::vector<SampleRun> Runs;
-    std::vector<Chunk> Chunks;
-    std::size_t Current = 0;  // the chunk that gives room
-    std::size_t Used = 0;     // words of it
+    std::vector<SampleRun> Runs_;
+    std::vector<Chunk> Chunks_;
+    std::size_t Current_ = 0;  // the chunk that gives room
+    std::size_t Used_ = 0;     // words of it
 };
 
 /// Goes through runs piece by piece; they must stay valid.
@@ -50,7 +50,7 @@ class RunWalk {
   public:
     static constexpr std::int64_t PieceLen = 2048;  // what the processor's first cache holds
 
-    explicit RunWalk(const SampleRuns& Runs) : Of(Runs.All()) {}
+    explicit RunWalk(const SampleRuns& Runs) : Of_(Runs.All()) {}
 
     /// Samples that the next piece may have at most; 0 at the end.
     std::int64_t Most() const;
@@ -59,8 +59,8 @@ class RunWalk {
     SampleRun Next(std::int64_t Count);
 
   private:
-    std::span<const SampleRun> Of;
-    std::int64_t Taken = 0;  // samples of the first run in Of
+    std::span<const SampleRun> Of_;
+    std::int64_t Taken_ = 0;  // samples of the first run in Of
 };
 
 }  // namespace Tolvar

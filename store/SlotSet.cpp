@@ -17,9 +17,9 @@ std::uint64_t BitOf(std::size_t Index) {
 }  // namespace
 
 void SlotSet::Reserve(std::int32_t Slots) {
-    if (Slots <= Capacity) return;
-    const std::int64_t Wanted = std::max<std::int64_t>({Slots, 2 * Capacity, WordBits});
-    auto Grown = Levels;
+    if (Slots <= Capacity_) return;
+    const std::int64_t Wanted = std::max<std::int64_t>({Slots, 2 * Capacity_, WordBits});
+    auto Grown = Levels_;
     auto Bits = static_cast<std::size_t>(Wanted);
     for (std::size_t Level = 0; Level == 0 || Bits > 1; ++Level) {
         if (Level == Grown.size()) {
@@ -30,13 +30,13 @@ void SlotSet::Reserve(std::int32_t Slots) {
         Bits = (Bits + WordBits - 1) / WordBits;
         Grown[Level].resize(Bits);
     }
-    Levels.swap(Grown);
-    Capacity = Wanted;
+    Levels_.swap(Grown);
+    Capacity_ = Wanted;
 }
 
 void SlotSet::Insert(std::int32_t Slot) noexcept {
     auto Index = static_cast<std::size_t>(Slot) - 1;
-    for (auto& Words : Levels) {
+    for (auto& Words : Levels_) {
         std::uint64_t& Word = Words[Index / WordBits];
         const bool WasEmpty = Word == 0;
         Word |= BitOf(Index);
@@ -47,7 +47,7 @@ void SlotSet::Insert(std::int32_t Slot) noexcept {
 
 void SlotSet::Erase(std::int32_t Slot) noexcept {
     auto Index = static_cast<std::size_t>(Slot) - 1;
-    for (auto& Words : Levels) {
+    for (auto& Words : Levels_) {
         std::uint64_t& Word = Words[Index / WordBits];
         Word &= ~BitOf(Index);
         if (Word != 0) return;
@@ -56,9 +56,9 @@ void SlotSet::Erase(std::int32_t Slot) noexcept {
 }
 
 std::int32_t SlotSet::First() const noexcept {
-    if (Levels.empty() || Levels.back().front() == 0) return 0;
+    if (Levels_.empty() || Levels_.back().front() == 0) return 0;
     std::size_t Index = 0;
-    for (auto Words = Levels.rbegin(); Words != Levels.rend(); ++Words) {
+    for (auto Words = Levels_.rbegin(); Words != Levels_.rend(); ++Words) {
         Index = Index * WordBits + static_cast<std::size_t>(std::countr_zero((*Words)[Index]));
     }
     return static_cast<std::int32_t>(Index + 1);

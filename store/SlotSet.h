@@ -21,8 +21,9 @@ class SlotSet {
     std::int32_t First() const noexcept;
 
   private:
-    std::int64_t Capacity = 0;
-    std::vector<std::vector<std::uint64_t>> Levels;  // [0] one bit a slot, the last one is one word
+    std::int64_t Capacity_ = 0;
+    std::vector<std::vector<std::uint64_t>>
+        Levels_;  // [0] one bit a slot, the last one is one word
 };
 
 }  // namespace Tolvar

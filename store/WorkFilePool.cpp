@@ -11,9 +11,9 @@ const std::string& RequireFolder(const std::string& Folder) {
 }
 
 WorkFilePool::~WorkFilePool() {
-    for (const std::string& Name : Made) {
+    for (const std::string& Name : Made_) {
         try {
-            FileLayer.Delete(Name);
+            FileLayer_.Delete(Name);
         } catch (...) {  // the server ends; whatever stays in the folder is the user's to delete
             continue;
         }
@@ -21,39 +21,39 @@ WorkFilePool::~WorkFilePool() {
 }
 
 std::string WorkFilePool::NextName(const std::string& Folder) {
-    if (const std::int32_t Number = Spare.First(); Number != 0) {
-        const std::string& Name = Made[static_cast<std::size_t>(Number) - 1];
+    if (const std::int32_t Number = Spare_.First(); Number != 0) {
+        const std::string& Name = Made_[static_cast<std::size_t>(Number) - 1];
         // A folder that was left behind may be full or gone.
         if (Folder.empty() || Name.starts_with(Folder + "\\")) return Name;
     }
-    return RequireFolder(Folder) + "\\wb" + std::to_string(++LastNumber) + ".tmp";
+    return RequireFolder(Folder) + "\\wb" + std::to_string(++LastNumber_) + ".tmp";
 }
 
 std::unique_ptr<File> WorkFilePool::OpenForWriting(const std::string& Name) {
-    if (Holds(Name)) return FileLayer.Open(Name, FileAccess::Write);
-    const std::int32_t Number = Checked<std::int32_t>(static_cast<std::int64_t>(Made.size()) + 1);
-    Spare.Reserve(Number);
-    Made.push_back(Name);
+    if (Holds(Name)) return FileLayer_.Open(Name, FileAccess::Write);
+    const std::int32_t Number = Checked<std::int32_t>(static_cast<std::int64_t>(Made_.size()) + 1);
+    Spare_.Reserve(Number);
+    Made_.push_back(Name);
     try {
-        NumberOf.emplace(Name, Number);
-        if (auto Fresh = FileLayer.CreateNew(Name)) {
-            Spare.Insert(Number);
+        Number_.emplace(Name, Number);
+        if (auto Fresh = FileLayer_.CreateNew(Name)) {
+            Spare_.Insert(Number);
             return Fresh;
         }
     } catch (...) {
-        NumberOf.erase(Name);
-        Made.pop_back();
+        Number_.erase(Name);
+        Made_.pop_back();
         throw;
     }
-    NumberOf.erase(Name);
-    Made.pop_back();
+    Number_.erase(Name);
+    Made_.pop_back();
     return nullptr;
 }
 
 void WorkFilePool::SetSpare(const std::string& Name, bool IsSpare) noexcept {
-    const auto Known = NumberOf.find(Name);
-    if (Known == NumberOf.end()) return;
-    IsSpare ? Spare.Insert(Known->second) : Spare.Erase(Known->second);
+    const auto Known = Number_.find(Name);
+    if (Known == Number_.end()) return;
+    IsSpare ? Spare_.Insert(Known->second) : Spare_.Erase(Known->second);
 }
 
 }  // namespace Tolvar

@@ -19,7 +19,7 @@ const std::string& RequireFolder(const std::string& Folder);
 /// deletes them all, as far as the system lets it.
 class WorkFilePool {
   public:
-    explicit WorkFilePool(Files& TheFiles) : FileLayer(TheFiles) {}
+    explicit WorkFilePool(Files& Files) : FileLayer_(Files) {}
     ~WorkFilePool();
     WorkFilePool(const WorkFilePool&) = delete;
     WorkFilePool& operator=(const WorkFilePool&) = delete;
@@ -29,8 +29,8 @@ class WorkFilePool {
     /// Folder is "".
     std::string NextName(const std::string& Folder);
 
-    bool Holds(const std::string& Name) const { return NumberOf.contains(Name); }
-    const std::vector<std::string>& Names() const { return Made; }
+    bool Holds(const std::string& Name) const { return Number_.contains(Name); }
+    const std::vector<std::string>& Names() const { return Made_; }
 
     /// Opens a file of the pool, or makes Name and takes it in. Null, with nothing touched, when a
     /// file of that name exists that is not the pool's.
@@ -40,11 +40,11 @@ class WorkFilePool {
     void SetSpare(const std::string& Name, bool IsSpare) noexcept;
 
   private:
-    Files& FileLayer;
-    std::int64_t LastNumber = 0;
-    std::vector<std::string> Made;  // number 1 first
-    std::unordered_map<std::string, std::int32_t> NumberOf;
-    SlotSet Spare;
+    Files& FileLayer_;
+    std::int64_t LastNumber_ = 0;
+    std::vector<std::string> Made_;  // number 1 first
+    std::unordered_map<std::string, std::int32_t> Number_;
+    SlotSet Spare_;
 };
 
 }  // namespace Tolvar

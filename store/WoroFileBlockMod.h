@@ -38,17 +38,17 @@ class WoroFileBlockMod {
     WoroFileBlockMod& operator=(const WoroFileBlockMod&) = delete;
 
     // The tables, to be read. A number outside a table is RuntimeFailure(Input).
-    std::int32_t BlockCnt() const { return Blocks.Count(); }
-    std::int32_t OrgFileCnt() const { return OrgFiles.Count(); }
-    std::int32_t WorkFileCnt() const { return WorkFiles.Count(); }
-    std::int32_t OrgFileOpen() const { return OrgOpen.Slot(); }        ///< slot, 0 = none
-    std::int32_t WorkFileOpen() const { return WorkOpen.Slot(); }      ///< slot, 0 = none
-    std::int32_t BuffMemUsed() const { return Blocks.BuffMemUsed(); }  ///< bytes
-    std::int32_t UseClock() const { return Clock; }
-    std::int32_t MemorySizeToUse() const { return Settings.MemorySizeToUse; }  ///< bytes
-    const BlockRec& Block(std::int32_t Blk) const { return Blocks.At(Blk); }
-    const OrgFileRec& OrgFile(std::int32_t Slot) const { return OrgFiles.At(Slot); }
-    const WorkFileRec& WorkFile(std::int32_t Slot) const { return WorkFiles.At(Slot); }
+    std::int32_t BlockCnt() const { return Blocks_.Count(); }
+    std::int32_t OrgFileCnt() const { return OrgFiles_.Count(); }
+    std::int32_t WorkFileCnt() const { return WorkFiles_.Count(); }
+    std::int32_t OrgFileOpen() const { return OrgOpen_.Slot(); }        ///< slot, 0 = none
+    std::int32_t WorkFileOpen() const { return WorkOpen_.Slot(); }      ///< slot, 0 = none
+    std::int32_t BuffMemUsed() const { return Blocks_.BuffMemUsed(); }  ///< bytes
+    std::int32_t UseClock() const { return Clock_; }
+    std::int32_t MemorySizeToUse() const { return Settings_.MemorySizeToUse; }  ///< bytes
+    const BlockRec& Block(std::int32_t Blk) const { return Blocks_.At(Blk); }
+    const OrgFileRec& OrgFile(std::int32_t Slot) const { return OrgFiles_.At(Slot); }
+    const WorkFileRec& WorkFile(std::int32_t Slot) const { return WorkFiles_.At(Slot); }
 
     // Table-level operations.
 
@@ -61,13 +61,13 @@ class WoroFileBlockMod {
     /// A slot for a work file that the editor keeps; the store never writes or deletes it.
     std::int32_t WorkFileAdd(const std::string& Name);
     /// The first slot in use of that name, ignoring case; 0 when there is none.
-    std::int32_t OrgFileFind(std::string_view Name) const { return OrgFiles.Find(Name); }
-    std::int32_t WorkFileFind(std::string_view Name) const { return WorkFiles.Find(Name); }
+    std::int32_t OrgFileFind(std::string_view Name) const { return OrgFiles_.Find(Name); }
+    std::int32_t WorkFileFind(std::string_view Name) const { return WorkFiles_.Find(Name); }
     /// RuntimeFailure(File) when it cannot be opened; then no file of that kind is open.
     void OrgFileOpenNo(std::int32_t Slot);
-    void OrgFileCloseNo(std::int32_t Slot) noexcept { OrgOpen.CloseIf(Slot); }
+    void OrgFileCloseNo(std::int32_t Slot) noexcept { OrgOpen_.CloseIf(Slot); }
     void WorkFileOpenNo(std::int32_t Slot);
-    void WorkFileCloseNo(std::int32_t Slot) noexcept { WorkOpen.CloseIf(Slot); }
+    void WorkFileCloseNo(std::int32_t Slot) noexcept { WorkOpen_.CloseIf(Slot); }
     /// Closes and forgets the names of the files that no block uses any more.
     void FilesForget() noexcept;
 
@@ -101,9 +101,9 @@ class WoroFileBlockMod {
 
     // What carriers and the hand-over do to a block of their own.
 
-    void ShowError(std::string_view Text) { Box.Show(Text); }
+    void ShowError(std::string_view Text) { Box_.Show(Text); }
     void BlockStamp(std::int32_t Blk);
-    void BlockStartLet(std::int32_t Blk, std::int32_t StartPos) { Blocks.SetStart(Blk, StartPos); }
+    void BlockStartLet(std::int32_t Blk, std::int32_t StartPos) { Blocks_.SetStart(Blk, StartPos); }
     /// One sample of a block in memory, which then is in no file (BlkBuff).
     void BlockSampleLet(std::int32_t Blk, std::int64_t Offset, std::int16_t NewVal);
 
@@ -112,10 +112,10 @@ class WoroFileBlockMod {
 
     // What the carriers that keep a file of their own share with the blocks.
 
-    Files& Disk() { return FileLayer; }
+    Files& Disk() { return FileLayer_; }
     /// RuntimeFailure(File) when AppTmpDir is "".
-    const std::string& WorkFolder() const { return RequireFolder(Settings.AppTmpDir); }
-    CarrierFiles& FilesOfCarriers() { return OfCarriers; }
+    const std::string& WorkFolder() const { return RequireFolder(Settings_.AppTmpDir); }
+    CarrierFiles& FilesOfCarriers() { return OfCarriers_; }
     /// True when blocks read from the file Name, or the store writes its own there.
     bool BlocksUse(const std::string& Name) const;
 
@@ -146,19 +146,19 @@ class WoroFileBlockMod {
     void UnuseWorkFile(std::int32_t Slot);
     void ForgetOrgFile(std::int32_t Slot);
 
-    Files& FileLayer;
-    MessageBox& Box;
-    const StoreSettings& Settings;
+    Files& FileLayer_;
+    MessageBox& Box_;
+    const StoreSettings& Settings_;
 
-    std::int32_t Clock = 0;
-    BlockTable Blocks;
-    FileTable<OrgFileRec> OrgFiles;
-    FileTable<WorkFileRec> WorkFiles;
-    WorkFilePool OwnFiles;
-    CarrierFiles OfCarriers;
-    OpenFile OrgOpen;
-    OpenFile WorkOpen;
-    std::vector<std::int16_t> Scratch;  // file bytes on their way through the conversion
+    std::int32_t Clock_ = 0;
+    BlockTable Blocks_;
+    FileTable<OrgFileRec> OrgFiles_;
+    FileTable<WorkFileRec> WorkFiles_;
+    WorkFilePool OwnFiles_;
+    CarrierFiles OfCarriers_;
+    OpenFile OrgOpen_;
+    OpenFile WorkOpen_;
+    std::vector<std::int16_t> Scratch_;  // file bytes on their way through the conversion
 };
 
 }  // namespace Tolvar

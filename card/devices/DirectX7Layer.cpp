@@ -31,51 +31,51 @@ auto Calling(const char* Name, Work Run) {
 class DirectXEvents {
   public:
     std::int32_t Add(DirectXEvent& Event) {
-        LastHandle = CheckedAdd(LastHandle, 1);
-        ByHandle.emplace(LastHandle, &Event);
-        return LastHandle;
+        LastHandle_ = CheckedAdd(LastHandle_, 1);
+        ByHandle_.emplace(LastHandle_, &Event);
+        return LastHandle_;
     }
     void Require(std::int32_t Handle) const {
-        RequireOfDevice(ByHandle.contains(Handle), "there is no event " + std::to_string(Handle));
+        RequireOfDevice(ByHandle_.contains(Handle), "there is no event " + std::to_string(Handle));
     }
     void Remove(std::int32_t Handle) {
         Require(Handle);
-        ByHandle.erase(Handle);
+        ByHandle_.erase(Handle);
     }
-    void Clear() { ByHandle.clear(); }
+    void Clear() { ByHandle_.clear(); }
 
     /// Lost when the event is gone. Its callback may destroy this.
     void Signal(std::int32_t Handle) const {
-        const auto Found = ByHandle.find(Handle);
-        if (Found != ByHandle.end()) Found->second->DXCallback(Handle);
+        const auto Found = ByHandle_.find(Handle);
+        if (Found != ByHandle_.end()) Found->second->DXCallback(Handle);
     }
 
   private:
-    std::map<std::int32_t, DirectXEvent*> ByHandle;
-    std::int32_t LastHandle = 0;
+    std::map<std::int32_t, DirectXEvent*> ByHandle_;
+    std::int32_t LastHandle_ = 0;
 };
 
 namespace {
 
 class LayerBuffer : public DirectSoundBuffer {
   public:
-    LayerBuffer(SoundCard& Card, std::shared_ptr<DirectXEvents> TheEvents, StreamFormat Format,
+    LayerBuffer(SoundCard& Card, std::shared_ptr<DirectXEvents> Events, StreamFormat Format,
                 const DSBUFFERDESC& Desc)
-        : Voice(Card, Format, Desc.lBufferBytes),
-          Events(std::move(TheEvents)),
-          Flags(Desc.lFlags) {}
+        : Voice_(Card, Format, Desc.lBufferBytes),
+          Events_(std::move(Events)),
+          Flags_(Desc.lFlags) {}
 
     void SetNotificationPositions(std::span<const DSBPOSITIONNOTIFY> Positions) override {
         Calling("DirectSoundBuffer.SetNotificationPositions", [&] {
             RequireFlag(DSBCAPS_CTRLPOSITIONNOTIFY, "DSBCAPS_CTRLPOSITIONNOTIFY");
             std::vector<LoopingVoice::Notification> Wanted;
             for (const DSBPOSITIONNOTIFY& Each : Positions) {
-                Events->Require(Each.hEventNotify);
-                Wanted.push_back({Each.lOffset, [Known = Events, Handle = Each.hEventNotify] {
+                Events_->Require(Each.hEventNotify);
+                Wanted.push_back({Each.lOffset, [Known = Events_, Handle = Each.hEventNotify] {
                                       Known->Signal(Handle);
                                   }});
             }
-            Voice.SetNotifications(std::move(Wanted));
+            Voice_.SetNotifications(std::move(Wanted));
         });
     }
 
@@ -84,18 +84,18 @@ class LayerBuffer : public DirectSoundBuffer {
         Calling("DirectSoundBuffer.WriteBuffer", [&] {
             RequireOfDevice(WriteFlags == 0,
                             "the flags " + std::to_string(WriteFlags) + " are not 0");
-            Voice.Write(Start, Bytes, FirstSample);
+            Voice_.Write(Start, Bytes, FirstSample);
         });
     }
 
     void SetCurrentPosition(std::int32_t Bytes) override {
-        Calling("DirectSoundBuffer.SetCurrentPosition", [&] { Voice.SetCursor(Bytes); });
+        Calling("DirectSoundBuffer.SetCurrentPosition", [&] { Voice_.SetCursor(Bytes); });
     }
 
     void SetFrequency(std::int32_t Hz) override {
         Calling("DirectSoundBuffer.SetFrequency", [&] {
             RequireFlag(DSBCAPS_CTRLFREQUENCY, "DSBCAPS_CTRLFREQUENCY");
-            Voice.SetFrequency(Hz);
+            Voice_.SetFrequency(Hz);
         });
     }
 
@@ -103,49 +103,49 @@ class LayerBuffer : public DirectSoundBuffer {
         Calling("DirectSoundBuffer.Play", [&] {
             RequireOfDevice(PlayFlags == DSBPLAY_LOOPING,
                             "the flags " + std::to_string(PlayFlags) + " are not DSBPLAY_LOOPING");
-            Voice.Play();
+            Voice_.Play();
         });
     }
 
-    void Stop() override { Voice.Stop(); }
+    void Stop() override { Voice_.Stop(); }
 
     void GetCurrentPosition(DSCURSORS& Cursors) override {
-        const std::int64_t Frame = Voice.FramesHeard();
-        const std::int64_t Next = Voice.IsPlaying() ? Frame + 1 : Frame;
+        const std::int64_t Frame = Voice_.FramesHeard();
+        const std::int64_t Next = Voice_.IsPlaying() ? Frame + 1 : Frame;
         Cursors = {OffsetOf(Frame), OffsetOf(Next)};
     }
 
   private:
     std::int32_t OffsetOf(std::int64_t Frame) const {
-        return Checked<std::int32_t>(Frame % Voice.BufferFrames() * Voice.BytesPerFrame());
+        return Checked<std::int32_t>(Frame % Voice_.BufferFrames() * Voice_.BytesPerFrame());
     }
     void RequireFlag(std::int32_t Flag, const char* Name) const {
-        RequireOfDevice((Flags & Flag) != 0, std::string("the buffer was made without ") + Name);
+        RequireOfDevice((Flags_ & Flag) != 0, std::string("the buffer was made without ") + Name);
     }
 
-    LoopingVoice Voice;
-    std::shared_ptr<DirectXEvents> Events;
-    std::int32_t Flags;
+    LoopingVoice Voice_;
+    std::shared_ptr<DirectXEvents> Events_;
+    std::int32_t Flags_;
 };
 
 class LayerSound : public DirectSound {
   public:
-    LayerSound(SoundCard& TheCard, std::shared_ptr<DirectXEvents> TheEvents)
-        : Card(TheCard), Events(std::move(TheEvents)) {}
+    LayerSound(SoundCard& Card, std::shared_ptr<DirectXEvents> Events)
+        : Card_(Card), Events_(std::move(Events)) {}
 
     void SetCooperativeLevel(std::int32_t Window, std::int32_t Level) override {
         Calling("DirectSound.SetCooperativeLevel", [&] {
             RequireOfDevice(Window != 0, "there is no window");
             RequireOfDevice(Level == DSSCL_PRIORITY,
                             "the level " + std::to_string(Level) + " is not DSSCL_PRIORITY");
-            HasLevel = true;
+            HasLevel_ = true;
         });
     }
 
     std::unique_ptr<DirectSoundBuffer> CreateSoundBuffer(const DSBUFFERDESC& Desc,
                                                          const WAVEFORMATEX& Format) override {
         return Calling("DirectSound.CreateSoundBuffer", [&] {
-            RequireOfDevice(HasLevel, "SetCooperativeLevel was not called");
+            RequireOfDevice(HasLevel_, "SetCooperativeLevel was not called");
             RequireOfDevice((Desc.lFlags & ~KnownFlags) == 0,
                             "the flags " + std::to_string(Desc.lFlags) + " are not all known");
             const auto Playable = PlayableFormat(Format, LoopingVoice::MostHz);
@@ -154,39 +154,39 @@ class LayerSound : public DirectSound {
                                 std::to_string(Format.nChannels) + " channels, " +
                                 std::to_string(Format.nSamplesPerSec) + " Hz, " +
                                 std::to_string(Format.wBitsPerSample) + " bits) cannot be played");
-            return std::make_unique<LayerBuffer>(Card, Events, *Playable, Desc);
+            return std::make_unique<LayerBuffer>(Card_, Events_, *Playable, Desc);
         });
     }
 
   private:
-    SoundCard& Card;
-    std::shared_ptr<DirectXEvents> Events;
-    bool HasLevel = false;
+    SoundCard& Card_;
+    std::shared_ptr<DirectXEvents> Events_;
+    bool HasLevel_ = false;
 };
 
 }  // namespace
 
-DirectX7Root::DirectX7Root(SoundCard& TheCard)
-    : Card(TheCard), Events(std::make_shared<DirectXEvents>()) {}
+DirectX7Root::DirectX7Root(SoundCard& Card)
+    : Card_(Card), Events_(std::make_shared<DirectXEvents>()) {}
 
 DirectX7Root::~DirectX7Root() {
-    Events->Clear();
+    Events_->Clear();
 }
 
 std::unique_ptr<DirectSound> DirectX7Root::DirectSoundCreate(const std::string& Device) {
     return Calling("DirectX7.DirectSoundCreate", [&] {
         RequireOfDevice(Device.empty(), "there is no device \"" + Device + "\"");
-        RequireOfDevice(Card.Present(), "there is no sound device");
-        return std::make_unique<LayerSound>(Card, Events);
+        RequireOfDevice(Card_.Present(), "there is no sound device");
+        return std::make_unique<LayerSound>(Card_, Events_);
     });
 }
 
 std::int32_t DirectX7Root::CreateEvent(DirectXEvent& Event) {
-    return Calling("DirectX7.CreateEvent", [&] { return Events->Add(Event); });
+    return Calling("DirectX7.CreateEvent", [&] { return Events_->Add(Event); });
 }
 
 void DirectX7Root::DestroyEvent(std::int32_t Handle) {
-    Calling("DirectX7.DestroyEvent", [&] { Events->Remove(Handle); });
+    Calling("DirectX7.DestroyEvent", [&] { Events_->Remove(Handle); });
 }
 
 }  // namespace Tolvar

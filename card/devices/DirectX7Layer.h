@@ -26,8 +26,8 @@ class DirectX7Root : public DirectX7 {
     void DestroyEvent(std::int32_t Handle) override;
 
   private:
-    SoundCard& Card;
-    std::shared_ptr<DirectXEvents> Events;
+    SoundCard& Card_;
+    std::shared_ptr<DirectXEvents> Events_;
 };
 
 }  // namespace Tolvar

@@ -42,33 +42,33 @@ void ServiceHost::MakeCurrent(ServiceHost* Host) {
 }
 
 DlServiceLibrary::~DlServiceLibrary() {
-    if (ServiceHost::Current() == &Host) ServiceHost::MakeCurrent(nullptr);
-    Host.Held.reset();
+    if (ServiceHost::Current() == &Host_) ServiceHost::MakeCurrent(nullptr);
+    Host_.Held.reset();
     Unload();
 }
 
 void* DlServiceLibrary::Entry(const char* Name) {
-    if (Loaded == nullptr) Load();
-    void* const Found = ::dlsym(Loaded, Name);
+    if (Loaded_ == nullptr) Load();
+    void* const Found = ::dlsym(Loaded_, Name);
     if (Found == nullptr) {
         const RuntimeFailure Missing =
-            LoaderFailure("the audio service library " + Path + " has no " + Name);
-        if (!Host.Held) Unload();  // it may be a whole one when it is tried again
+            LoaderFailure("the audio service library " + Path_ + " has no " + Name);
+        if (!Host_.Held) Unload();  // it may be a whole one when it is tried again
         throw Missing;
     }
-    ServiceHost::MakeCurrent(&Host);
+    ServiceHost::MakeCurrent(&Host_);
     return Found;
 }
 
 void DlServiceLibrary::Load() {
-    Path = LibraryPath();
-    Loaded = ::dlopen(Path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (Loaded == nullptr) throw LoaderFailure("cannot load the audio service library " + Path);
+    Path_ = LibraryPath();
+    Loaded_ = ::dlopen(Path_.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (Loaded_ == nullptr) throw LoaderFailure("cannot load the audio service library " + Path_);
 }
 
 void DlServiceLibrary::Unload() {
-    if (Loaded != nullptr) ::dlclose(Loaded);
-    Loaded = nullptr;
+    if (Loaded_ != nullptr) ::dlclose(Loaded_);
+    Loaded_ = nullptr;
 }
 
 }  // namespace Tolvar

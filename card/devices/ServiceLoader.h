@@ -12,7 +12,7 @@ namespace Tolvar {
 class DlServiceLibrary : public ServiceLibrary {
   public:
     /// Both stay the caller's and outlive this.
-    DlServiceLibrary(SoundCard& Card, Log& Journal) : Host{Card, Journal, nullptr} {}
+    DlServiceLibrary(SoundCard& Card, Log& Journal) : Host_{Card, Journal, nullptr} {}
     /// Releases what the library still holds for this card, and then the library.
     ~DlServiceLibrary() override;
     DlServiceLibrary(const DlServiceLibrary&) = delete;
@@ -24,9 +24,9 @@ class DlServiceLibrary : public ServiceLibrary {
     void Load();
     void Unload();
 
-    ServiceHost Host;
-    std::string Path;
-    void* Loaded = nullptr;  // dlopen's; null: not loaded
+    ServiceHost Host_;
+    std::string Path_;
+    void* Loaded_ = nullptr;  // dlopen's; null: not loaded
 };
 
 }  // namespace Tolvar

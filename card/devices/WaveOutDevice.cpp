@@ -2,30 +2,30 @@
 
 namespace Tolvar {
 UINT WaveOutDevice::waveOutGetNumDevs() {
-    return Card.Present() ? 1 : 0;
+    return Card_.Present() ? 1 : 0;
 }
 
 MMRESULT WaveOutDevice::waveOutOpen(HWAVEOUT* Handle, UINT Device, const WAVEFORMATEX* Format,
                                     std::uintptr_t Callback, std::uintptr_t Instance, DWORD Flags) {
     if (Device != WAVE_MAPPER && Device >= waveOutGetNumDevs()) return MMSYSERR_BADDEVICEID;
-    if (!Card.Present()) return MMSYSERR_BADDEVICEID;
+    if (!Card_.Present()) return MMSYSERR_BADDEVICEID;
     if (Flags != 0) return MMSYSERR_INVALFLAG;
     if (Handle == nullptr || Format == nullptr || Callback != 0 || Instance != 0) {
         return MMSYSERR_INVALPARAM;
     }
     const auto Playable = PlayableFormat(*Format, 384'000);
     if (!Playable) return WAVERR_BADFORMAT;
-    if (Playing) return MMSYSERR_ALLOCATED;
-    Playing = std::make_unique<QueueVoice>(Card, *Playable);
-    BytesPerFrame = Format->nBlockAlign;
-    *Handle = ++OpenHandle;
+    if (Playing_) return MMSYSERR_ALLOCATED;
+    Playing_ = std::make_unique<QueueVoice>(Card_, *Playable);
+    BytesPerFrame_ = Format->nBlockAlign;
+    *Handle = ++OpenHandle_;
     return MMSYSERR_NOERROR;
 }
 
 MMRESULT WaveOutDevice::waveOutClose(HWAVEOUT Handle) {
     if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
-    if (!Playing->IsEmpty()) return WAVERR_STILLPLAYING;
-    Playing.reset();
+    if (!Playing_->IsEmpty()) return WAVERR_STILLPLAYING;
+    Playing_.reset();
     return MMSYSERR_NOERROR;
 }
 
@@ -33,7 +33,7 @@ MMRESULT WaveOutDevice::waveOutClose(HWAVEOUT Handle) {
 MMRESULT WaveOutDevice::CheckHeader(HWAVEOUT Handle, const WAVEHDR* Header, UINT Bytes) {
     if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
     if (Header == nullptr || Bytes != WaveHdrBytes) return MMSYSERR_INVALPARAM;
-    return Playing->IsQueued(Header) ? WAVERR_STILLPLAYING : MMSYSERR_NOERROR;
+    return Playing_->IsQueued(Header) ? WAVERR_STILLPLAYING : MMSYSERR_NOERROR;
 }
 
 MMRESULT WaveOutDevice::waveOutPrepareHeader(HWAVEOUT Handle, WAVEHDR* Header, UINT Bytes) {
@@ -54,18 +54,18 @@ MMRESULT WaveOutDevice::waveOutWrite(HWAVEOUT Handle, WAVEHDR* Header, UINT Byte
     if ((Header->dwFlags & WHDR_PREPARED) == 0) return WAVERR_UNPREPARED;
     const bool Missing = Header->lpData == nullptr && Header->dwBufferLength > 0;
     const bool Odd = reinterpret_cast<std::uintptr_t>(Header->lpData) % alignof(std::int16_t) != 0;
-    if (Missing || Odd || Header->dwBufferLength % BytesPerFrame != 0) return MMSYSERR_INVALPARAM;
-    if (Card.PlaysOther(*Playing)) return MMSYSERR_ALLOCATED;
-    Playing->Queue(*Header);
+    if (Missing || Odd || Header->dwBufferLength % BytesPerFrame_ != 0) return MMSYSERR_INVALPARAM;
+    if (Card_.PlaysOther(*Playing_)) return MMSYSERR_ALLOCATED;
+    Playing_->Queue(*Header);
     return MMSYSERR_NOERROR;
 }
 
 MMRESULT WaveOutDevice::waveOutGetPosition(HWAVEOUT Handle, MMTIME* Time, UINT Bytes) {
     if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
     if (Time == nullptr || Bytes != MmTimeBytes) return MMSYSERR_INVALPARAM;
-    const std::int64_t Frames = Playing->FramesHeard();
+    const std::int64_t Frames = Playing_->FramesHeard();
     if (Time->wType == TIME_BYTES) {
-        Time->cb = static_cast<DWORD>(Frames * BytesPerFrame);
+        Time->cb = static_cast<DWORD>(Frames * BytesPerFrame_);
     } else {
         Time->wType = TIME_SAMPLES;
         Time->sample = static_cast<DWORD>(Frames);
@@ -75,20 +75,20 @@ MMRESULT WaveOutDevice::waveOutGetPosition(HWAVEOUT Handle, MMTIME* Time, UINT B
 
 MMRESULT WaveOutDevice::waveOutPause(HWAVEOUT Handle) {
     if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
-    Playing->Pause();
+    Playing_->Pause();
     return MMSYSERR_NOERROR;
 }
 
 MMRESULT WaveOutDevice::waveOutRestart(HWAVEOUT Handle) {
     if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
-    if (Card.PlaysOther(*Playing)) return MMSYSERR_ALLOCATED;
-    Playing->Restart();
+    if (Card_.PlaysOther(*Playing_)) return MMSYSERR_ALLOCATED;
+    Playing_->Restart();
     return MMSYSERR_NOERROR;
 }
 
 MMRESULT WaveOutDevice::waveOutReset(HWAVEOUT Handle) {
     if (!IsOpen(Handle)) return MMSYSERR_INVALHANDLE;
-    Playing->Reset();
+    Playing_->Reset();
     return MMSYSERR_NOERROR;
 }
 

@@ -13,8 +13,8 @@ namespace Tolvar {
 /// plays). Every wrong argument has a result code and changes nothing.
 class WaveOutDevice : public WaveOut {
   public:
-    /// TheCard stays the caller's, and outlives this.
-    explicit WaveOutDevice(SoundCard& TheCard) : Card(TheCard) {}
+    /// Card stays the caller's, and outlives this.
+    explicit WaveOutDevice(SoundCard& Card) : Card_(Card) {}
 
     UINT waveOutGetNumDevs() override;
     MMRESULT waveOutOpen(HWAVEOUT* Handle, UINT Device, const WAVEFORMATEX* Format,
@@ -31,13 +31,13 @@ class WaveOutDevice : public WaveOut {
     MMRESULT waveOutReset(HWAVEOUT Handle) override;
 
   private:
-    bool IsOpen(HWAVEOUT Handle) const { return Playing != nullptr && Handle == OpenHandle; }
+    bool IsOpen(HWAVEOUT Handle) const { return Playing_ != nullptr && Handle == OpenHandle_; }
     MMRESULT CheckHeader(HWAVEOUT Handle, const WAVEHDR* Header, UINT Bytes);
 
-    SoundCard& Card;
-    HWAVEOUT OpenHandle = 0;  // of the last open; a closed one is never used again
-    DWORD BytesPerFrame = 0;
-    std::unique_ptr<QueueVoice> Playing;  // null: closed
+    SoundCard& Card_;
+    HWAVEOUT OpenHandle_ = 0;  // of the last open; a closed one is never used again
+    DWORD BytesPerFrame_ = 0;
+    std::unique_ptr<QueueVoice> Playing_;  // null: closed
 };
 
 }  // namespace Tolvar

@@ -27,21 +27,21 @@ void Fall(std::span<std::int16_t> Samples, std::int64_t Channels, std::int64_t R
 }
 
 void EdgeRamps::Pass(std::span<const std::int16_t> Samples, const Output& Out) {
-    const std::size_t First = Held.size();
-    Held.insert(Held.end(), Samples.begin(), Samples.end());
-    Rise(std::span(Held).subspan(First), Channels, Seen, Ramp);
-    const std::int64_t Ready = FramesHeld() - Ramp;
+    const std::size_t First = Held_.size();
+    Held_.insert(Held_.end(), Samples.begin(), Samples.end());
+    Rise(std::span(Held_).subspan(First), Channels_, Seen_, Ramp_);
+    const std::int64_t Ready = FramesHeld() - Ramp_;
     if (Ready <= 0) return;
-    const auto End = Held.begin() + Ready * Channels;
-    Out({Held.begin(), End});
-    Held.erase(Held.begin(), End);
+    const auto End = Held_.begin() + Ready * Channels_;
+    Out({Held_.begin(), End});
+    Held_.erase(Held_.begin(), End);
 }
 
 void EdgeRamps::Finish(const Output& Out) {
-    Fall(Held, Channels, Ramp);
-    if (!Held.empty()) Out(Held);
-    Held.clear();
-    Seen = 0;
+    Fall(Held_, Channels_, Ramp_);
+    if (!Held_.empty()) Out(Held_);
+    Held_.clear();
+    Seen_ = 0;
 }
 
 }  // namespace Tolvar

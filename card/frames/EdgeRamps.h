@@ -22,7 +22,7 @@ class EdgeRamps {
   public:
     using Output = std::function<void(std::span<const std::int16_t>)>;
 
-    EdgeRamps(StreamFormat Of, int Ms) : Channels(Of.Channels), Ramp(Of.RateHz * Ms / 1000) {}
+    EdgeRamps(StreamFormat Of, int Ms) : Channels_(Of.Channels), Ramp_(Of.RateHz * Ms / 1000) {}
 
     /// Whole frames of the run; Out gets those that cannot be in its last ramp.
     void Pass(std::span<const std::int16_t> Samples, const Output& Out);
@@ -30,12 +30,12 @@ class EdgeRamps {
     void Finish(const Output& Out);
 
   private:
-    std::int64_t FramesHeld() const { return std::ssize(Held) / Channels; }
+    std::int64_t FramesHeld() const { return std::ssize(Held_) / Channels_; }
 
-    std::int64_t Channels;
-    std::int64_t Ramp;
-    std::int64_t Seen = 0;  // frames of the run
-    std::vector<std::int16_t> Held;
+    std::int64_t Channels_;
+    std::int64_t Ramp_;
+    std::int64_t Seen_ = 0;  // frames of the run
+    std::vector<std::int16_t> Held_;
 };
 
 }  // namespace Tolvar

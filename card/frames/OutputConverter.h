@@ -24,7 +24,7 @@ class OutputConverter {
     OutputConverter(const OutputConverter&) = delete;
     OutputConverter& operator=(const OutputConverter&) = delete;
 
-    StreamFormat From() const { return FromOf; }
+    StreamFormat From() const { return From_; }
 
     /// Samples are whole frames. Out gets zero or more pieces of whole frames; equal formats go
     /// through in place, without a copy. What Out throws passes through.
@@ -44,11 +44,11 @@ class OutputConverter {
     std::size_t ResampleOnce(const std::int16_t* Samples, std::size_t Frames, const Output& Out,
                              std::size_t& Made);
 
-    StreamFormat FromOf;
-    StreamFormat To;
-    std::unique_ptr<soxr, FreeResampler> Resampler;  // null: equal rates
-    std::vector<std::int16_t> Mixed;
-    std::vector<std::int16_t> Resampled;
+    StreamFormat From_;
+    StreamFormat To_;
+    std::unique_ptr<soxr, FreeResampler> Resampler_;  // null: equal rates
+    std::vector<std::int16_t> Mixed_;
+    std::vector<std::int16_t> Resampled_;
 };
 
 }  // namespace Tolvar

@@ -92,7 +92,7 @@ void AlsaDevice::ClosePcm::operator()(snd_pcm_t* Opened) const {
     snd_pcm_close(Opened);
 }
 
-AlsaDevice::AlsaDevice(std::string ThePcm) : Name(std::move(ThePcm)) {
+AlsaDevice::AlsaDevice(std::string Pcm) : Name_(std::move(Pcm)) {
     KeepQuiet();
 }
 
@@ -100,38 +100,38 @@ AlsaDevice::~AlsaDevice() = default;
 
 int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     snd_pcm_t* Made = nullptr;
-    int Result = snd_pcm_open(&Made, Name.c_str(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
+    int Result = snd_pcm_open(&Made, Name_.c_str(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
     if (Result < 0) return Result;
-    Pcm.reset(Made);
+    Pcm_.reset(Made);
     Result = SetHardware(Made, Wanted, LatencyMs);
     if (Result >= 0) Result = SetSoftware(Made);
     snd_pcm_uframes_t Period = 0;
     snd_pcm_uframes_t Buffer = 0;
     if (Result >= 0) Result = snd_pcm_get_params(Made, &Buffer, &Period);
-    if (Result < 0) Pcm.reset();
+    if (Result < 0) Pcm_.reset();
     if (Result < 0) return Result;
-    Channels = Wanted.Channels;
-    BufferFrames = static_cast<long>(Buffer);
+    Channels_ = Wanted.Channels;
+    BufferFrames_ = static_cast<long>(Buffer);
     const auto Periods = static_cast<long>(2 * Period);
-    MostFrames = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
+    MostFrames_ = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
     const Backing Behind = BackingOf(Made);
-    GivesBack = Behind.GivesBack;
-    UntoldFrames = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
+    GivesBack_ = Behind.GivesBack;
+    UntoldFrames_ = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
     return Result;
 }
 
 // The library takes nothing of more than there is room for until there is room for a period.
 long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
-    const long Room = snd_pcm_avail(Pcm.get());
+    const long Room = snd_pcm_avail(Pcm_.get());
     if (Room < 0) return Recovered(Room);
-    const long Wanted = std::min(Room, MostFrames - (BufferFrames - Room));
-    const long Frames = std::min<long>(std::ssize(Samples) / Channels, Wanted);
+    const long Wanted = std::min(Room, MostFrames_ - (BufferFrames_ - Room));
+    const long Frames = std::min<long>(std::ssize(Samples) / Channels_, Wanted);
     if (Frames <= 0) return 0;
     const long Taken =
-        snd_pcm_writei(Pcm.get(), Samples.data(), static_cast<snd_pcm_uframes_t>(Frames));
+        snd_pcm_writei(Pcm_.get(), Samples.data(), static_cast<snd_pcm_uframes_t>(Frames));
     if (Taken < 0) return Recovered(Taken);
-    if (snd_pcm_state(Pcm.get()) == SND_PCM_STATE_PREPARED) {
-        const int Started = snd_pcm_start(Pcm.get());
+    if (snd_pcm_state(Pcm_.get()) == SND_PCM_STATE_PREPARED) {
+        const int Started = snd_pcm_start(Pcm_.get());
         if (Started < 0 && Started != -EAGAIN) return Recovered(Started);
     }
     return Taken;
@@ -140,47 +140,47 @@ long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
 long AlsaDevice::Held() {
     snd_pcm_sframes_t Room = 0;
     snd_pcm_sframes_t Delay = 0;
-    const int Result = snd_pcm_avail_delay(Pcm.get(), &Room, &Delay);
-    if (Result == -EAGAIN) return BufferFrames;  // it does not say how little
+    const int Result = snd_pcm_avail_delay(Pcm_.get(), &Room, &Delay);
+    if (Result == -EAGAIN) return BufferFrames_;  // it does not say how little
     if (Result < 0) return Recovered(Result);
-    return std::max({Delay, BufferFrames - Room, 0L});  // one that reckons may reckon too early
+    return std::max({Delay, BufferFrames_ - Room, 0L});  // one that reckons may reckon too early
 }
 
 long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
-    if (!GivesBack) return 0;
-    if (snd_pcm_avail(Pcm.get()) < 0) return 0;
-    const long Frames = snd_pcm_rewindable(Pcm.get()) - std::max(Keep, UntoldFrames);
+    if (!GivesBack_) return 0;
+    if (snd_pcm_avail(Pcm_.get()) < 0) return 0;
+    const long Frames = snd_pcm_rewindable(Pcm_.get()) - std::max(Keep, UntoldFrames_);
     if (Frames < Least || Frames > Most) return 0;
-    return std::max(snd_pcm_rewind(Pcm.get(), static_cast<snd_pcm_uframes_t>(Frames)), 0L);
+    return std::max(snd_pcm_rewind(Pcm_.get(), static_cast<snd_pcm_uframes_t>(Frames)), 0L);
 }
 
 long AlsaDevice::Drop() {
     snd_pcm_status_t* Status = nullptr;
     snd_pcm_status_alloca(&Status);
     // A server may take more until it has stopped; hardware tells no more once it has.
-    const long RoomBefore = snd_pcm_avail(Pcm.get());
-    int Result = snd_pcm_drop(Pcm.get());
-    if (Result >= 0) Result = snd_pcm_status(Pcm.get(), Status);
-    if (Result >= 0) Result = snd_pcm_prepare(Pcm.get());
+    const long RoomBefore = snd_pcm_avail(Pcm_.get());
+    int Result = snd_pcm_drop(Pcm_.get());
+    if (Result >= 0) Result = snd_pcm_status(Pcm_.get(), Status);
+    if (Result >= 0) Result = snd_pcm_prepare(Pcm_.get());
     if (Result < 0) return Result;
     const auto Room = static_cast<long>(snd_pcm_status_get_avail(Status));
-    return RoomBefore == -EPIPE ? 0 : std::max(BufferFrames - std::max(Room, RoomBefore), 0L);
+    return RoomBefore == -EPIPE ? 0 : std::max(BufferFrames_ - std::max(Room, RoomBefore), 0L);
 }
 
 void AlsaDevice::Close() {
-    Pcm.reset();
+    Pcm_.reset();
 }
 
 /// 0: there is no room now. A machine that has slept is one whose device has run dry.
 int AlsaDevice::Recovered(long Error) {
     if (Error == -EAGAIN || Error == -EINTR) return 0;
     if (Error != -EPIPE && Error != -ESTRPIPE) return static_cast<int>(Error);
-    const int Result = snd_pcm_prepare(Pcm.get());
+    const int Result = snd_pcm_prepare(Pcm_.get());
     return Result < 0 ? Result : -EPIPE;
 }
 
 std::string AlsaDevice::TextOf(int Error) const {
-    return "alsa:" + Name + ": " + snd_strerror(-Error);
+    return "alsa:" + Name_ + ": " + snd_strerror(-Error);
 }
 
 std::vector<AlsaPcm> AlsaPcms() {

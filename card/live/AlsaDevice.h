@@ -33,13 +33,13 @@ class AlsaDevice : public OutputDevice {
     };
     int Recovered(long Error);
 
-    std::string Name;
-    std::unique_ptr<_snd_pcm, ClosePcm> Pcm;  // null: closed
-    int Channels = 0;
-    long BufferFrames = 0;
-    long MostFrames = 0;  // that it is to hold
-    bool GivesBack = false;
-    long UntoldFrames = 0;  // that it may have played, or a server taken, and not told
+    std::string Name_;
+    std::unique_ptr<_snd_pcm, ClosePcm> Pcm_;  // null: closed
+    int Channels_ = 0;
+    long BufferFrames_ = 0;
+    long MostFrames_ = 0;  // that it is to hold
+    bool GivesBack_ = false;
+    long UntoldFrames_ = 0;  // that it may have played, or a server taken, and not told
 };
 
 /// A PCM that sound can be played on, and what the system says of it, on one line.

@@ -11,7 +11,7 @@ InheritingMutex::InheritingMutex() {
     pthread_mutexattr_init(&Kind);
     pthread_mutexattr_setprotocol(&Kind, PTHREAD_PRIO_INHERIT);
     // A system that cannot do it has a plain one.
-    if (pthread_mutex_init(&Mutex, &Kind) != 0) pthread_mutex_init(&Mutex, nullptr);
+    if (pthread_mutex_init(&Mutex_, &Kind) != 0) pthread_mutex_init(&Mutex_, nullptr);
     pthread_mutexattr_destroy(&Kind);
 }
 
@@ -19,7 +19,7 @@ InheritingCondition::InheritingCondition() {
     pthread_condattr_t Kind;
     pthread_condattr_init(&Kind);
     pthread_condattr_setclock(&Kind, CLOCK_MONOTONIC);
-    pthread_cond_init(&Condition, &Kind);
+    pthread_cond_init(&Condition_, &Kind);
     pthread_condattr_destroy(&Kind);
 }
 
@@ -28,9 +28,9 @@ std::int64_t InheritingCondition::After(std::int64_t Ns) {
 }
 
 bool InheritingCondition::WaitUntil(InheritingMutex& Held, std::int64_t DueNs) {
-    if (DueNs == Forever) return pthread_cond_wait(&Condition, &Held.Mutex) == 0;
+    if (DueNs == Forever) return pthread_cond_wait(&Condition_, &Held.Mutex_) == 0;
     const timespec Due{DueNs / NsPerSecond, DueNs % NsPerSecond};
-    return pthread_cond_timedwait(&Condition, &Held.Mutex, &Due) == 0;
+    return pthread_cond_timedwait(&Condition_, &Held.Mutex_, &Due) == 0;
 }
 
 }  // namespace Tolvar

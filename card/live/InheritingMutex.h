@@ -12,28 +12,28 @@ namespace Tolvar {
 class InheritingMutex {
   public:
     InheritingMutex();
-    ~InheritingMutex() { pthread_mutex_destroy(&Mutex); }
+    ~InheritingMutex() { pthread_mutex_destroy(&Mutex_); }
     InheritingMutex(const InheritingMutex&) = delete;
     InheritingMutex& operator=(const InheritingMutex&) = delete;
 
-    void lock() { pthread_mutex_lock(&Mutex); }
-    void unlock() { pthread_mutex_unlock(&Mutex); }
+    void lock() { pthread_mutex_lock(&Mutex_); }
+    void unlock() { pthread_mutex_unlock(&Mutex_); }
 
   private:
     friend class InheritingCondition;
-    pthread_mutex_t Mutex;
+    pthread_mutex_t Mutex_;
 };
 
 /// What threads wait for under such a mutex, which Held keeps.
 class InheritingCondition {
   public:
     InheritingCondition();
-    ~InheritingCondition() { pthread_cond_destroy(&Condition); }
+    ~InheritingCondition() { pthread_cond_destroy(&Condition_); }
     InheritingCondition(const InheritingCondition&) = delete;
     InheritingCondition& operator=(const InheritingCondition&) = delete;
 
-    void NotifyOne() { pthread_cond_signal(&Condition); }
-    void NotifyAll() { pthread_cond_broadcast(&Condition); }
+    void NotifyOne() { pthread_cond_signal(&Condition_); }
+    void NotifyAll() { pthread_cond_broadcast(&Condition_); }
     /// Until it holds, or ForNs are over (Forever: never). Whether it holds.
     template <typename Predicate>
     bool WaitFor(std::unique_lock<InheritingMutex>& Held, std::int64_t ForNs, Predicate Holds) {
@@ -48,7 +48,7 @@ class InheritingCondition {
     /// False: it is too late.
     bool WaitUntil(InheritingMutex& Held, std::int64_t DueNs);
 
-    pthread_cond_t Condition;
+    pthread_cond_t Condition_;
 };
 
 }  // namespace Tolvar

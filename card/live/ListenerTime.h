@@ -16,7 +16,7 @@ class ListenerTime {
   public:
     /// A device is taken to play on unseen for MostUnseenNs.
     ListenerTime(const Clock& Clock, std::int64_t MostUnseenNs)
-        : Time(Clock), MostUnseen(MostUnseenNs) {}
+        : Time_(Clock), MostUnseen_(MostUnseenNs) {}
 
     std::int64_t NowNs();
 
@@ -24,7 +24,7 @@ class ListenerTime {
     /// has been heard.
     std::int64_t Begin(int RateHz, std::int64_t Frame, bool InSilence);
     /// The frame of the run that the listener is at.
-    std::int64_t FrameNow() { return RunTime.FramesAt(NowNs()); }
+    std::int64_t FrameNow() { return RunTime_.FramesAt(NowNs()); }
     /// All frames of the run before that one have been heard.
     void HeardUpTo(std::int64_t Frame);
     /// The run is over, or its device lost: the clock goes on from what was heard last. The
@@ -33,17 +33,17 @@ class ListenerTime {
 
     /// A device is to play the run from Frame on.
     void Adopt(int DeviceHz, std::int64_t Frame);
-    bool HasDevice() const { return Adopted; }
+    bool HasDevice() const { return Adopted_; }
     /// It was given so many frames more.
-    void WasGiven(std::int64_t Frames) { WrittenFrames += Frames; }
+    void WasGiven(std::int64_t Frames) { WrittenFrames_ += Frames; }
     /// It has played so many in all.
     void Saw(std::int64_t Frames);
     /// It plays nothing until it is seen to have played more.
-    void RanDry() { PlaysOn = false; }
+    void RanDry() { PlaysOn_ = false; }
 
     // Of the device adopted last.
-    std::int64_t Written() const { return WrittenFrames; }
-    std::int64_t Heard() const { return HeardFrames; }
+    std::int64_t Written() const { return WrittenFrames_; }
+    std::int64_t Heard() const { return HeardFrames_; }
 
   private:
     enum class Teller { Clock, Nobody, Device };
@@ -51,19 +51,19 @@ class ListenerTime {
     std::int64_t DeviceNs() const;
     void GoOnFrom(std::int64_t Ns);
 
-    const Clock& Time;
-    const std::int64_t MostUnseen;
-    Teller Told = Teller::Clock;
-    std::int64_t ToldNs = 0;
-    std::int64_t BaseNs = 0;       // the time at which the clock was
-    std::int64_t BaseClockNs = 0;  // this, and from which it tells
-    FrameTimer RunTime{1};
-    FrameTimer DeviceTime{1};
-    bool Adopted = false;
-    std::int64_t WrittenFrames = 0;
-    std::int64_t HeardFrames = 0;
-    std::int64_t SeenClockNs = 0;  // the clock's when HeardFrames was seen
-    bool PlaysOn = false;          // it has, between two looks at it
+    const Clock& Time_;
+    const std::int64_t MostUnseen_;
+    Teller Told_ = Teller::Clock;
+    std::int64_t ToldNs_ = 0;
+    std::int64_t BaseNs_ = 0;       // the time at which the clock was
+    std::int64_t BaseClockNs_ = 0;  // this, and from which it tells
+    FrameTimer RunTime_{1};
+    FrameTimer DeviceTime_{1};
+    bool Adopted_ = false;
+    std::int64_t WrittenFrames_ = 0;
+    std::int64_t HeardFrames_ = 0;
+    std::int64_t SeenClockNs_ = 0;  // the clock's when HeardFrames was seen
+    bool PlaysOn_ = false;          // it has, between two looks at it
 };
 
 }  // namespace Tolvar

@@ -34,14 +34,14 @@ class LiveFrames {
     void Took(std::int64_t Frames);
 
     /// Nothing is there for the device, and the source had no more when it was asked last.
-    bool IsDry() const { return Dry && PendingFrom == Pending.size(); }
+    bool IsDry() const { return Dry_ && PendingFrom_ == Pending_.size(); }
     /// Nor is anything held back.
-    bool AllTaken() const { return IsDry() && !Converter; }
+    bool AllTaken() const { return IsDry() && !Converter_; }
     /// Of the source: the first that has not been read.
-    std::int64_t NextFrame() const { return SourceFrame; }
+    std::int64_t NextFrame() const { return SourceFrame_; }
 
     /// Frames of the device that are kept at most.
-    std::int64_t MostKept() const { return std::ssize(Recent) / To.Channels; }
+    std::int64_t MostKept() const { return std::ssize(Recent_) / To_.Channels; }
     /// Of the last TakenBack frames that the device took the first Ramp, falling to silence.
     std::span<const std::int16_t> Fading(std::int64_t TakenBack, std::int64_t Ramp);
     /// The same of those that it would have taken next; none where fewer are there.
@@ -51,22 +51,22 @@ class LiveFrames {
     bool Produce(bool MayFlush);
     void Append(std::span<const std::int16_t> Samples);
     void Keep(std::span<const std::int16_t> Samples);
-    std::int64_t FramesIn(std::int64_t Ms) const { return Ms * To.RateHz / 1000; }
+    std::int64_t FramesIn(std::int64_t Ms) const { return Ms * To_.RateHz / 1000; }
 
-    const LiveOptions Options;
-    const Reader Read;
-    StreamFormat From;
-    StreamFormat To;
-    std::unique_ptr<OutputConverter> Converter;  // none before the next frame is read
-    OutputConverter::Output ToPending;
-    std::vector<std::int16_t> Piece;
-    std::vector<std::int16_t> Pending;
-    std::size_t PendingFrom = 0;       // samples of it that the device has taken
-    std::vector<std::int16_t> Recent;  // what it took last, round and round
-    std::size_t RecentTo = 0;
-    std::int64_t SourceFrame = 0;
-    std::int64_t Made = 0;  // frames of the run for the device, as far as its ramp goes
-    bool Dry = false;
+    const LiveOptions Options_;
+    const Reader Read_;
+    StreamFormat From_;
+    StreamFormat To_;
+    std::unique_ptr<OutputConverter> Converter_;  // none before the next frame is read
+    OutputConverter::Output ToPending_;
+    std::vector<std::int16_t> Piece_;
+    std::vector<std::int16_t> Pending_;
+    std::size_t PendingFrom_ = 0;       // samples of it that the device has taken
+    std::vector<std::int16_t> Recent_;  // what it took last, round and round
+    std::size_t RecentTo_ = 0;
+    std::int64_t SourceFrame_ = 0;
+    std::int64_t Made_ = 0;  // frames of the run for the device, as far as its ramp goes
+    bool Dry_ = false;
 };
 
 }  // namespace Tolvar

@@ -51,27 +51,27 @@ std::thread StartRendering(const std::shared_ptr<LivePump>& Pump) {
 
 LiveOutput::LiveOutput(std::unique_ptr<OutputDevice> Device, const Clock& Time, LiveOptions Options,
                        Driving How)
-    : Pump(std::make_shared<LivePump>(std::move(Device), Time, Options)) {
-    if (How == Driving::OwnThread) Thread = StartRendering(Pump);
+    : Pump_(std::make_shared<LivePump>(std::move(Device), Time, Options)) {
+    if (How == Driving::OwnThread) Thread_ = StartRendering(Pump_);
 }
 
 LiveOutput::~LiveOutput() {
-    if (!Thread.joinable()) return;
-    if (Pump->End(MostEndMs)) {
-        Thread.join();
+    if (!Thread_.joinable()) return;
+    if (Pump_->End(MostEndMs)) {
+        Thread_.join();
     } else {
-        Thread.detach();
+        Thread_.detach();
     }
 }
 
 std::int64_t LiveOutput::Cut(const FrameSource& Source) {
-    if (!Pump->AskCut(Source)) return Pump->NowNs();
-    if (!Thread.joinable()) Turn();
-    return Pump->FinishCut(MostCutMs);
+    if (!Pump_->AskCut(Source)) return Pump_->NowNs();
+    if (!Thread_.joinable()) Turn();
+    return Pump_->FinishCut(MostCutMs);
 }
 
 std::int64_t LiveOutput::Turn() {
-    return Pump->Turn().value_or(Forever);
+    return Pump_->Turn().value_or(Forever);
 }
 
 }  // namespace Tolvar

@@ -34,31 +34,31 @@ class LiveOutput {
     LiveOutput& operator=(const LiveOutput&) = delete;
 
     /// The listener's time.
-    std::int64_t NowNs() { return Pump->NowNs(); }
+    std::int64_t NowNs() { return Pump_->NowNs(); }
 
     /// Plays, instead of whatever played before. Its first frame is heard from the listener's time
     /// on that it returns.
-    std::int64_t Begin(const LiveRun& Wanted) { return Pump->Begin(Wanted); }
+    std::int64_t Begin(const LiveRun& Wanted) { return Pump_->Begin(Wanted); }
 
     /// Nothing more of Source is heard or read when it returns. The listener's time at that
     /// moment; NowNs when Source does not play. A fifth of a second at most.
     std::int64_t Cut(const FrameSource& Source);
 
     /// While it is kept, nothing is read from a source. Keep it as long as a copy takes.
-    [[nodiscard]] std::unique_lock<InheritingMutex> Hold() { return Pump->Hold(); }
+    [[nodiscard]] std::unique_lock<InheritingMutex> Hold() { return Pump_->Hold(); }
 
     /// A source that had no more frames has more.
-    void Wake() { Pump->Wake(); }
+    void Wake() { Pump_->Wake(); }
 
     /// What has happened since the last call, a line each; mostly nothing.
-    std::vector<std::string> TakeNotices() { return Pump->TakeNotices(); }
+    std::vector<std::string> TakeNotices() { return Pump_->TakeNotices(); }
 
     /// Driven by hand: a round of what the thread would do; nanoseconds until the next is due.
     std::int64_t Turn();
 
   private:
-    std::shared_ptr<LivePump> Pump;  // also of a thread that had to be left behind
-    std::thread Thread;              // none: driven by hand
+    std::shared_ptr<LivePump> Pump_;  // also of a thread that had to be left behind
+    std::thread Thread_;              // none: driven by hand
 };
 
 }  // namespace Tolvar

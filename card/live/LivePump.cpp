@@ -10,13 +10,12 @@ constexpr std::int64_t MostCallNs = NsPerSecond;
 
 }  // namespace
 
-LivePump::LivePump(std::unique_ptr<OutputDevice> TheDevice, const Clock& TheTime,
-                   LiveOptions TheOptions)
-    : Device(std::move(TheDevice)),
-      Time(TheTime),
-      Options(TheOptions),
-      Listener(TheTime, (TurnMs() + LateMs) * NsPerMs),
-      Frames(TheOptions, [this](std::int64_t Frame, std::span<std::int16_t> Into) {
+LivePump::LivePump(std::unique_ptr<OutputDevice> Device, const Clock& Time, LiveOptions Options)
+    : Device_(std::move(Device)),
+      Time_(Time),
+      Options_(Options),
+      Listener_(Time, (TurnMs() + LateMs) * NsPerMs),
+      Frames_(Options, [this](std::int64_t Frame, std::span<std::int16_t> Into) {
           return ReadSource(Frame, Into);
       }) {}
 
@@ -25,7 +24,7 @@ LivePump::LivePump(std::unique_ptr<OutputDevice> TheDevice, const Clock& TheTime
 std::int64_t LivePump::NowNs() {
     const auto Locked = Hold();
     FindStuck();
-    return Listener.NowNs();
+    return Listener_.NowNs();
 }
 
 std::int64_t LivePump::Begin(const LiveRun& Wanted) {
@@ -33,10 +32,10 @@ std::int64_t LivePump::Begin(const LiveRun& Wanted) {
     {
         const auto Locked = Hold();
         FindStuck();
-        Now = Listener.Begin(Wanted.Format.RateHz, Wanted.Frame, Missing);
-        Run = Wanted;
-        ++RunNumber;
-        Mode = Phase::Sounding;
+        Now = Listener_.Begin(Wanted.Format.RateHz, Wanted.Frame, Missing_);
+        Run_ = Wanted;
+        ++RunNumber_;
+        Mode_ = Phase::Sounding;
     }
     Wake();
     return Now;
@@ -45,10 +44,10 @@ std::int64_t LivePump::Begin(const LiveRun& Wanted) {
 bool LivePump::AskCut(const FrameSource& Of) {
     {
         const auto Locked = Hold();
-        if (Mode == Phase::Idle || Run.Source != &Of) return false;
+        if (Mode_ == Phase::Idle || Run_.Source != &Of) return false;
         FindStuck();
-        CutWanted = Listener.HasDevice();
-        if (!CutWanted) EndRun();
+        CutWanted_ = Listener_.HasDevice();
+        if (!CutWanted_) EndRun();
     }
     Wake();
     return true;
@@ -56,26 +55,26 @@ bool LivePump::AskCut(const FrameSource& Of) {
 
 std::int64_t LivePump::FinishCut(int WaitMs) {
     auto Locked = Hold();
-    ToApartment.WaitFor(Locked, WaitMs * NsPerMs, [this] { return !CutWanted; });
-    if (CutWanted) EndRun();
-    return CutNs;
+    ToApartment_.WaitFor(Locked, WaitMs * NsPerMs, [this] { return !CutWanted_; });
+    if (CutWanted_) EndRun();
+    return CutNs_;
 }
 
 void LivePump::Wake() {
     {
         const auto Locked = Hold();
-        Woken = true;
+        Woken_ = true;
     }
-    ToThread.NotifyOne();
+    ToThread_.NotifyOne();
 }
 
 bool LivePump::End(int WaitMs) {
     auto Locked = Hold();
-    Ending = Woken = true;
-    ToThread.NotifyOne();
-    while (!ToApartment.WaitFor(Locked, WaitMs * NsPerMs, [this] { return HasEnded; })) {
-        Abandoned = CallClockNs >= 0;
-        if (Abandoned) return false;
+    Ending_ = Woken_ = true;
+    ToThread_.NotifyOne();
+    while (!ToApartment_.WaitFor(Locked, WaitMs * NsPerMs, [this] { return HasEnded_; })) {
+        Abandoned_ = CallClockNs_ >= 0;
+        if (Abandoned_) return false;
     }
     return true;
 }
@@ -83,9 +82,9 @@ bool LivePump::End(int WaitMs) {
 std::vector<std::string> LivePump::TakeNotices() {
     const auto Locked = Hold();
     std::vector<std::string> Lines;
-    for (const Notice& Each : std::span(Notices).first(std::exchange(NoticeCount, 0)))
+    for (const Notice& Each : std::span(Notices_).first(std::exchange(NoticeCount_, 0)))
         Lines.push_back(TextOf(Each));
-    if (const int Lost = std::exchange(NoticesLost, 0); Lost > 0) {
+    if (const int Lost = std::exchange(NoticesLost_, 0); Lost > 0) {
         Lines.push_back("more that the sound device did, not told: " + std::to_string(Lost));
     }
     return Lines;
@@ -94,10 +93,10 @@ std::vector<std::string> LivePump::TakeNotices() {
 std::string LivePump::TextOf(const Notice& Of) const {
     switch (Of.What) {
         case Happening::NotOpened:
-            return "the sound device cannot be opened (" + Device->TextOf(Of.Value) +
+            return "the sound device cannot be opened (" + Device_->TextOf(Of.Value) +
                    "): play goes on in silence";
         case Happening::Lost:
-            return "the sound device is lost (" + Device->TextOf(Of.Value) +
+            return "the sound device is lost (" + Device_->TextOf(Of.Value) +
                    "): play goes on in silence";
         case Happening::StoodStill:
             return "the sound device stands still: play goes on in silence";
@@ -112,30 +111,31 @@ std::string LivePump::TextOf(const Notice& Of) const {
 // Of both sides.
 
 void LivePump::FindStuck() {
-    if (Mode == Phase::Sounding && CallClockNs >= 0 && Time.NowNs() - CallClockNs > MostCallNs) {
+    if (Mode_ == Phase::Sounding && CallClockNs_ >= 0 &&
+        Time_.NowNs() - CallClockNs_ > MostCallNs) {
         FallSilent(Happening::StoodStill, 0);
     }
 }
 
 void LivePump::FallSilent(Happening Why, int Error) {
-    Listener.End();
-    Mode = Phase::Silent;
-    if (!std::exchange(Missing, true)) Note(Why, Error);
+    Listener_.End();
+    Mode_ = Phase::Silent;
+    if (!std::exchange(Missing_, true)) Note(Why, Error);
 }
 
 void LivePump::EndRun() {
-    CutNs = Listener.End();
-    Mode = Phase::Idle;
-    ++RunNumber;
-    Run = {};
-    CutWanted = false;
+    CutNs_ = Listener_.End();
+    Mode_ = Phase::Idle;
+    ++RunNumber_;
+    Run_ = {};
+    CutWanted_ = false;
 }
 
 void LivePump::Note(Happening What, int Value) {
-    if (NoticeCount < Notices.size()) {
-        Notices[NoticeCount++] = {What, Value};
+    if (NoticeCount_ < Notices_.size()) {
+        Notices_[NoticeCount_++] = {What, Value};
     } else {
-        ++NoticesLost;
+        ++NoticesLost_;
     }
 }
 

@@ -43,7 +43,7 @@ class LivePump {
     /// The listener's time at the cut that was asked for, waiting up to WaitMs for it. A render
     /// thread that has not come back from the device by then finds the run gone when it does.
     std::int64_t FinishCut(int WaitMs);
-    std::unique_lock<InheritingMutex> Hold() { return std::unique_lock(Lock); }
+    std::unique_lock<InheritingMutex> Hold() { return std::unique_lock(Lock_); }
     void Wake();
     std::vector<std::string> TakeNotices();
     /// Closes the device for good and waits up to WaitMs for it. False: the render thread does not
@@ -69,7 +69,7 @@ class LivePump {
 
     // Of both sides; the lock is held.
     /// The run that this round is about is to be heard.
-    bool IsServed() const { return RunNumber == ServedRun && Mode == Phase::Sounding; }
+    bool IsServed() const { return RunNumber_ == ServedRun_ && Mode_ == Phase::Sounding; }
     void FindStuck();
     void FallSilent(Happening Why, int Error);
     void EndRun();
@@ -103,49 +103,49 @@ class LivePump {
     static constexpr int LateMs = 10;  // by which a look at the device may be late
     /// Between two looks at the device: often enough for the rest of what it holds to bridge one
     /// that is late, seldom enough to cost little.
-    int TurnMs() const { return std::clamp(Options.LatencyMs / 2, 2, 200); }
-    std::int64_t FramesIn(std::int64_t Ms) const { return Ms * Opened.RateHz / 1000; }
+    int TurnMs() const { return std::clamp(Options_.LatencyMs / 2, 2, 200); }
+    std::int64_t FramesIn(std::int64_t Ms) const { return Ms * Opened_.RateHz / 1000; }
     std::int64_t MostHeard(std::int64_t ClockNs) const;
     template <typename Call>
     auto Calling(Call Do);
 
-    std::unique_ptr<OutputDevice> Device;
-    const Clock& Time;
-    const LiveOptions Options;
+    std::unique_ptr<OutputDevice> Device_;
+    const Clock& Time_;
+    const LiveOptions Options_;
 
     // Guarded by Lock. The frames that a device was given and played are counted by the render
     // thread alone, which reads them without it.
-    InheritingMutex Lock;
-    InheritingCondition ToThread;     // something is asked of the render thread
-    InheritingCondition ToApartment;  // it has been done
-    bool Woken = false;
-    Phase Mode = Phase::Idle;
-    LiveRun Run;
-    std::uint64_t RunNumber = 0;
-    ListenerTime Listener;
-    std::int64_t CallClockNs = -1;  // the clock's when the device was called; -1: it is not
-    bool Missing = false;           // it has been said that the device is not there
-    bool CutWanted = false;
-    std::int64_t CutNs = 0;
-    bool Ending = false;
-    bool Abandoned = false;  // nobody waits any more, and the clock may be gone
-    bool HasEnded = false;
-    std::array<Notice, 8> Notices{};
-    std::size_t NoticeCount = 0;
-    int NoticesLost = 0;
+    InheritingMutex Lock_;
+    InheritingCondition ToThread_;     // something is asked of the render thread
+    InheritingCondition ToApartment_;  // it has been done
+    bool Woken_ = false;
+    Phase Mode_ = Phase::Idle;
+    LiveRun Run_;
+    std::uint64_t RunNumber_ = 0;
+    ListenerTime Listener_;
+    std::int64_t CallClockNs_ = -1;  // the clock's when the device was called; -1: it is not
+    bool Missing_ = false;           // it has been said that the device is not there
+    bool CutWanted_ = false;
+    std::int64_t CutNs_ = 0;
+    bool Ending_ = false;
+    bool Abandoned_ = false;  // nobody waits any more, and the clock may be gone
+    bool HasEnded_ = false;
+    std::array<Notice, 8> Notices_{};
+    std::size_t NoticeCount_ = 0;
+    int NoticesLost_ = 0;
 
     // The render thread's own.
-    LiveFrames Frames;
-    StreamFormat Opened;               // as it is open; no channels while it is not
-    StreamFormat Asked;                // when it was opened
-    std::uint64_t PlaysRun = 0;        // 0: none
-    std::uint64_t ServedRun = 0;       // the one that this round is about
-    int Underruns = 0;                 // of the run
-    int DryLooks = 0;                  // at the device, one after the other, that found it dry
-    std::int64_t StartClockNs = -1;    // the clock's at the first write; -1: none yet
-    std::int64_t ProgressClockNs = 0;  // the clock's when more was heard last
-    std::int64_t QuietClockNs = 0;
-    std::int64_t RetryDueNs = 0;
+    LiveFrames Frames_;
+    StreamFormat Opened_;               // as it is open; no channels while it is not
+    StreamFormat Asked_;                // when it was opened
+    std::uint64_t PlaysRun_ = 0;        // 0: none
+    std::uint64_t ServedRun_ = 0;       // the one that this round is about
+    int Underruns_ = 0;                 // of the run
+    int DryLooks_ = 0;                  // at the device, one after the other, that found it dry
+    std::int64_t StartClockNs_ = -1;    // the clock's at the first write; -1: none yet
+    std::int64_t ProgressClockNs_ = 0;  // the clock's when more was heard last
+    std::int64_t QuietClockNs_ = 0;
+    std::int64_t RetryDueNs_ = 0;
 };
 
 }  // namespace Tolvar

@@ -5,20 +5,20 @@
 namespace Tolvar {
 
 void StreamingBuffer::Play(bool Restart, std::int32_t FrequencyHz) {
-    Sound.SetFrequency(FrequencyHz);
-    if (!Restart) return Sound.Play();
-    Sound.PlayFromStart();
-    FirstTold = SecondTold = 0;
+    Sound_.SetFrequency(FrequencyHz);
+    if (!Restart) return Sound_.Play();
+    Sound_.PlayFromStart();
+    FirstTold_ = SecondTold_ = 0;
 }
 
 StreamingBuffer::Entered StreamingBuffer::TakeEntered() {
-    if (!Sound.IsPlaying()) return {};
-    const std::int64_t Frames = Sound.BufferFrames();
-    const std::int64_t Heard = Sound.FramesHeard();
+    if (!Sound_.IsPlaying()) return {};
+    const std::int64_t Frames = Sound_.BufferFrames();
+    const std::int64_t Heard = Sound_.FramesHeard();
     const std::int64_t Firsts = Heard / Frames + 1;
     const std::int64_t Seconds = (Heard + Frames - Frames / 2) / Frames;
-    return {Firsts > std::exchange(FirstTold, Firsts),
-            Seconds > std::exchange(SecondTold, Seconds)};
+    return {Firsts > std::exchange(FirstTold_, Firsts),
+            Seconds > std::exchange(SecondTold_, Seconds)};
 }
 
 }  // namespace Tolvar

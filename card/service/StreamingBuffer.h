@@ -12,9 +12,9 @@ namespace Tolvar {
 class StreamingBuffer : public ServiceHost::State {
   public:
     StreamingBuffer(SoundCard& Card, StreamFormat Format, std::int32_t Bytes)
-        : Sound(Card, Format, Bytes) {}
+        : Sound_(Card, Format, Bytes) {}
 
-    LoopingVoice& Voice() { return Sound; }
+    LoopingVoice& Voice() { return Sound_; }
 
     /// Plays, with Restart from the start and with every entry to be told anew.
     void Play(bool Restart, std::int32_t FrequencyHz);
@@ -28,10 +28,10 @@ class StreamingBuffer : public ServiceHost::State {
     Entered TakeEntered();
 
   private:
-    LoopingVoice Sound;
+    LoopingVoice Sound_;
     // Entries told since the start. No start, no entry: the first half counts as told.
-    std::int64_t FirstTold = 1;
-    std::int64_t SecondTold = 0;
+    std::int64_t FirstTold_ = 1;
+    std::int64_t SecondTold_ = 0;
 };
 
 }  // namespace Tolvar

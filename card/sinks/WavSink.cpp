@@ -9,12 +9,12 @@ void WavSink::CloseSound::operator()(sf_private_tag* Sound) const {
 }
 
 WavSink::WavSink(const std::string& Path, std::int64_t DataBytesAllowed)
-    : Out(Path), DataBytesLeft(DataBytesAllowed) {}
+    : Out_(Path), DataBytesLeft_(DataBytesAllowed) {}
 
 WavSink::~WavSink() = default;
 
 RuntimeFailure WavSink::Failure(const std::string& Cause) const {
-    return {FailureKind::File, "cannot write " + Out.Name() + ": " + Cause};
+    return {FailureKind::File, "cannot write " + Out_.Name() + ": " + Cause};
 }
 
 void WavSink::Open(int Channels, int RateHz) {
@@ -22,27 +22,27 @@ void WavSink::Open(int Channels, int RateHz) {
     Info.channels = Channels;
     Info.samplerate = RateHz;
     Info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    Sound.reset(sf_open_fd(Out.Fd(), SFM_WRITE, &Info, SF_FALSE));
-    if (!Sound) throw Failure(sf_strerror(nullptr));
+    Sound_.reset(sf_open_fd(Out_.Fd(), SFM_WRITE, &Info, SF_FALSE));
+    if (!Sound_) throw Failure(sf_strerror(nullptr));
 }
 
 void WavSink::Write(std::span<const std::int16_t> Samples) {
     const auto Count = static_cast<sf_count_t>(Samples.size());
-    DataBytesLeft -= Count * 2;
-    if (DataBytesLeft < 0) throw Failure("a WAV file cannot hold more than 4 GiB");
-    if (sf_write_short(Sound.get(), Samples.data(), Count) != Count) {
-        throw Failure(sf_strerror(Sound.get()));
+    DataBytesLeft_ -= Count * 2;
+    if (DataBytesLeft_ < 0) throw Failure("a WAV file cannot hold more than 4 GiB");
+    if (sf_write_short(Sound_.get(), Samples.data(), Count) != Count) {
+        throw Failure(sf_strerror(Sound_.get()));
     }
 }
 
 void WavSink::Finish() {
-    if (!Sound) Open(2, 44'100);
-    sf_command(Sound.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
-    if (sf_error(Sound.get()) != SF_ERR_NO_ERROR) throw Failure(sf_strerror(Sound.get()));
-    if (const int Error = sf_close(Sound.release()); Error != 0) {
+    if (!Sound_) Open(2, 44'100);
+    sf_command(Sound_.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+    if (sf_error(Sound_.get()) != SF_ERR_NO_ERROR) throw Failure(sf_strerror(Sound_.get()));
+    if (const int Error = sf_close(Sound_.release()); Error != 0) {
         throw Failure(sf_error_number(Error));
     }
-    Out.Commit();
+    Out_.Commit();
 }
 
 }  // namespace Tolvar

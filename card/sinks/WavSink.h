@@ -34,9 +34,9 @@ class WavSink : public Sink {
     };
     RuntimeFailure Failure(const std::string& Cause) const;
 
-    OutputFile Out;
-    std::int64_t DataBytesLeft;
-    std::unique_ptr<sf_private_tag, CloseSound> Sound;  // null before Open
+    OutputFile Out_;
+    std::int64_t DataBytesLeft_;
+    std::unique_ptr<sf_private_tag, CloseSound> Sound_;  // null before Open
 };
 
 }  // namespace Tolvar

@@ -51,11 +51,11 @@ class LoopingVoice : public Voice, private FrameSource {
     /// dropped. A notification told at the cursor is not told again by the next Play.
     void Stop();
 
-    bool IsPlaying() override { return Playing; }
+    bool IsPlaying() override { return Playing_; }
     /// Since the start of the pass on which SetCursor (at first: the buffer's start) set it.
     std::int64_t FramesHeard();
-    std::int64_t BufferFrames() const { return Frames; }
-    std::int32_t BytesPerFrame() const { return Format.BytesPerFrame(); }
+    std::int64_t BufferFrames() const { return Frames_; }
+    std::int32_t BytesPerFrame() const { return Format_.BytesPerFrame(); }
 
     void CatchUp() override;
 
@@ -72,20 +72,20 @@ class LoopingVoice : public Voice, private FrameSource {
     void ArmNext();
     void TellNext();
 
-    SoundCard& Card;
-    StreamFormat Format;
-    FrameTimer Timer;
-    std::vector<std::int16_t> Samples;
-    std::int64_t Frames = 0;      // of the buffer
-    std::int64_t Heard = 0;       // as of the last Advance
-    std::int64_t HandedOver = 0;  // to the card
-    bool Playing = false;
+    SoundCard& Card_;
+    StreamFormat Format_;
+    FrameTimer Timer_;
+    std::vector<std::int16_t> Samples_;
+    std::int64_t Frames_ = 0;      // of the buffer
+    std::int64_t Heard_ = 0;       // as of the last Advance
+    std::int64_t HandedOver_ = 0;  // to the card
+    bool Playing_ = false;
 
     // The signals of all passes are numbered through: signal S is notification S % count of pass
     // S / count.
-    std::vector<Notification> Notifications;  // in the order of their frames
-    std::int64_t NextSignal = 0;
-    Apartment::AlarmId Alarm;  // armed for the next signal while it plays
+    std::vector<Notification> Notifications_;  // in the order of their frames
+    std::int64_t NextSignal_ = 0;
+    Apartment::AlarmId Alarm_;  // armed for the next signal while it plays
 };
 
 }  // namespace Tolvar

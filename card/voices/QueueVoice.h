@@ -43,7 +43,7 @@ class QueueVoice : public Voice, private FrameSource {
         std::int64_t EndFrame;
     };
 
-    void Advance() { AdvanceTo(Card.NowNs()); }
+    void Advance() { AdvanceTo(Card_.NowNs()); }
     void AdvanceTo(std::int64_t NowNs);
     void Halt();
     void SetOff();
@@ -51,14 +51,14 @@ class QueueVoice : public Voice, private FrameSource {
     void HandOver(std::int64_t UpToFrame);
     static void GiveBack(WAVEHDR& Header);
 
-    SoundCard& Card;
-    StreamFormat Format;
-    FrameTimer Timer;
-    std::deque<Entry> Entries;
-    std::int64_t Queued = 0;      // frames, as the two below since the last reset
-    std::int64_t Heard = 0;       // as of the last Advance
-    std::int64_t HandedOver = 0;  // to the card; the rest of a header goes when it ends
-    bool Paused = false;
+    SoundCard& Card_;
+    StreamFormat Format_;
+    FrameTimer Timer_;
+    std::deque<Entry> Entries_;
+    std::int64_t Queued_ = 0;      // frames, as the two below since the last reset
+    std::int64_t Heard_ = 0;       // as of the last Advance
+    std::int64_t HandedOver_ = 0;  // to the card; the rest of a header goes when it ends
+    bool Paused_ = false;
 };
 
 }  // namespace Tolvar

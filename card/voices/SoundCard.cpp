@@ -6,73 +6,73 @@
 
 namespace Tolvar {
 
-SoundCard::SoundCard(Apartment& TheHome, CardOutput To, SinkRate TheRate, Log& TheJournal)
-    : HomeOf(TheHome),
-      Output(std::move(To.Recorded)),
-      Live(std::move(To.Live)),
-      Rate(TheRate),
-      Journal(TheJournal),
-      FadeMs(To.RecordedFadeMs),
-      ToSink([this](std::span<const std::int16_t> Samples) {
-          if (Ramps) {
-              Ramps->Pass(Samples, ToOutput);
+SoundCard::SoundCard(Apartment& Home, CardOutput To, SinkRate Rate, Log& Journal)
+    : Home_(Home),
+      Output_(std::move(To.Recorded)),
+      Live_(std::move(To.Live)),
+      Rate_(Rate),
+      Journal_(Journal),
+      FadeMs_(To.RecordedFadeMs),
+      ToSink_([this](std::span<const std::int16_t> Samples) {
+          if (Ramps_) {
+              Ramps_->Pass(Samples, ToOutput_);
           } else {
-              Output->Write(Samples);
+              Output_->Write(Samples);
           }
       }),
-      ToOutput([this](std::span<const std::int16_t> Samples) { Output->Write(Samples); }) {}
+      ToOutput_([this](std::span<const std::int16_t> Samples) { Output_->Write(Samples); }) {}
 
 SoundCard::~SoundCard() {
     TellNotices();
 }
 
 void SoundCard::TellNotices() const {
-    if (!Live) return;
-    for (const std::string& Line : Live->TakeNotices())
-        Journal.Write(Line);
+    if (!Live_) return;
+    for (const std::string& Line : Live_->TakeNotices())
+        Journal_.Write(Line);
 }
 
 std::int64_t SoundCard::NowNs() const {
-    if (!Live) return HomeOf.Time().NowNs();
+    if (!Live_) return Home_.Time().NowNs();
     TellNotices();
-    return Live->NowNs();
+    return Live_->NowNs();
 }
 
 std::int64_t SoundCard::ClockNsOf(std::int64_t DueNs) const {
-    if (!Live) return DueNs;
+    if (!Live_) return DueNs;
     // At least a moment ahead: a device that gets ready stands still.
-    return HomeOf.Time().NowNs() + std::max(DueNs - NowNs(), NsPerMs);
+    return Home_.Time().NowNs() + std::max(DueNs - NowNs(), NsPerMs);
 }
 
 std::int64_t SoundCard::BeginRun(FrameSource& Ahead, StreamFormat Format, int NominalHz,
                                  std::int64_t Frame, std::int64_t AtNs) {
-    return Live ? Live->Begin({&Ahead, Format, OutputHz(Format, NominalHz), Frame}) : AtNs;
+    return Live_ ? Live_->Begin({&Ahead, Format, OutputHz(Format, NominalHz), Frame}) : AtNs;
 }
 
 std::int64_t SoundCard::CutRun(const FrameSource& Ahead) {
-    if (!Live) return NowNs();
-    const std::int64_t AtNs = Live->Cut(Ahead);
+    if (!Live_) return NowNs();
+    const std::int64_t AtNs = Live_->Cut(Ahead);
     TellNotices();
     return AtNs;
 }
 
 std::unique_lock<InheritingMutex> SoundCard::HoldContent() const {
-    return Live ? Live->Hold() : std::unique_lock<InheritingMutex>();
+    return Live_ ? Live_->Hold() : std::unique_lock<InheritingMutex>();
 }
 
 void SoundCard::HasMore() const {
-    if (Live) Live->Wake();
+    if (Live_) Live_->Wake();
 }
 
 void SoundCard::Finish() {
-    if (!Output || Finished) return;
-    for (Voice* Each : Voices)
+    if (!Output_ || Finished_) return;
+    for (Voice* Each : Voices_)
         Each->CatchUp();
     EndRun();
-    Finished = true;
-    if (Failed) throw RuntimeFailure(*Failed);
+    Finished_ = true;
+    if (Failed_) throw RuntimeFailure(*Failed_);
     try {
-        Output->Finish();
+        Output_->Finish();
     } catch (const RuntimeFailure& Cause) {
         Fail(Cause);
         throw;
@@ -80,7 +80,7 @@ void SoundCard::Finish() {
 }
 
 bool SoundCard::PlaysOther(const Voice& Than) const {
-    return std::ranges::any_of(Voices,
+    return std::ranges::any_of(Voices_,
                                [&Than](Voice* Each) { return Each != &Than && Each->IsPlaying(); });
 }
 
@@ -88,47 +88,47 @@ void SoundCard::Render(const Voice& From, StreamFormat Format, int NominalHz,
                        std::span<const std::int16_t> Samples) noexcept {
     if (!Takes() || Samples.empty()) return;
     Guarded([&] {
-        if (Run && (Run->From() != Format || RunOf != &From)) FlushRun();
-        const bool Anew = Output->TakesEveryFormat() &&
-                          SinkFormat != StreamFormat{Format.Channels, OutputHz(Format, NominalHz)};
-        if (Anew || SinkFormat.Channels == 0) OpenSink(Format, NominalHz);
-        if (!Run) Run = std::make_unique<OutputConverter>(Format, SinkFormat);
-        RunOf = &From;
-        Run->Convert(Samples, ToSink);
+        if (Run_ && (Run_->From() != Format || LastVoice_ != &From)) FlushRun();
+        const bool Anew = Output_->TakesEveryFormat() &&
+                          SinkFormat_ != StreamFormat{Format.Channels, OutputHz(Format, NominalHz)};
+        if (Anew || SinkFormat_.Channels == 0) OpenSink(Format, NominalHz);
+        if (!Run_) Run_ = std::make_unique<OutputConverter>(Format, SinkFormat_);
+        LastVoice_ = &From;
+        Run_->Convert(Samples, ToSink_);
     });
 }
 
 void SoundCard::EndRun(const Voice& Of) noexcept {
-    if (RunOf == &Of) EndRun();
+    if (LastVoice_ == &Of) EndRun();
 }
 
 void SoundCard::EndRun() noexcept {
-    if (Takes() && Run) Guarded([this] { FlushRun(); });
-    Run.reset();
+    if (Takes() && Run_) Guarded([this] { FlushRun(); });
+    Run_.reset();
 }
 
 int SoundCard::OutputHz(StreamFormat Format, int NominalHz) const {
-    if (Rate.By == SinkRate::Rule::Fixed) return Rate.Hz;
-    return Rate.By == SinkRate::Rule::Wave ? NominalHz : Format.RateHz;
+    if (Rate_.By == SinkRate::Rule::Fixed) return Rate_.Hz;
+    return Rate_.By == SinkRate::Rule::Wave ? NominalHz : Format.RateHz;
 }
 
 void SoundCard::OpenSink(StreamFormat Format, int NominalHz) {
     const int Hz = OutputHz(Format, NominalHz);
-    Output->Open(Format.Channels, Hz);
-    SinkFormat = {Format.Channels, Hz};
-    if (FadeMs > 0) Ramps.emplace(SinkFormat, FadeMs);
+    Output_->Open(Format.Channels, Hz);
+    SinkFormat_ = {Format.Channels, Hz};
+    if (FadeMs_ > 0) Ramps_.emplace(SinkFormat_, FadeMs_);
 }
 
 void SoundCard::FlushRun() {
-    const auto Ended = std::move(Run);
-    Ended->Flush(ToSink);
-    if (Ramps) Ramps->Finish(ToOutput);
+    const auto Ended = std::move(Run_);
+    Ended->Flush(ToSink_);
+    if (Ramps_) Ramps_->Finish(ToOutput_);
 }
 
 void SoundCard::Fail(const RuntimeFailure& Cause) {
-    Failed = Cause;
-    Journal.Write("the sound card's output failed, play goes on in silence: " +
-                  std::string(Cause.what()));
+    Failed_ = Cause;
+    Journal_.Write("the sound card's output failed, play goes on in silence: " +
+                   std::string(Cause.what()));
 }
 
 template <typename Work>

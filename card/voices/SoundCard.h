@@ -41,7 +41,7 @@ class SoundCard {
     SoundCard(const SoundCard&) = delete;
     SoundCard& operator=(const SoundCard&) = delete;
 
-    bool Present() const { return Output != nullptr || Live != nullptr; }
+    bool Present() const { return Output_ != nullptr || Live_ != nullptr; }
 
     /// Everything heard until now is on the sink's medium when it returns; what voices play later
     /// is not taken any more. RuntimeFailure says what was lost, also what an earlier failure of
@@ -49,18 +49,18 @@ class SoundCard {
     void Finish();
 
     /// Why the sink takes nothing any more; empty while all is well.
-    std::string Failure() const { return Failed ? Failed->what() : ""; }
+    std::string Failure() const { return Failed_ ? Failed_->what() : ""; }
 
     // For voices.
-    Apartment& Home() const { return HomeOf; }
+    Apartment& Home() const { return Home_; }
     /// The listener's time: the clock's, but for a run of a live output, which goes on as its
     /// frames are heard.
     std::int64_t NowNs() const;
     /// When to look whether the listener's time is DueNs, by the clock.
     std::int64_t ClockNsOf(std::int64_t DueNs) const;
     /// The voice stays the caller's, until Leave.
-    void Join(Voice& Playing) { Voices.push_back(&Playing); }
-    void Leave(Voice& Playing) { std::erase(Voices, &Playing); }
+    void Join(Voice& Playing) { Voices_.push_back(&Playing); }
+    void Leave(Voice& Playing) { std::erase(Voices_, &Playing); }
     /// Whether the card is taken: a voice other than this one plays.
     bool PlaysOther(const Voice& Than) const;
 
@@ -78,7 +78,7 @@ class SoundCard {
 
     // For a sink.
     /// False: frames are lost on it, so none need to be handed over.
-    bool Takes() const { return Output && Output->WantsFrames() && !Failed && !Finished; }
+    bool Takes() const { return Output_ && Output_->WantsFrames() && !Failed_ && !Finished_; }
     /// Takes whole frames of a voice, at its rate of the moment, that were heard; Samples is read
     /// before it returns. NominalHz is the rate that the voice's format names. Never throws.
     void Render(const Voice& From, StreamFormat Format, int NominalHz,
@@ -97,21 +97,21 @@ class SoundCard {
     template <typename Work>
     void Guarded(Work Step) noexcept;
 
-    Apartment& HomeOf;
-    std::unique_ptr<Sink> Output;  // at most one of the two is there
-    std::unique_ptr<LiveOutput> Live;
-    SinkRate Rate;
-    Log& Journal;
-    std::vector<Voice*> Voices;
-    StreamFormat SinkFormat;               // no channels before the first frames
-    std::unique_ptr<OutputConverter> Run;  // null between runs
-    const Voice* RunOf = nullptr;          // whose frames were the last; never followed
-    int FadeMs;
-    std::optional<EdgeRamps> Ramps;  // none before the first frames, and where FadeMs is 0
-    OutputConverter::Output ToSink;
-    EdgeRamps::Output ToOutput;
-    std::optional<RuntimeFailure> Failed;
-    bool Finished = false;
+    Apartment& Home_;
+    std::unique_ptr<Sink> Output_;  // at most one of the two is there
+    std::unique_ptr<LiveOutput> Live_;
+    SinkRate Rate_;
+    Log& Journal_;
+    std::vector<Voice*> Voices_;
+    StreamFormat SinkFormat_;               // no channels before the first frames
+    std::unique_ptr<OutputConverter> Run_;  // null between runs
+    const Voice* LastVoice_ = nullptr;      // whose frames were the last; never followed
+    int FadeMs_;
+    std::optional<EdgeRamps> Ramps_;  // none before the first frames, and where FadeMs is 0
+    OutputConverter::Output ToSink_;
+    EdgeRamps::Output ToOutput_;
+    std::optional<RuntimeFailure> Failed_;
+    bool Finished_ = false;
 };
 
 }  // namespace Tolvar

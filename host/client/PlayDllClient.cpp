@@ -37,7 +37,7 @@ struct PlayDllClient::Impl : ServerLink {
     using ServerLink::ServerLink;
 };
 
-PlayDllClient::PlayDllClient(std::unique_ptr<Impl> Made) : Inner(std::move(Made)) {}
+PlayDllClient::PlayDllClient(std::unique_ptr<Impl> Made) : Inner_(std::move(Made)) {}
 PlayDllClient::PlayDllClient(PlayDllClient&&) noexcept = default;
 PlayDllClient& PlayDllClient::operator=(PlayDllClient&&) noexcept = default;
 PlayDllClient::~PlayDllClient() = default;
@@ -54,73 +54,73 @@ PlayDllClient PlayDllClient::OnSessionBus(int LimitMs) {
 }
 
 void PlayDllClient::OnMsgBoxOb(EventSink Sink) {
-    Inner->OnMsgBoxOb(std::move(Sink));
+    Inner_->OnMsgBoxOb(std::move(Sink));
 }
 
 void PlayDllClient::OnServerGone(std::function<void(const std::string& Why)> Handler) {
-    Inner->OnServerGone(std::move(Handler));
+    Inner_->OnServerGone(std::move(Handler));
 }
 
 int PlayDllClient::Descriptor() const {
-    return Inner->WaitFd();
+    return Inner_->WaitFd();
 }
 
 void PlayDllClient::Dispatch() {
-    Inner->Dispatch();
+    Inner_->Dispatch();
 }
 
 bool PlayDllClient::Gone() const {
-    return Inner->Gone();
+    return Inner_->Gone();
 }
 
 int PlayDllClient::ProcessId() const {
-    return Inner->ProcessId();
+    return Inner_->ProcessId();
 }
 
 int PlayDllClient::Release() {
-    return Guarded([&] { return Inner->Release(); });
+    return Guarded([&] { return Inner_->Release(); });
 }
 
 // The members, in slot order.
 
 void PlayDllClient::DxObj(std::int32_t& MFrmHwnd) {
-    Guarded([&] { Inner->CallInOut("DxObj", MFrmHwnd); });
+    Guarded([&] { Inner_->CallInOut("DxObj", MFrmHwnd); });
 }
 
 std::int32_t PlayDllClient::PlayCurrentPosition() {
-    return Guarded([&] { return Inner->Get("PlayCurrentPosition"); });
+    return Guarded([&] { return Inner_->Get("PlayCurrentPosition"); });
 }
 
 void PlayDllClient::PlayAgain() {
-    Guarded([&] { Inner->Call("PlayAgain"); });
+    Guarded([&] { Inner_->Call("PlayAgain"); });
 }
 
 void PlayDllClient::PlayAgainRev() {
-    Guarded([&] { Inner->Call("PlayAgainRev"); });
+    Guarded([&] { Inner_->Call("PlayAgainRev"); });
 }
 
 std::int32_t PlayDllClient::PlayRunningDx7State() {
-    return Guarded([&] { return Inner->Get("PlayRunningDx7State"); });
+    return Guarded([&] { return Inner_->Get("PlayRunningDx7State"); });
 }
 
 void PlayDllClient::PlayUTurn() {
-    Guarded([&] { Inner->Call("PlayUTurn"); });
+    Guarded([&] { Inner_->Call("PlayUTurn"); });
 }
 
 void PlayDllClient::StopPlay() {
-    Guarded([&] { Inner->Call("StopPlay"); });
+    Guarded([&] { Inner_->Call("StopPlay"); });
 }
 
 void PlayDllClient::PlayContinue() {
-    Guarded([&] { Inner->Call("PlayContinue"); });
+    Guarded([&] { Inner_->Call("PlayContinue"); });
 }
 
 void PlayDllClient::UpdatePlayPosition() {
-    Guarded([&] { Inner->Call("UpdatePlayPosition"); });
+    Guarded([&] { Inner_->Call("UpdatePlayPosition"); });
 }
 
 void PlayDllClient::PlayPause() {
-    Guarded([&] { Inner->Call("PlayPause"); });
+    Guarded([&] { Inner_->Call("PlayPause"); });
 }
 
 void PlayDllClient::WriteWaveMemo(std::int32_t FmtBits, std::int32_t FmtChannal,
@@ -129,46 +129,46 @@ void PlayDllClient::WriteWaveMemo(std::int32_t FmtBits, std::int32_t FmtChannal,
                                   std::span<const std::int32_t> BlkInLstR) {
     RequireSendable(BlkInLstL.size(), BlkInLstR.size());
     Guarded([&] {
-        Inner->CallHandOver({FmtBits, FmtChannal, FmtFriq, WaveNos}, BlkInLstL, BlkInLstR);
+        Inner_->CallHandOver({FmtBits, FmtChannal, FmtFriq, WaveNos}, BlkInLstL, BlkInLstR);
     });
 }
 
 void PlayDllClient::MemorySizeToUse(std::int32_t Bytes) {
-    Guarded([&] { Inner->Set("MemorySizeToUse", "i", &Bytes); });
+    Guarded([&] { Inner_->Set("MemorySizeToUse", "i", &Bytes); });
 }
 
 void PlayDllClient::LoopPlayON(bool On) {
     const int Value = On ? 1 : 0;
-    Guarded([&] { Inner->Set("LoopPlayON", "b", &Value); });
+    Guarded([&] { Inner_->Set("LoopPlayON", "b", &Value); });
 }
 
 void PlayDllClient::PlayTempoFor(float Factor) {
     const double Value = Factor;
-    Guarded([&] { Inner->Set("PlayTempoFor", "d", &Value); });
+    Guarded([&] { Inner_->Set("PlayTempoFor", "d", &Value); });
 }
 
 void PlayDllClient::PlayTempoRev(float Factor) {
     const double Value = Factor;
-    Guarded([&] { Inner->Set("PlayTempoRev", "d", &Value); });
+    Guarded([&] { Inner_->Set("PlayTempoRev", "d", &Value); });
 }
 
 void PlayDllClient::AppTmpDir(const std::string& Folder) {
     if (Folder.find('\0') != std::string::npos) {
         throw PlayDllError("", "AppTmpDir: a folder's name holds no zero byte");
     }
-    Guarded([&] { Inner->Set("AppTmpDir", "s", Folder.c_str()); });
+    Guarded([&] { Inner_->Set("AppTmpDir", "s", Folder.c_str()); });
 }
 
 void PlayDllClient::ReleaseFiles() {
-    Guarded([&] { Inner->Call("ReleaseFiles"); });
+    Guarded([&] { Inner_->Call("ReleaseFiles"); });
 }
 
 void PlayDllClient::PlayAtPos(std::int32_t Pos) {
-    Guarded([&] { Inner->CallAt("PlayAtPos", Pos); });
+    Guarded([&] { Inner_->CallAt("PlayAtPos", Pos); });
 }
 
 void PlayDllClient::PlayAtPosRev(std::int32_t Pos) {
-    Guarded([&] { Inner->CallAt("PlayAtPosRev", Pos); });
+    Guarded([&] { Inner_->CallAt("PlayAtPosRev", Pos); });
 }
 
 }  // namespace Tolvar

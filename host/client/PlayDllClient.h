@@ -14,14 +14,14 @@ namespace Tolvar {
 class __attribute__((visibility("default"))) PlayDllError : public std::runtime_error {
   public:
     PlayDllError(const std::string& Name, const std::string& Text)
-        : std::runtime_error(Text), NameOf(Name) {}
+        : std::runtime_error(Text), Name_(Name) {}
 
     /// The D-Bus name of the server's error; "" when the failure is the connection's or this
     /// library's.
-    const std::string& Name() const noexcept { return NameOf; }
+    const std::string& Name() const noexcept { return Name_; }
 
   private:
-    std::string NameOf;
+    std::string Name_;
 };
 
 /// How a server process is started.
@@ -111,7 +111,7 @@ class __attribute__((visibility("default"))) PlayDllClient {
   private:
     struct Impl;
     explicit PlayDllClient(std::unique_ptr<Impl> Made);
-    std::unique_ptr<Impl> Inner;
+    std::unique_ptr<Impl> Inner_;
 };
 
 }  // namespace Tolvar

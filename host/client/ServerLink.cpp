@@ -35,11 +35,11 @@ void RequireStarted(sd_bus* Bus) {
 }  // namespace
 
 ServerLink::ServerLink(std::unique_ptr<ServerProcess> Started, int LimitOfMs)
-    : Process(std::move(Started)), LimitMs(std::max(LimitOfMs, 1)) {
-    if (Process) {
-        Link = std::make_unique<BusLink>(Process->TakeSocket(), BusLink::Side::Client);
+    : Process_(std::move(Started)), LimitMs_(std::max(LimitOfMs, 1)) {
+    if (Process_) {
+        Link_ = std::make_unique<BusLink>(Process_->TakeSocket(), BusLink::Side::Client);
     } else {
-        Link = BusLink::OnSessionBus();
+        Link_ = BusLink::OnSessionBus();
         FindOnBus();
     }
     Advise();
@@ -47,33 +47,33 @@ ServerLink::ServerLink(std::unique_ptr<ServerProcess> Started, int LimitOfMs)
 
 ServerLink::~ServerLink() {
     try {
-        ServerGone = nullptr;
-        Sink = nullptr;  // what it stands on may be gone by now
-        LimitMs = std::min(LimitMs, MostLastMs);
+        ServerGone_ = nullptr;
+        Sink_ = nullptr;  // what it stands on may be gone by now
+        LimitMs_ = std::min(LimitMs_, MostLastMs);
         if (!Gone()) Release();
     } catch (const std::exception&) {
         // The server is gone or will find the connection closed: either is an end.
     }
-    ServerWatch.reset();
-    Link.reset();  // before the process is awaited
+    ServerWatch_.reset();
+    Link_.reset();  // before the process is awaited
 }
 
 void ServerLink::FindOnBus() {
     sd_bus_creds* Found = nullptr;
     const auto Look = [&] {
-        return sd_bus_get_name_creds(Link->Bus(), Wire::BusName, SD_BUS_CREDS_UNIQUE_NAME, &Found);
+        return sd_bus_get_name_creds(Link_->Bus(), Wire::BusName, SD_BUS_CREDS_UNIQUE_NAME, &Found);
     };
     // One that somebody has started by hand need not be one that the bus can start.
     if (Look() < 0) {
-        RequireStarted(Link->Bus());
+        RequireStarted(Link_->Bus());
         Sent(Look(), "the playback server on the session bus cannot be found");
     }
     const char* Unique = nullptr;
-    if (sd_bus_creds_get_unique_name(Found, &Unique) >= 0) Destination = Unique;
+    if (sd_bus_creds_get_unique_name(Found, &Unique) >= 0) Destination_ = Unique;
     sd_bus_creds_unref(Found);
     // By its own name, because a call to the well-known one would start another server, without
     // the wave.
-    ServerWatch = std::make_unique<NameWatch>(*Link, Destination);
+    ServerWatch_ = std::make_unique<NameWatch>(*Link_, Destination_);
 }
 
 void ServerLink::Advise() {
@@ -82,28 +82,28 @@ void ServerLink::Advise() {
     try {
         Finish(Asked);
     } catch (const PlayDllError&) {
-        if (!Gone() || !Process) throw;
-        Link.reset();  // so that it ends, if it has not
+        if (!Gone() || !Process_) throw;
+        Link_.reset();  // so that it ends, if it has not
         throw PlayDllError("", "the playback server did not start (exit code " +
-                                   std::to_string(Process->Await()) + ")");
+                                   std::to_string(Process_->Await()) + ")");
     }
 }
 
 void ServerLink::OnServerGone(std::function<void(const std::string&)> Handler) {
-    ServerGone = std::move(Handler);
+    ServerGone_ = std::move(Handler);
 }
 
 // Calls.
 
 void ServerLink::RequireThere(const std::string& Known) const {
-    if (Gone()) throw PlayDllError("", Known + ": " + WhyGone);
+    if (Gone()) throw PlayDllError("", Known + ": " + WhyGone_);
 }
 
 Message ServerLink::NewCall(const char* Interface, const char* Member) {
     RequireThere(Member);
     sd_bus_message* Made = nullptr;
-    Sent(sd_bus_message_new_method_call(Link->Bus(), &Made,
-                                        Destination.empty() ? nullptr : Destination.c_str(),
+    Sent(sd_bus_message_new_method_call(Link_->Bus(), &Made,
+                                        Destination_.empty() ? nullptr : Destination_.c_str(),
                                         Wire::PlayerPath, Interface, Member),
          NoCall);
     return Message(Made);
@@ -112,12 +112,12 @@ Message ServerLink::NewCall(const char* Interface, const char* Member) {
 Message ServerLink::Finish(const Message& Asked, const char* Known) {
     const std::string Member(Known != nullptr ? Known : sd_bus_message_get_member(Asked.get()));
     Message Answer;
-    Link->Receive();  // so that a server that is gone is found to be gone
-    if (Link->Open()) Answer = AwaitAnswer(Link->Send(Asked.get()), Member);
-    if (!Answer) FailGone(Member, "the playback server is gone: " + Link->WhyClosed());
+    Link_->Receive();  // so that a server that is gone is found to be gone
+    if (Link_->Open()) Answer = AwaitAnswer(Link_->Send(Asked.get()), Member);
+    if (!Answer) FailGone(Member, "the playback server is gone: " + Link_->WhyClosed());
     const sd_bus_error* Error = sd_bus_message_get_error(Answer.get());
     if (Error == nullptr) return Answer;
-    if (!Destination.empty() && TellsOfDeath(Error->name)) {
+    if (!Destination_.empty() && TellsOfDeath(Error->name)) {
         FailGone(Member, "the playback server is gone: it has left the session bus");
     }
     throw PlayDllError(Error->name, std::string(TextOf(Error->message)));
@@ -126,19 +126,19 @@ Message ServerLink::Finish(const Message& Asked, const char* Known) {
 // Null when the connection is gone. A report is a sign of life, and the time that the sink takes is
 // the editor's own.
 Message ServerLink::AwaitAnswer(std::uint64_t Cookie, const std::string& Member) {
-    const auto Later = [this] { return BusLink::NowNs() + LimitMs * NsPerMs; };
+    const auto Later = [this] { return BusLink::NowNs() + LimitMs_ * NsPerMs; };
     std::int64_t DeadlineNs = Later();
     const auto Meanwhile = [&] {
-        if (Link->CallsWaiting() == 0) return;
+        if (Link_->CallsWaiting() == 0) return;
         ServeReports();
         DeadlineNs = Later();
     };
     Message Answer;
-    if (Link->Await(Cookie, &DeadlineNs, Meanwhile, Answer) != BusLink::Wakening::Time)
+    if (Link_->Await(Cookie, &DeadlineNs, Meanwhile, Answer) != BusLink::Wakening::Time)
         return Answer;
-    Link->Abandon();
-    if (Process) Process->Await(0);
-    FailGone(Member, "the playback server has not answered for " + std::to_string(LimitMs) +
+    Link_->Abandon();
+    if (Process_) Process_->Await(0);
+    FailGone(Member, "the playback server has not answered for " + std::to_string(LimitMs_) +
                          " ms and was given up");
 }
 
@@ -149,8 +149,8 @@ void ServerLink::FailGone(const std::string& Member, const std::string& Why) {
 
 void ServerLink::NoteGone(const std::string& Why) {
     if (Gone()) return;
-    WhyGone = Why;
-    if (const auto Handler = std::exchange(ServerGone, nullptr)) Handler(Why);
+    WhyGone_ = Why;
+    if (const auto Handler = std::exchange(ServerGone_, nullptr)) Handler(Why);
 }
 
 void ServerLink::Call(const char* Member) {
@@ -205,39 +205,39 @@ void ServerLink::Set(const char* Property, const char* Type, const void* Value) 
 }
 
 int ServerLink::Release() {
-    if (Reporting > 0) {
+    if (Reporting_ > 0) {
         throw PlayDllError("", "Release: a report is not a moment to let go of the server");
     }
-    if (!std::exchange(Released, true) && !Gone()) {
+    if (!std::exchange(Released_, true) && !Gone()) {
         try {
             Finish(NewCall(Wire::HostingInterface, "Release"));
-            WhyGone = OverText;
+            WhyGone_ = OverText;
         } catch (const PlayDllError&) {
             if (!Gone()) throw;
         }
     }
     // Its recording may still be on the way to the disk.
-    return Process ? Process->Await(LimitMs) : 0;
+    return Process_ ? Process_->Await(LimitMs_) : 0;
 }
 
 // Reports.
 
 void ServerLink::Dispatch() {
     if (Gone()) return;
-    Link->Receive();
+    Link_->Receive();
     ServeReports();
-    Link->Receive();
-    if (!Link->Open()) {
-        NoteGone("the playback server is gone: " + Link->WhyClosed());
-    } else if (ServerWatch && ServerWatch->Left()) {
+    Link_->Receive();
+    if (!Link_->Open()) {
+        NoteGone("the playback server is gone: " + Link_->WhyClosed());
+    } else if (ServerWatch_ && ServerWatch_->Left()) {
         NoteGone("the playback server is gone: it has left the session bus");
     }
 }
 
 void ServerLink::ServeReports() {
-    while (const Message Report = Link->TakeCall()) {
+    while (const Message Report = Link_->TakeCall()) {
         ServeReport(Report.get());
-        if (!Gone()) Link->Receive();
+        if (!Gone()) Link_->Receive();
     }
 }
 
@@ -246,8 +246,8 @@ void ServerLink::Tell(const char* Msg, const char* Ttl) {
         int& Of;
         explicit Level(int& Counter) : Of(Counter) { ++Of; }
         ~Level() { --Of; }
-    } const Entered(Reporting);
-    if (const auto Handler = Sink) Handler(Msg, Ttl);
+    } const Entered(Reporting_);
+    if (const auto Handler = Sink_) Handler(Msg, Ttl);
 }
 
 void ServerLink::ServeReport(sd_bus_message* Report) {
@@ -257,7 +257,7 @@ void ServerLink::ServeReport(sd_bus_message* Report) {
         if (sd_bus_message_is_method_call(Report, Wire::EventInterface, "MsgBoxOb") <= 0) {
             throw WireError(Wire::UnknownMethod, "only MsgBoxOb is known here");
         }
-        if (!Destination.empty() && TextOf(sd_bus_message_get_sender(Report)) != Destination) {
+        if (!Destination_.empty() && TextOf(sd_bus_message_get_sender(Report)) != Destination_) {
             throw WireError(Wire::AccessDenied, "only the playback server reports here");
         }
         RequireSignature(Report, "ss");

@@ -28,7 +28,7 @@ class ServerLink {
     ServerLink(const ServerLink&) = delete;
     ServerLink& operator=(const ServerLink&) = delete;
 
-    void OnMsgBoxOb(PlayDllClient::EventSink Handler) { Sink = std::move(Handler); }
+    void OnMsgBoxOb(PlayDllClient::EventSink Handler) { Sink_ = std::move(Handler); }
     void OnServerGone(std::function<void(const std::string&)> Handler);
 
     void Call(const char* Member);
@@ -42,10 +42,10 @@ class ServerLink {
     void Set(const char* Property, const char* Type, const void* Value);
     int Release();
 
-    int WaitFd() const { return Gone() ? -1 : Link->WaitFd(); }
+    int WaitFd() const { return Gone() ? -1 : Link_->WaitFd(); }
     void Dispatch();
-    bool Gone() const { return !WhyGone.empty(); }
-    int ProcessId() const { return Process ? Process->Id() : -1; }
+    bool Gone() const { return !WhyGone_.empty(); }
+    int ProcessId() const { return Process_ ? Process_->Id() : -1; }
 
   private:
     void FindOnBus();
@@ -61,16 +61,16 @@ class ServerLink {
     [[noreturn]] void FailGone(const std::string& Member, const std::string& Why);
     void NoteGone(const std::string& Why);
 
-    std::unique_ptr<ServerProcess> Process;
-    std::unique_ptr<BusLink> Link;
-    std::unique_ptr<NameWatch> ServerWatch;  // null: private
-    int LimitMs;
-    std::string Destination;  // on the bus: the server's own name; "": private
-    PlayDllClient::EventSink Sink;
-    std::function<void(const std::string&)> ServerGone;
-    std::string WhyGone;  // "": it is there
-    bool Released = false;
-    int Reporting = 0;  // sinks on the stack
+    std::unique_ptr<ServerProcess> Process_;
+    std::unique_ptr<BusLink> Link_;
+    std::unique_ptr<NameWatch> ServerWatch_;  // null: private
+    int LimitMs_;
+    std::string Destination_;  // on the bus: the server's own name; "": private
+    PlayDllClient::EventSink Sink_;
+    std::function<void(const std::string&)> ServerGone_;
+    std::string WhyGone_;  // "": it is there
+    bool Released_ = false;
+    int Reporting_ = 0;  // sinks on the stack
 };
 
 }  // namespace Tolvar

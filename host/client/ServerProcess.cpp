@@ -88,37 +88,37 @@ ServerProcess::ServerProcess(const std::string& Program,
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, Pair.data()) != 0) {
         throw ErrnoFailure("cannot make a connection for the server", errno, FailureKind::Library);
     }
-    Socket = Descriptor(Pair[0]);
+    Socket_ = Descriptor(Pair[0]);
     const Descriptor Theirs(Pair[1]);
     const SpawnSetup Setup(Theirs.Get());
-    const int Error = posix_spawn(&ProcessId, Words.front().c_str(), &Setup.Actions,
+    const int Error = posix_spawn(&ProcessId_, Words.front().c_str(), &Setup.Actions,
                                   &Setup.Attributes, Pointers.data(), environ);
     if (Error != 0) throw ErrnoFailure("cannot start " + Words.front(), Error);
 }
 
 ServerProcess::~ServerProcess() {
-    Socket = Descriptor();
+    Socket_ = Descriptor();
     Await();
 }
 
 int ServerProcess::Await(int LimitMs) noexcept {
-    if (ExitCode >= 0) return ExitCode;
+    if (ExitCode_ >= 0) return ExitCode_;
     constexpr int StepMs = 2;
     int Status = 0;
-    pid_t Reaped = waitpid(ProcessId, &Status, WNOHANG);
+    pid_t Reaped = waitpid(ProcessId_, &Status, WNOHANG);
     for (int WaitedMs = 0; Reaped == 0 && WaitedMs < LimitMs; WaitedMs += StepMs) {
         poll(nullptr, 0, StepMs);
-        Reaped = waitpid(ProcessId, &Status, WNOHANG);
+        Reaped = waitpid(ProcessId_, &Status, WNOHANG);
     }
     if (Reaped == 0) {
-        kill(ProcessId, SIGKILL);
+        kill(ProcessId_, SIGKILL);
         do {
-            Reaped = waitpid(ProcessId, &Status, 0);
+            Reaped = waitpid(ProcessId_, &Status, 0);
         } while (Reaped < 0 && errno == EINTR);
     }
-    if (Reaped < 0) return ExitCode = 0;  // somebody else has reaped it, such as the system
-    ExitCode = WIFEXITED(Status) ? WEXITSTATUS(Status) : 128 + WTERMSIG(Status);
-    return ExitCode;
+    if (Reaped < 0) return ExitCode_ = 0;  // somebody else has reaped it, such as the system
+    ExitCode_ = WIFEXITED(Status) ? WEXITSTATUS(Status) : 128 + WTERMSIG(Status);
+    return ExitCode_;
 }
 
 }  // namespace Tolvar

@@ -17,10 +17,10 @@ class ServerProcess {
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
 
-    int Id() const { return ProcessId; }
+    int Id() const { return ProcessId_; }
 
     /// The editor's end of the socket that the server was given; once.
-    Descriptor TakeSocket() { return std::move(Socket); }
+    Descriptor TakeSocket() { return std::move(Socket_); }
 
     /// Waits until the process is gone; one that does not end within LimitMs is killed. The exit
     /// code, or 128 + the signal's number; 0 when this program ignores SIGCHLD, since the system
@@ -28,9 +28,9 @@ class ServerProcess {
     int Await(int LimitMs = 2000) noexcept;
 
   private:
-    Descriptor Socket;
-    int ProcessId = -1;
-    int ExitCode = -1;  // -1: not awaited
+    Descriptor Socket_;
+    int ProcessId_ = -1;
+    int ExitCode_ = -1;  // -1: not awaited
 };
 
 }  // namespace Tolvar

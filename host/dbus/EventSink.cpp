@@ -17,22 +17,25 @@ void AppendReport(sd_bus_message* To, std::string_view Msg, std::string_view Ttl
 }  // namespace
 
 EventSink::EventSink(BusLink& LinkOf, Log& JournalOf, std::int64_t LimitMs, CallServer Serve)
-    : Link(LinkOf), Journal(JournalOf), LimitNs(LimitMs * NsPerMs), ServeSince(std::move(Serve)) {
-    Link.OnStray([this](std::uint64_t Cookie) { OnLateAnswer(Cookie); });
+    : Link_(LinkOf),
+      Journal_(JournalOf),
+      LimitNs_(LimitMs * NsPerMs),
+      ServeSince_(std::move(Serve)) {
+    Link_.OnStray([this](std::uint64_t Cookie) { OnLateAnswer(Cookie); });
 }
 
 EventSink::~EventSink() {
-    Link.OnStray({});
+    Link_.OnStray({});
 }
 
 void EventSink::Advise(const std::string& Destination, const std::string& Path) {
-    DestinationOf = Destination;
-    PathOf = Path;
-    Dropped = false;
+    Destination_ = Destination;
+    Path_ = Path;
+    Dropped_ = false;
 }
 
 void EventSink::Raise(std::string_view Msg, std::string_view Ttl) {
-    if (!Link.Open()) return;
+    if (!Link_.Open()) return;
     if (Listening()) {
         Tell(Msg, Ttl);
     } else {
@@ -42,59 +45,59 @@ void EventSink::Raise(std::string_view Msg, std::string_view Ttl) {
 
 void EventSink::Signal(std::string_view Msg, std::string_view Ttl) {
     sd_bus_message* Made = nullptr;
-    Sent(sd_bus_message_new_signal(Link.Bus(), &Made, Wire::PlayerPath, Wire::EventInterface,
+    Sent(sd_bus_message_new_signal(Link_.Bus(), &Made, Wire::PlayerPath, Wire::EventInterface,
                                    "MsgBoxOb"),
          "a report cannot be made");
     const Message Report(Made);
     AppendReport(Made, Msg, Ttl);
-    sd_bus_send(Link.Bus(), Made, nullptr);
+    sd_bus_send(Link_.Bus(), Made, nullptr);
 }
 
 void EventSink::Tell(std::string_view Msg, std::string_view Ttl) {
     sd_bus_message* Made = nullptr;
-    Sent(sd_bus_message_new_method_call(Link.Bus(), &Made,
-                                        DestinationOf.empty() ? nullptr : DestinationOf.c_str(),
-                                        PathOf.c_str(), Wire::EventInterface, "MsgBoxOb"),
+    Sent(sd_bus_message_new_method_call(Link_.Bus(), &Made,
+                                        Destination_.empty() ? nullptr : Destination_.c_str(),
+                                        Path_.c_str(), Wire::EventInterface, "MsgBoxOb"),
          "a report cannot be made");
     const Message Report(Made);
     AppendReport(Made, Msg, Ttl);
-    Link.Receive();  // what is there by now was called before this report
-    if (!Link.Open()) return;
+    Link_.Receive();  // what is there by now was called before this report
+    if (!Link_.Open()) return;
 
-    const std::uint64_t Cookie = Link.Send(Made);
+    const std::uint64_t Cookie = Link_.Send(Made);
     Message Answer;
-    ++Out;
+    ++Out_;
     const BusLink::Wakening Why = AwaitAnswer(Cookie, Answer);
-    --Out;
+    --Out_;
     if (Why == BusLink::Wakening::Time) {
-        Dropped = true;
-        UnansweredCookie = Cookie;
-        Journal.Write("the editor's sink did not answer \"" + std::string(Ttl) +
-                      "\" in time; it is told nothing more until it does");
+        Dropped_ = true;
+        UnansweredCookie_ = Cookie;
+        Journal_.Write("the editor's sink did not answer \"" + std::string(Ttl) +
+                       "\" in time; it is told nothing more until it does");
     } else if (Why == BusLink::Wakening::Answer) {
         const sd_bus_error* Error = sd_bus_message_get_error(Answer.get());
         if (Error == nullptr) return;
-        Journal.Write("the editor's sink answered \"" + std::string(Ttl) + "\" with " +
-                      Error->name + ": " + (Error->message == nullptr ? "" : Error->message));
+        Journal_.Write("the editor's sink answered \"" + std::string(Ttl) + "\" with " +
+                       Error->name + ": " + (Error->message == nullptr ? "" : Error->message));
     }
 }
 
 BusLink::Wakening EventSink::AwaitAnswer(std::uint64_t Cookie, Message& Answer) {
-    const std::uint64_t Before = Link.Arrived();
+    const std::uint64_t Before = Link_.Arrived();
     const std::int64_t LastNs = BusLink::NowNs() + MostNs;
-    std::int64_t DeadlineNs = BusLink::NowNs() + LimitNs;
+    std::int64_t DeadlineNs = BusLink::NowNs() + LimitNs_;
     const auto ServeItsCalls = [&] {
         const std::int64_t BeganNs = BusLink::NowNs();
-        ServeSince(Before, Cookie);
+        ServeSince_(Before, Cookie);
         DeadlineNs = std::min(DeadlineNs + BusLink::NowNs() - BeganNs, LastNs);
     };
-    return Link.Await(Cookie, &DeadlineNs, ServeItsCalls, Answer);
+    return Link_.Await(Cookie, &DeadlineNs, ServeItsCalls, Answer);
 }
 
 void EventSink::OnLateAnswer(std::uint64_t Cookie) {
-    if (!Dropped || Cookie != UnansweredCookie) return;
-    Dropped = false;
-    Journal.Write("the editor's sink answers again");
+    if (!Dropped_ || Cookie != UnansweredCookie_) return;
+    Dropped_ = false;
+    Journal_.Write("the editor's sink answers again");
 }
 
 }  // namespace Tolvar

@@ -25,10 +25,10 @@ class EventSink {
     /// Reports go to the object at Path of the peer called Destination ("": the only one).
     void Advise(const std::string& Destination, const std::string& Path);
     /// Nobody is told any more.
-    void Forget() { PathOf.clear(); }
-    bool Advised() const { return !PathOf.empty(); }
+    void Forget() { Path_.clear(); }
+    bool Advised() const { return !Path_.empty(); }
     /// Whether a report is out now.
-    bool Raising() const { return Out > 0; }
+    bool Raising() const { return Out_ > 0; }
 
     /// Tells the sink and waits until it has answered. Calls that have come by now wait behind
     /// the one that reports; calls that come meanwhile are taken for the sink's own and served at
@@ -40,21 +40,21 @@ class EventSink {
     void Raise(std::string_view Msg, std::string_view Ttl);
 
   private:
-    bool Listening() const { return Advised() && !Dropped; }
+    bool Listening() const { return Advised() && !Dropped_; }
     void Tell(std::string_view Msg, std::string_view Ttl);
     void Signal(std::string_view Msg, std::string_view Ttl);
     BusLink::Wakening AwaitAnswer(std::uint64_t Cookie, Message& Answer);
     void OnLateAnswer(std::uint64_t Cookie);
 
-    BusLink& Link;
-    Log& Journal;
-    std::int64_t LimitNs;
-    CallServer ServeSince;
-    std::string DestinationOf;
-    std::string PathOf;  // "": no sink
-    bool Dropped = false;
-    int Out = 0;  // reports that are not answered yet, each inside the one before
-    std::uint64_t UnansweredCookie = 0;  // of the report for which it was dropped
+    BusLink& Link_;
+    Log& Journal_;
+    std::int64_t LimitNs_;
+    CallServer ServeSince_;
+    std::string Destination_;
+    std::string Path_;  // "": no sink
+    bool Dropped_ = false;
+    int Out_ = 0;  // reports that are not answered yet, each inside the one before
+    std::uint64_t UnansweredCookie_ = 0;  // of the report for which it was dropped
 };
 
 }  // namespace Tolvar

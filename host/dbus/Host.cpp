@@ -21,27 +21,27 @@ constexpr std::int64_t LastAnswersMs = 500;
 
 Host::Host(PlayServer& ServerOf, std::unique_ptr<BusLink> LinkOf, bool IsOnBus,
            std::int64_t SinkLimitMs)
-    : Server(ServerOf),
-      Link(std::move(LinkOf)),
-      OnBus(IsOnBus),
-      Sink(*Link, Server.Journal(), SinkLimitMs,
-           [this](std::uint64_t Before, std::uint64_t Report) { ServeSince(Before, Report); }),
-      Self(std::make_shared<Host*>(this)) {
-    Server.Player().OnMsgBoxOb(
+    : Server_(ServerOf),
+      Link_(std::move(LinkOf)),
+      OnBus_(IsOnBus),
+      Sink_(*Link_, Server_.Journal(), SinkLimitMs,
+            [this](std::uint64_t Before, std::uint64_t Report) { ServeSince(Before, Report); }),
+      Self_(std::make_shared<Host*>(this)) {
+    Server_.Player().OnMsgBoxOb(
         [this](std::string_view Msg, std::string_view Ttl) { Report(Msg, Ttl); });
-    Server.Home().Watch({Link->WaitFd()}, [this] { Turn(); });
+    Server_.Home().Watch({Link_->WaitFd()}, [this] { Turn(); });
     TurnLater();
 }
 
 Host::~Host() {
-    *Self = nullptr;
-    Server.Home().Unwatch({Link->WaitFd()});
-    Server.Home().Disarm(Due);
-    if (Server.HasPlayer()) Server.Player().OnMsgBoxOb({});
+    *Self_ = nullptr;
+    Server_.Home().Unwatch({Link_->WaitFd()});
+    Server_.Home().Disarm(Due_);
+    if (Server_.HasPlayer()) Server_.Player().OnMsgBoxOb({});
 }
 
 void Host::TakeName() {
-    const int Result = sd_bus_request_name(Link->Bus(), Wire::BusName, 0);
+    const int Result = sd_bus_request_name(Link_->Bus(), Wire::BusName, 0);
     if (Result == -EEXIST) {
         throw RuntimeFailure(FailureKind::Input,
                              std::string("another server has the name ") + Wire::BusName);
@@ -52,60 +52,60 @@ void Host::TakeName() {
 // The loop.
 
 void Host::TurnLater() {
-    if (std::exchange(TurnIsDue, true)) return;
-    Server.Home().Post([Alive = Self] {
+    if (std::exchange(TurnIsDue_, true)) return;
+    Server_.Home().Post([Alive = Self_] {
         if (*Alive == nullptr) return;
-        (*Alive)->TurnIsDue = false;
+        (*Alive)->TurnIsDue_ = false;
         (*Alive)->Turn();
     });
 }
 
 void Host::Report(std::string_view Msg, std::string_view Ttl) {
     TurnLater();  // what comes meanwhile is taken off the connection, which then wakes nobody
-    Sink.Raise(Msg, Ttl);
+    Sink_.Raise(Msg, Ttl);
 }
 
 void Host::Turn() {
-    if (IsFinished) return;
-    Link->Receive();
-    if (OwnerWatch && OwnerWatch->Left()) OnOwnerGone();
-    if (!Link->Open()) return End();
-    if (const Message Call = Link->TakeCall()) {
+    if (IsFinished_) return;
+    Link_->Receive();
+    if (OwnerWatch_ && OwnerWatch_->Left()) OnOwnerGone();
+    if (!Link_->Open()) return End();
+    if (const Message Call = Link_->TakeCall()) {
         Serve(Call.get());
         TurnLater();  // timers come between two calls, and what was sent may not have left
     }
-    if (ReleaseDue) End();
+    if (ReleaseDue_) End();
     WatchTime();
 }
 
 // The connection has deadlines of its own, such as for the peer to say who it is.
 void Host::WatchTime() {
-    Apartment& Home = Server.Home();
-    Home.Disarm(Due);
-    if (const auto LeftNs = Link->DueInNs()) {
-        Due = Home.Arm(Home.Time().NowNs() + *LeftNs, [this] { Turn(); });
+    Apartment& Home = Server_.Home();
+    Home.Disarm(Due_);
+    if (const auto LeftNs = Link_->DueInNs()) {
+        Due_ = Home.Arm(Home.Time().NowNs() + *LeftNs, [this] { Turn(); });
     }
 }
 
 void Host::End() {
-    if (std::exchange(IsFinished, true)) return;
-    ReleaseDue = true;
-    if (OnBus) LeaveName();
-    if (Server.HasPlayer()) Server.Release();
+    if (std::exchange(IsFinished_, true)) return;
+    ReleaseDue_ = true;
+    if (OnBus_) LeaveName();
+    if (Server_.HasPlayer()) Server_.Release();
     AnswerTheRest();
-    Link->Flush(LastAnswersMs);
+    Link_->Flush(LastAnswersMs);
 }
 
 // An editor that comes from now on is to get a new server.
 void Host::LeaveName() {
-    sd_bus_release_name(Link->Bus(), Wire::BusName);
+    sd_bus_release_name(Link_->Bus(), Wire::BusName);
 }
 
 // Whoever has called by now is told that the player object is gone.
 void Host::AnswerTheRest() {
-    if (!Link->Open()) return;
-    Link->Receive();
-    while (const Message Call = Link->TakeCall())
+    if (!Link_->Open()) return;
+    Link_->Receive();
+    while (const Message Call = Link_->TakeCall())
         Serve(Call.get());
 }
 
@@ -113,11 +113,11 @@ void Host::AnswerTheRest() {
 
 // What comes behind the answer, such as a Release, is not the sink's own and waits for its turn.
 void Host::ServeSince(std::uint64_t Before, std::uint64_t Report) {
-    while (!Link->HasAnswer(Report)) {
-        const Message Call = Link->TakeCall(Before);
+    while (!Link_->HasAnswer(Report)) {
+        const Message Call = Link_->TakeCall(Before);
         if (!Call) return;
         Serve(Call.get());
-        Link->Receive();
+        Link_->Receive();
     }
 }
 
@@ -126,10 +126,10 @@ void Host::Serve(sd_bus_message* Call) {
         int& Of;
         explicit Level(int& Counter) : Of(Counter) { ++Of; }
         ~Level() { --Of; }
-    } const Entered(Depth);
-    const bool WasFree = Owner.empty();
+    } const Entered(Depth_);
+    const bool WasFree = Owner_.empty();
     try {
-        if (Depth > MostDepth) {
+        if (Depth_ > MostDepth) {
             throw WireError(Wire::LimitsExceeded, "too many calls inside reports of calls");
         }
         Carry(Call);
@@ -148,15 +148,15 @@ void Host::Serve(sd_bus_message* Call) {
 void Host::Carry(sd_bus_message* Call) {
     const std::string_view Interface = TextOf(sd_bus_message_get_interface(Call));
     const std::string_view Path = TextOf(sd_bus_message_get_path(Call));
-    if (OnBus) Admit(Call);
+    if (OnBus_) Admit(Call);
     if (Interface == Wire::Introspectable) return Answer(Call);
     if (Path != Wire::PlayerPath) {
         throw WireError(Wire::UnknownObject, "there is no object " + std::string(Path));
     }
     if (Interface == Wire::HostingInterface) return CarryHosting(Call);
-    if (ReleaseDue) throw WireError(Wire::Failed, "the player object has been released");
-    const Message Reply = Dispatch(Server.Player(), Call);
-    sd_bus_send(Link->Bus(), Reply.get(), nullptr);
+    if (ReleaseDue_) throw WireError(Wire::Failed, "the player object has been released");
+    const Message Reply = Dispatch(Server_.Player(), Call);
+    sd_bus_send(Link_->Bus(), Reply.get(), nullptr);
 }
 
 void Host::Answer(sd_bus_message* Call) {
@@ -179,15 +179,15 @@ void Host::Advise(sd_bus_message* Call) {
     RequireSignature(Call, "o");
     const char* Path = nullptr;
     Taken(sd_bus_message_read(Call, "o", &Path));
-    Sink.Advise(std::string(TextOf(sd_bus_message_get_sender(Call))), Path);
+    Sink_.Advise(std::string(TextOf(sd_bus_message_get_sender(Call))), Path);
     sd_bus_reply_method_return(Call, "");
 }
 
 void Host::Release(sd_bus_message* Call) {
     RequireSignature(Call, "");
-    if (!std::exchange(ReleaseDue, true) && !Sink.Raising()) {
-        if (OnBus) LeaveName();
-        Server.Release();
+    if (!std::exchange(ReleaseDue_, true) && !Sink_.Raising()) {
+        if (OnBus_) LeaveName();
+        Server_.Release();
     } else {
         TurnLater();  // the object goes when what reported is done
     }
@@ -199,18 +199,18 @@ void Host::Release(sd_bus_message* Call) {
 void Host::Admit(sd_bus_message* Call) {
     const std::string Sender(TextOf(sd_bus_message_get_sender(Call)));
     RequireOwnUser(Sender);
-    if (OnlyLooks(Call) || Sender == Owner) return;
-    if (!Owner.empty()) {
-        throw WireError(Wire::Busy, "another editor (" + Owner + ") uses this server");
+    if (OnlyLooks(Call) || Sender == Owner_) return;
+    if (!Owner_.empty()) {
+        throw WireError(Wire::Busy, "another editor (" + Owner_ + ") uses this server");
     }
-    OwnerWatch = std::make_unique<NameWatch>(*Link, Sender);
-    Owner = Sender;
+    OwnerWatch_ = std::make_unique<NameWatch>(*Link_, Sender);
+    Owner_ = Sender;
 }
 
 void Host::RequireOwnUser(const std::string& Sender) {
-    if (Sender == OwnUser) return;
+    if (Sender == OwnUser_) return;
     sd_bus_creds* Found = nullptr;
-    Sent(sd_bus_get_name_creds(Link->Bus(), Sender.c_str(), SD_BUS_CREDS_EUID, &Found),
+    Sent(sd_bus_get_name_creds(Link_->Bus(), Sender.c_str(), SD_BUS_CREDS_EUID, &Found),
          "cannot tell whose process calls");
     uid_t User = 0;
     const int Result = sd_bus_creds_get_euid(Found, &User);
@@ -218,19 +218,19 @@ void Host::RequireOwnUser(const std::string& Sender) {
     if (Result < 0 || User != geteuid()) {
         throw WireError(Wire::AccessDenied, "this server is another user's");
     }
-    OwnUser = Sender;
+    OwnUser_ = Sender;
 }
 
 void Host::Disown() {
-    OwnerWatch.reset();
-    Owner.clear();
+    OwnerWatch_.reset();
+    Owner_.clear();
 }
 
 void Host::OnOwnerGone() {
     Disown();
-    if (!Sink.Advised()) return;  // a passer-by, such as a command in a shell
-    Sink.Forget();
-    ReleaseDue = true;
+    if (!Sink_.Advised()) return;  // a passer-by, such as a command in a shell
+    Sink_.Forget();
+    ReleaseDue_ = true;
 }
 
 }  // namespace Tolvar

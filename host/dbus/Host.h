@@ -29,7 +29,7 @@ class Host {
     void TakeName();
 
     /// The editor has let go or is gone and so is the player object: the process is to end.
-    bool Finished() const { return IsFinished; }
+    bool Finished() const { return IsFinished_; }
 
     /// Lets go in the editor's place.
     void End();
@@ -55,19 +55,19 @@ class Host {
     void LeaveName();
     void AnswerTheRest();
 
-    PlayServer& Server;
-    std::unique_ptr<BusLink> Link;
-    const bool OnBus;
-    EventSink Sink;
-    std::unique_ptr<NameWatch> OwnerWatch;  // null: nobody commands
-    std::string Owner;                      // on the bus: who commands; "": nobody
-    std::string OwnUser;                    // on the bus: who was found to be the same user last
-    Apartment::AlarmId Due;
-    bool TurnIsDue = false;
-    int Depth = 0;            // calls on the stack
-    bool ReleaseDue = false;  // no member may be called any more
-    bool IsFinished = false;
-    std::shared_ptr<Host*> Self;  // for posts that outlive this: null then
+    PlayServer& Server_;
+    std::unique_ptr<BusLink> Link_;
+    const bool OnBus_;
+    EventSink Sink_;
+    std::unique_ptr<NameWatch> OwnerWatch_;  // null: nobody commands
+    std::string Owner_;                      // on the bus: who commands; "": nobody
+    std::string OwnUser_;                    // on the bus: who was found to be the same user last
+    Apartment::AlarmId Due_;
+    bool TurnIsDue_ = false;
+    int Depth_ = 0;            // calls on the stack
+    bool ReleaseDue_ = false;  // no member may be called any more
+    bool IsFinished_ = false;
+    std::shared_ptr<Host*> Self_;  // for posts that outlive this: null then
 };
 
 }  // namespace Tolvar

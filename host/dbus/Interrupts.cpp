@@ -23,31 +23,31 @@ sigset_t Watched() {
 
 }  // namespace
 
-Interrupts::Interrupts(Apartment& Waking) : Home(Waking) {
+Interrupts::Interrupts(Apartment& Waking) : Home_(Waking) {
     const sigset_t Set = Watched();
-    Fd = signalfd(-1, &Set, SFD_NONBLOCK | SFD_CLOEXEC);
-    if (Fd < 0) {
+    Fd_ = signalfd(-1, &Set, SFD_NONBLOCK | SFD_CLOEXEC);
+    if (Fd_ < 0) {
         throw ErrnoFailure("cannot watch for signals", errno, FailureKind::Device);
     }
     sigprocmask(SIG_BLOCK, &Set, nullptr);
-    Home.Watch({Fd}, [this] { Seen(); });
+    Home_.Watch({Fd_}, [this] { Seen(); });
 }
 
 Interrupts::~Interrupts() {
-    Home.Unwatch({Fd});
-    close(Fd);
+    Home_.Unwatch({Fd_});
+    close(Fd_);
     const sigset_t Set = Watched();
     // One more of what has been asked for already must not end the program on its way out.
     const timespec AtOnce{};
-    while (HasSeen && sigtimedwait(&Set, nullptr, &AtOnce) > 0) {
+    while (HasSeen_ && sigtimedwait(&Set, nullptr, &AtOnce) > 0) {
     }
     sigprocmask(SIG_UNBLOCK, &Set, nullptr);
 }
 
 bool Interrupts::Seen() {
     signalfd_siginfo Signal{};
-    if (read(Fd, &Signal, sizeof Signal) > 0) HasSeen = true;
-    return HasSeen;
+    if (read(Fd_, &Signal, sizeof Signal) > 0) HasSeen_ = true;
+    return HasSeen_;
 }
 
 }  // namespace Tolvar

@@ -17,9 +17,9 @@ class Interrupts {
     bool Seen();
 
   private:
-    Apartment& Home;
-    int Fd = -1;
-    bool HasSeen = false;
+    Apartment& Home_;
+    int Fd_ = -1;
+    bool HasSeen_ = false;
 };
 
 }  // namespace Tolvar

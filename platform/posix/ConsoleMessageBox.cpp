@@ -14,13 +14,13 @@ bool WritesToStandardError(const Log& Journal) {
 
 }  // namespace
 
-ConsoleMessageBox::ConsoleMessageBox(Log& TheJournal)
-    : Journal(TheJournal), LogIsStandardError(WritesToStandardError(TheJournal)) {}
+ConsoleMessageBox::ConsoleMessageBox(Log& Journal)
+    : Journal_(Journal), LogIsStandardError_(WritesToStandardError(Journal)) {}
 
 void ConsoleMessageBox::Show(std::string_view Text) {
     const std::string Line = "message box: " + OneLine(Text);
-    if (!LogIsStandardError) PrintError(Line);
-    Journal.Write(Line);
+    if (!LogIsStandardError_) PrintError(Line);
+    Journal_.Write(Line);
 }
 
 }  // namespace Tolvar

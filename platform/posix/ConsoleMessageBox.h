@@ -14,8 +14,8 @@ class ConsoleMessageBox : public MessageBox {
     void Show(std::string_view Text) override;
 
   private:
-    Log& Journal;
-    bool LogIsStandardError;
+    Log& Journal_;
+    bool LogIsStandardError_;
 };
 
 }  // namespace Tolvar

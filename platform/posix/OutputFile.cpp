@@ -46,10 +46,10 @@ Descriptor NamelessFile(const std::string& ForName) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& Path) : NameOf(Path) {
+OutputFile::OutputFile(const std::string& Path) : Name_(Path) {
     struct stat Info {};
     if (Path == "-") {
-        NameOf = "standard output";
+        Name_ = "standard output";
         UseStream(Descriptor(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)));
     } else if (::stat(Path.c_str(), &Info) != 0) {
         if (errno != ENOENT) throw CannotWrite(Path, errno);
@@ -64,51 +64,51 @@ OutputFile::OutputFile(const std::string& Path) : NameOf(Path) {
 }
 
 OutputFile::~OutputFile() {
-    if (!Temporary.empty()) ::unlink(Temporary.c_str());
+    if (!Temporary_.empty()) ::unlink(Temporary_.c_str());
 }
 
 void OutputFile::UseStream(Descriptor Stream) {
-    if (!Stream) throw CannotWrite(NameOf, errno);
-    Direct = CanGoBack(Stream);
-    Target = std::move(Stream);
-    if (!Direct) Scratch = NamelessFile(NameOf);
+    if (!Stream) throw CannotWrite(Name_, errno);
+    Direct_ = CanGoBack(Stream);
+    Target_ = std::move(Stream);
+    if (!Direct_) Scratch_ = NamelessFile(Name_);
 }
 
 void OutputFile::UseTemporary(const std::string& FinalPath, bool KeepMode, unsigned Mode) {
     static std::atomic<unsigned> Number = 0;
-    Final = FinalPath;
+    Final_ = FinalPath;
     std::string Path;
     do {
-        Path = Final.substr(0, Final.rfind('/') + 1) + ".tolvar-" + std::to_string(::getpid()) +
+        Path = Final_.substr(0, Final_.rfind('/') + 1) + ".tolvar-" + std::to_string(::getpid()) +
                "-" + std::to_string(++Number) + ".part";
-        Scratch = OpenDescriptor(Path, O_RDWR | O_CREAT | O_EXCL);
-    } while (!Scratch && errno == EEXIST);
-    if (!Scratch) throw ErrnoFailure("cannot write " + NameOf + ": cannot create " + Path, errno);
-    Temporary = Path;
-    if (KeepMode) ::fchmod(Scratch.Get(), Mode);
+        Scratch_ = OpenDescriptor(Path, O_RDWR | O_CREAT | O_EXCL);
+    } while (!Scratch_ && errno == EEXIST);
+    if (!Scratch_) throw ErrnoFailure("cannot write " + Name_ + ": cannot create " + Path, errno);
+    Temporary_ = Path;
+    if (KeepMode) ::fchmod(Scratch_.Get(), Mode);
 }
 
 void OutputFile::CopyToTarget() {
-    if (::lseek(Scratch.Get(), 0, SEEK_SET) != 0) throw CannotWrite(NameOf, errno);
+    if (::lseek(Scratch_.Get(), 0, SEEK_SET) != 0) throw CannotWrite(Name_, errno);
     std::vector<std::byte> Buffer(std::size_t{1} << 18U);
     while (true) {
-        const ssize_t Count = ::read(Scratch.Get(), Buffer.data(), Buffer.size());
+        const ssize_t Count = ::read(Scratch_.Get(), Buffer.data(), Buffer.size());
         if (Count == 0) return;
-        if (Count < 0 && errno != EINTR) throw CannotWrite(NameOf, errno);
+        if (Count < 0 && errno != EINTR) throw CannotWrite(Name_, errno);
         if (Count > 0) {
-            WriteWhole(Target, std::span(Buffer).first(static_cast<std::size_t>(Count)), NameOf);
+            WriteWhole(Target_, std::span(Buffer).first(static_cast<std::size_t>(Count)), Name_);
         }
     }
 }
 
 void OutputFile::Commit() {
-    if (Target && !Direct) CopyToTarget();
-    if (const int Error = (Target ? Target : Scratch).Close(); Error != 0) {
-        throw CannotWrite(NameOf, Error);
+    if (Target_ && !Direct_) CopyToTarget();
+    if (const int Error = (Target_ ? Target_ : Scratch_).Close(); Error != 0) {
+        throw CannotWrite(Name_, Error);
     }
-    if (Temporary.empty()) return;
-    if (::rename(Temporary.c_str(), Final.c_str()) != 0) throw CannotWrite(NameOf, errno);
-    Temporary.clear();
+    if (Temporary_.empty()) return;
+    if (::rename(Temporary_.c_str(), Final_.c_str()) != 0) throw CannotWrite(Name_, errno);
+    Temporary_.clear();
 }
 
 }  // namespace Tolvar

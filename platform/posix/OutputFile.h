@@ -22,10 +22,10 @@ class OutputFile {
     OutputFile& operator=(const OutputFile&) = delete;
 
     /// For writing, reading back and seeking; owned here.
-    int Fd() const { return Direct ? Target.Get() : Scratch.Get(); }
+    int Fd() const { return Direct_ ? Target_.Get() : Scratch_.Get(); }
 
     /// As it is called in texts.
-    const std::string& Name() const { return NameOf; }
+    const std::string& Name() const { return Name_; }
 
     /// At most once. What failed is in the failure, and the target is then as it was (a pipe may
     /// have got a part).
@@ -36,12 +36,12 @@ class OutputFile {
     void UseTemporary(const std::string& FinalPath, bool KeepMode, unsigned Mode);
     void CopyToTarget();
 
-    std::string NameOf;
-    Descriptor Target;   // a stream; none when a temporary file takes the target's place
-    Descriptor Scratch;  // the temporary file; none when the target is written directly
-    bool Direct = false;
-    std::string Temporary;  // its path while it has one
-    std::string Final;      // the path that it takes
+    std::string Name_;
+    Descriptor Target_;   // a stream; none when a temporary file takes the target's place
+    Descriptor Scratch_;  // the temporary file; none when the target is written directly
+    bool Direct_ = false;
+    std::string Temporary_;  // its path while it has one
+    std::string Final_;      // the path that it takes
 };
 
 }  // namespace Tolvar

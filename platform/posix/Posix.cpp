@@ -17,7 +17,7 @@ RuntimeFailure NothingTaken(const std::string& What) {
 }
 
 int Descriptor::Close() noexcept {
-    const int Fd = std::exchange(FdOf, -1);
+    const int Fd = std::exchange(Fd_, -1);
     // Never tried again: Linux frees the number even when a signal came between.
     return Fd >= 0 && ::close(Fd) != 0 && errno != EINTR ? errno : 0;
 }

@@ -20,22 +20,22 @@ RuntimeFailure NothingTaken(const std::string& What);
 /// The one owner of a file descriptor; -1 owns none. Any thread, one at a time.
 class Descriptor {
   public:
-    explicit Descriptor(int Fd = -1) noexcept : FdOf(Fd) {}
-    Descriptor(Descriptor&& From) noexcept : FdOf(std::exchange(From.FdOf, -1)) {}
+    explicit Descriptor(int Fd = -1) noexcept : Fd_(Fd) {}
+    Descriptor(Descriptor&& From) noexcept : Fd_(std::exchange(From.Fd_, -1)) {}
     Descriptor& operator=(Descriptor&& From) noexcept {
-        std::swap(FdOf, From.FdOf);
+        std::swap(Fd_, From.Fd_);
         return *this;
     }
     ~Descriptor() { Close(); }
 
-    int Get() const noexcept { return FdOf; }
-    explicit operator bool() const noexcept { return FdOf >= 0; }
+    int Get() const noexcept { return Fd_; }
+    explicit operator bool() const noexcept { return Fd_ >= 0; }
 
     /// 0, or the errno of data that could not be kept. The descriptor is gone in any case.
     int Close() noexcept;
 
   private:
-    int FdOf;
+    int Fd_;
 };
 
 /// open(2) with O_CLOEXEC, tried again when a signal came between. An unowned -1 and errno on

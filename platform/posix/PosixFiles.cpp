@@ -46,38 +46,38 @@ int FlagsFor(FileAccess Access) {
 
 class PosixFile : public File {
   public:
-    PosixFile(Descriptor Fd, std::string Path) : FdOf(std::move(Fd)), PathOf(std::move(Path)) {}
+    PosixFile(Descriptor Fd, std::string Path) : Fd_(std::move(Fd)), Path_(std::move(Path)) {}
 
     void ReadAt(std::int64_t BytePos, std::span<std::byte> Into) override {
-        CheckPosition("read", PathOf, BytePos);
+        CheckPosition("read", Path_, BytePos);
         std::size_t Got = 0;
         while (Got < Into.size()) {
-            const ssize_t Count = ::pread(FdOf.Get(), Into.data() + Got, Into.size() - Got,
+            const ssize_t Count = ::pread(Fd_.Get(), Into.data() + Got, Into.size() - Got,
                                           BytePos - 1 + static_cast<off_t>(Got));
             if (Count < 0 && errno == EINTR) continue;
-            if (Count < 0) throw ErrnoFailure(AtByte("read", PathOf, BytePos), errno);
+            if (Count < 0) throw ErrnoFailure(AtByte("read", Path_, BytePos), errno);
             if (Count == 0) throw TooShort(BytePos, Into.size(), Got);
             Got += static_cast<std::size_t>(Count);
         }
     }
 
     void WriteAt(std::int64_t BytePos, std::span<const std::byte> From) override {
-        CheckPosition("write", PathOf, BytePos);
+        CheckPosition("write", Path_, BytePos);
         std::size_t Done = 0;
         while (Done < From.size()) {
-            const ssize_t Count = ::pwrite(FdOf.Get(), From.data() + Done, From.size() - Done,
+            const ssize_t Count = ::pwrite(Fd_.Get(), From.data() + Done, From.size() - Done,
                                            BytePos - 1 + static_cast<off_t>(Done));
             if (Count < 0 && errno == EINTR) continue;
-            if (Count < 0) throw ErrnoFailure(AtByte("write", PathOf, BytePos), errno);
-            if (Count == 0) throw NothingTaken(AtByte("write", PathOf, BytePos));
+            if (Count < 0) throw ErrnoFailure(AtByte("write", Path_, BytePos), errno);
+            if (Count == 0) throw NothingTaken(AtByte("write", Path_, BytePos));
             Done += static_cast<std::size_t>(Count);
         }
     }
 
     std::int64_t Length() override {
         struct stat Info {};
-        if (::fstat(FdOf.Get(), &Info) != 0) {
-            throw ErrnoFailure("cannot measure " + PathOf, errno);
+        if (::fstat(Fd_.Get(), &Info) != 0) {
+            throw ErrnoFailure("cannot measure " + Path_, errno);
         }
         return Info.st_size;
     }
@@ -85,29 +85,29 @@ class PosixFile : public File {
     void SetLength(std::int64_t Bytes) override {
         int Result = 0;
         do {
-            Result = ::ftruncate(FdOf.Get(), Bytes);
+            Result = ::ftruncate(Fd_.Get(), Bytes);
         } while (Result != 0 && errno == EINTR);
         if (Result != 0) {
-            throw ErrnoFailure(
-                "cannot make " + PathOf + " " + std::to_string(Bytes) + " bytes long", errno);
+            throw ErrnoFailure("cannot make " + Path_ + " " + std::to_string(Bytes) + " bytes long",
+                               errno);
         }
     }
 
     void Close() override {
-        if (const int Error = FdOf.Close(); Error != 0) {
-            throw ErrnoFailure("cannot finish writing " + PathOf, Error);
+        if (const int Error = Fd_.Close(); Error != 0) {
+            throw ErrnoFailure("cannot finish writing " + Path_, Error);
         }
     }
 
   private:
     RuntimeFailure TooShort(std::int64_t BytePos, std::size_t Wanted, std::size_t Got) const {
-        return {FailureKind::File, AtByte("read", PathOf, BytePos) + ": wanted " +
+        return {FailureKind::File, AtByte("read", Path_, BytePos) + ": wanted " +
                                        std::to_string(Wanted) + " bytes, but the file ends after " +
                                        std::to_string(Got)};
     }
 
-    Descriptor FdOf;
-    std::string PathOf;
+    Descriptor Fd_;
+    std::string Path_;
 };
 
 }  // namespace

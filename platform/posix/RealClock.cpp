@@ -11,10 +11,10 @@ std::int64_t MonotonicNs() {
     return Time.tv_sec * NsPerSecond + Time.tv_nsec;
 }
 
-RealClock::RealClock() : StartNs(MonotonicNs()) {}
+RealClock::RealClock() : StartNs_(MonotonicNs()) {}
 
 std::int64_t RealClock::NowNs() const {
-    return MonotonicNs() - StartNs;
+    return MonotonicNs() - StartNs_;
 }
 
 double RealClock::SecondsSinceMidnight() const {

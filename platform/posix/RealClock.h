@@ -17,7 +17,7 @@ class RealClock : public Clock {
     void WaitUntil(std::int64_t DueNs, const EventWait& Events) override;
 
   private:
-    std::int64_t StartNs;
+    std::int64_t StartNs_;
 };
 
 }  // namespace Tolvar

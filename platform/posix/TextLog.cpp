@@ -86,8 +86,8 @@ void PrintError(std::string_view Line) noexcept {
 
 TextLog::TextLog(const std::string& Path) {
     if (Path.empty()) return;
-    Out = OpenDescriptor(Path, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK);
-    if (!Out) {
+    Out_ = OpenDescriptor(Path, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK);
+    if (!Out_) {
         PrintError(ErrnoFailure("cannot open the log " + Path, errno).what() +
                    std::string("; it goes to standard error"));
     }
@@ -97,7 +97,7 @@ void TextLog::Write(std::string_view Line) noexcept {
     if (IsStandardError()) return PrintError(Line);
     try {
         const std::string Whole = UtcNow() + OneLine(Line) + "\n";
-        WriteWhole(Out, std::as_bytes(std::span(Whole)), "the log");
+        WriteWhole(Out_, std::as_bytes(std::span(Whole)), "the log");
     } catch (const std::exception& Lost) {
         PrintError(Line);
         PrintError(Lost.what());

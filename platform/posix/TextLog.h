@@ -21,10 +21,10 @@ class TextLog : public Log {
     /// In a file the line stands behind its time, UTC with milliseconds.
     void Write(std::string_view Line) noexcept override;
 
-    bool IsStandardError() const { return !Out; }
+    bool IsStandardError() const { return !Out_; }
 
   private:
-    Descriptor Out;
+    Descriptor Out_;
 };
 
 /// One line on standard error. It never waits for a reader: a line for which there is no room now

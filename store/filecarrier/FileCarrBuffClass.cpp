@@ -44,11 +44,11 @@ std::int32_t ChannelBytes(File& From, const std::string& Name) {
 
 }  // namespace
 
-FileCarrBuffClass::FileCarrBuffClass(WoroFileBlockMod& TheStore, const Clock& TimeOfDay)
-    : Store(TheStore),
-      Time(TimeOfDay),
-      Known(TheStore.FilesOfCarriers(), Own),
-      BuffLen(BuffLenFor(TheStore.MemorySizeToUse())) {
+FileCarrBuffClass::FileCarrBuffClass(WoroFileBlockMod& Store, const Clock& TimeOfDay)
+    : Store_(Store),
+      Time_(TimeOfDay),
+      Known_(Store.FilesOfCarriers(), Own_),
+      BuffLen_(BuffLenFor(Store.MemorySizeToUse())) {
     MakeTempFile();
 }
 
@@ -62,109 +62,109 @@ FileCarrBuffClass::~FileCarrBuffClass() {
 
 void FileCarrBuffClass::WaveSize(std::int32_t NewVal) {
     RefuseNegative(NewVal);
-    Samples = NewVal;
+    Samples_ = NewVal;
 }
 
 // The file.
 
 const std::string& FileCarrBuffClass::MadeName() const {
-    if (Own.Made) return Own.Name;
-    throw RuntimeFailure(FailureKind::File, Own.Name.empty()
+    if (Own_.Made) return Own_.Name;
+    throw RuntimeFailure(FailureKind::File, Own_.Name.empty()
                                                 ? "The carrier has no file"
-                                                : "The carrier has not made its file " + Own.Name);
+                                                : "The carrier has not made its file " + Own_.Name);
 }
 
 CarrierFile FileCarrBuffClass::FreeTempFile(bool Create) const {
-    const std::string Start = Store.WorkFolder() + "\\tm";
-    const std::int32_t Second = Round32(Time.SecondsSinceMidnight());
+    const std::string Start = Store_.WorkFolder() + "\\tm";
+    const std::int32_t Second = Round32(Time_.SecondsSinceMidnight());
     for (std::int32_t Number = CheckedAdd(Second, 1);; Number = CheckedAdd(Number, 1)) {
         const std::string Name = Start + std::to_string(Number) + ".tmp";
         const auto HasIt = [&](const CarrierFile& Each) { return Each.Name == Name; };
-        if (Store.FilesOfCarriers().Any(HasIt)) continue;
-        if (Create ? SampleFileMake(Store.Disk(), Name, OneSilent) : !Store.Disk().Exists(Name)) {
+        if (Store_.FilesOfCarriers().Any(HasIt)) continue;
+        if (Create ? SampleFileMake(Store_.Disk(), Name, OneSilent) : !Store_.Disk().Exists(Name)) {
             return {Name, Create};
         }
     }
 }
 
 void FileCarrBuffClass::MakeTempFile() {
-    Own = FreeTempFile(Samples == 0);
-    if (Own.Made) Samples = 1;
+    Own_ = FreeTempFile(Samples_ == 0);
+    if (Own_.Made) Samples_ = 1;
 }
 
 void FileCarrBuffClass::MakeFile(std::span<const std::int16_t> Content) {
-    if (!SampleFileMake(Store.Disk(), Own.Name, Content)) {
-        throw RuntimeFailure(FailureKind::File, "The carrier cannot make its file " + Own.Name +
+    if (!SampleFileMake(Store_.Disk(), Own_.Name, Content)) {
+        throw RuntimeFailure(FailureKind::File, "The carrier cannot make its file " + Own_.Name +
                                                     ": there is one that is not the carrier's");
     }
-    Own.Made = true;
+    Own_.Made = true;
 }
 
 void FileCarrBuffClass::KillFileIfAny() {
-    if (!Own.Made) return;
-    if (Store.BlocksUse(Own.Name)) {
+    if (!Own_.Made) return;
+    if (Store_.BlocksUse(Own_.Name)) {
         FlushBuff();
     } else {
-        Store.Disk().Delete(Own.Name);
+        Store_.Disk().Delete(Own_.Name);
     }
 }
 
 void FileCarrBuffClass::FileRelease() {
     FlushBuff();
     MakeTempFile();
-    if (Own.Made) BuffDrop();
+    if (Own_.Made) BuffDrop();
 }
 
 std::string FileCarrBuffClass::FileName1() {
     FlushBuff();
-    return Own.Name;
+    return Own_.Name;
 }
 
 void FileCarrBuffClass::FileName1(const std::string& NewName) {
     Channel Next = Take(NewName);
     const OnFailure Unmake([&] {
-        if (!OrgFile) Store.Disk().Delete(Next.Home.Name);
+        if (!OrgFile_) Store_.Disk().Delete(Next.Home.Name);
     });
     KillFileIfAny();
 
-    Own = std::move(Next.Home);
-    Samples = Next.Samples;
+    Own_ = std::move(Next.Home);
+    Samples_ = Next.Samples;
     BuffDrop();
     BuffData = std::move(Next.Buff);
 }
 
 FileCarrBuffClass::Channel FileCarrBuffClass::Take(const std::string& NewName) const {
-    Files& Disk = Store.Disk();
+    Files& Disk = Store_.Disk();
     if (!Disk.Exists(NewName)) {
-        return OrgFile ? Channel{} : Channel{.Home = FreeTempFile(true), .Samples = 1, .Buff = {}};
+        return OrgFile_ ? Channel{} : Channel{.Home = FreeTempFile(true), .Samples = 1, .Buff = {}};
     }
     RequireTakeable(NewName);
-    const auto Given = Disk.Open(NewName, OrgFile ? FileAccess::Update : FileAccess::Read);
+    const auto Given = Disk.Open(NewName, OrgFile_ ? FileAccess::Update : FileAccess::Read);
     const std::int32_t Bytes = ChannelBytes(*Given, NewName);
     Channel Next{.Home = {NewName, true}, .Samples = Bytes / 2, .Buff = {}};
-    Next.Buff.resize(static_cast<std::size_t>(std::min(BuffLen, Next.Samples)));
+    Next.Buff.resize(static_cast<std::size_t>(std::min(BuffLen_, Next.Samples)));
     Given->ReadAt(1, std::as_writable_bytes(std::span(Next.Buff)));
-    if (!OrgFile) Next.Home = MakeCopy(*Given, Bytes);
+    if (!OrgFile_) Next.Home = MakeCopy(*Given, Bytes);
     return Next;
 }
 
 void FileCarrBuffClass::RequireTakeable(const std::string& NewName) const {
-    Files& Disk = Store.Disk();
-    if (Own.Made && Disk.SameFile(NewName, Own.Name)) {
+    Files& Disk = Store_.Disk();
+    if (Own_.Made && Disk.SameFile(NewName, Own_.Name)) {
         throw RuntimeFailure(FailureKind::Input, NewName + " is the carrier's own file");
     }
     const auto HasIt = [&](const CarrierFile& Each) {
         return Each.Made && Disk.SameFile(NewName, Each.Name);
     };
-    if (OrgFile && (Store.BlocksUse(NewName) || Store.FilesOfCarriers().Any(HasIt))) {
+    if (OrgFile_ && (Store_.BlocksUse(NewName) || Store_.FilesOfCarriers().Any(HasIt))) {
         throw RuntimeFailure(FailureKind::Input, NewName + " holds samples that are in use");
     }
 }
 
 CarrierFile FileCarrBuffClass::MakeCopy(File& Given, std::int32_t Bytes) const {
     CarrierFile Copy = FreeTempFile(true);
-    const OnFailure Unmake([&] { Store.Disk().Delete(Copy.Name); });
-    SampleFileCopy(Given, Bytes, Store.Disk(), Copy.Name);
+    const OnFailure Unmake([&] { Store_.Disk().Delete(Copy.Name); });
+    SampleFileCopy(Given, Bytes, Store_.Disk(), Copy.Name);
     return Copy;
 }
 
@@ -172,7 +172,7 @@ CarrierFile FileCarrBuffClass::MakeCopy(File& Given, std::int32_t Bytes) const {
 
 void FileCarrBuffClass::ReDimSize(std::int32_t NewSz, bool DoInitilize) {
     RefuseNegative(NewSz);
-    if (Samples < NewSz) {
+    if (Samples_ < NewSz) {
         Grow(NewSz, DoInitilize);
     } else {
         Shrink(NewSz);
@@ -180,21 +180,21 @@ void FileCarrBuffClass::ReDimSize(std::int32_t NewSz, bool DoInitilize) {
 }
 
 SampleFileGrowth FileCarrBuffClass::Grow(std::int32_t NewSz, bool DoInitilize) {
-    FlushUnlessWithin(Samples);
-    if (Own.OnlyNamed() && Samples == 0) MakeFile({});
-    SampleFileGrowth Growth(Store.Disk(), MadeName(), Samples, NewSz);
-    DoInitilize ? Growth.WriteAll(BuffLen) : Growth.WriteLast();
-    BuffCut(Samples);
-    Samples = NewSz;
+    FlushUnlessWithin(Samples_);
+    if (Own_.OnlyNamed() && Samples_ == 0) MakeFile({});
+    SampleFileGrowth Growth(Store_.Disk(), MadeName(), Samples_, NewSz);
+    DoInitilize ? Growth.WriteAll(BuffLen_) : Growth.WriteLast();
+    BuffCut(Samples_);
+    Samples_ = NewSz;
     return Growth;
 }
 
 void FileCarrBuffClass::Shrink(std::int32_t NewSz) {
     const auto Bytes = CheckedMul(2, NewSz);
     FlushUnlessWithin(NewSz);
-    SampleFileSetLength(Store.Disk(), MadeName(), Bytes);
+    SampleFileSetLength(Store_.Disk(), MadeName(), Bytes);
     BuffCut(NewSz);
-    Samples = NewSz;
+    Samples_ = NewSz;
 }
 
 // The buffer.
@@ -215,18 +215,18 @@ void FileCarrBuffClass::BuffDrop() noexcept {
 
 void FileCarrBuffClass::FlushBuff() {
     if (!BuffDirty) return;
-    const bool IsWhole = ZeroPtr == 0 && std::ssize(BuffData) >= Samples;
-    if (Own.OnlyNamed() && IsWhole) {
+    const bool IsWhole = ZeroPtr == 0 && std::ssize(BuffData) >= Samples_;
+    if (Own_.OnlyNamed() && IsWhole) {
         MakeFile(BuffData);
     } else {
-        SamplesWrite(Store.Disk(), MadeName(), ZeroPtr, BuffData);
+        SamplesWrite(Store_.Disk(), MadeName(), ZeroPtr, BuffData);
     }
     BuffDirty = false;
 }
 
 // What the buffer holds behind sample Size is about to change, or there is no file yet.
 void FileCarrBuffClass::FlushUnlessWithin(std::int32_t Size) {
-    if (ZeroPtr + std::ssize(BuffData) > Size || !Own.Made) FlushBuff();
+    if (ZeroPtr + std::ssize(BuffData) > Size || !Own_.Made) FlushBuff();
 }
 
 void FileCarrBuffClass::BuffCut(std::int32_t Size) {
@@ -243,32 +243,32 @@ void FileCarrBuffClass::BuffLength(std::int32_t NewVal) {
 }
 
 void FileCarrBuffClass::MovePointer(std::int32_t NewZeroPtr, std::int32_t NewRange) {
-    const std::int32_t Length = NewRange != 0 ? NewRange : BuffLen;
-    if (!Own.Name.empty()) return BuffLoad(NewZeroPtr, Length);
-    const std::int32_t Before = Samples;
+    const std::int32_t Length = NewRange != 0 ? NewRange : BuffLen_;
+    if (!Own_.Name.empty()) return BuffLoad(NewZeroPtr, Length);
+    const std::int32_t Before = Samples_;
     MakeTempFile();
     const OnFailure Unmake([&] {
-        Samples = Before;
-        const CarrierFile Unused = std::exchange(Own, {});
-        if (Unused.Made) Store.Disk().Delete(Unused.Name);
+        Samples_ = Before;
+        const CarrierFile Unused = std::exchange(Own_, {});
+        if (Unused.Made) Store_.Disk().Delete(Unused.Name);
     });
     BuffLoad(NewZeroPtr, Length);
 }
 
 void FileCarrBuffClass::BuffLoad(std::int32_t NewZeroPtr, std::int32_t Length) {
-    const std::int64_t Range = std::min<std::int64_t>(Length, std::int64_t{Samples} - NewZeroPtr);
+    const std::int64_t Range = std::min<std::int64_t>(Length, std::int64_t{Samples_} - NewZeroPtr);
     if (NewZeroPtr < 0 || Range < 1) {
-        throw RuntimeFailure(FailureKind::Input, "A buffer of " + std::to_string(Length) +
-                                                     " samples behind sample " +
-                                                     std::to_string(NewZeroPtr) + " of " +
-                                                     std::to_string(Samples) + " has none to hold");
+        throw RuntimeFailure(FailureKind::Input,
+                             "A buffer of " + std::to_string(Length) + " samples behind sample " +
+                                 std::to_string(NewZeroPtr) + " of " + std::to_string(Samples_) +
+                                 " has none to hold");
     }
     FlushBuff();
     std::vector<std::int16_t> Loaded(static_cast<std::size_t>(Range));
-    SamplesRead(Store.Disk(), MadeName(), NewZeroPtr, Loaded);
+    SamplesRead(Store_.Disk(), MadeName(), NewZeroPtr, Loaded);
     BuffData = std::move(Loaded);
     ZeroPtr = NewZeroPtr;
-    BuffLen = Length;
+    BuffLen_ = Length;
 }
 
 // The samples.
@@ -276,8 +276,8 @@ void FileCarrBuffClass::BuffLoad(std::int32_t NewZeroPtr, std::int32_t Length) {
 std::int16_t* FileCarrBuffClass::SampleAt(std::int32_t WavPos) {
     if (!BuffHolds(WavPos, WavPos)) {
         if (WavPos == 0) return &Sample0;
-        if (WavPos < 1 || WavPos > Samples) {
-            Store.ShowError(OutOfLimit);
+        if (WavPos < 1 || WavPos > Samples_) {
+            Store_.ShowError(OutOfLimit);
             return nullptr;
         }
         MovePointer(WavPos - 1);
@@ -300,21 +300,21 @@ void FileCarrBuffClass::WaveLR(std::int32_t WavPos, std::int16_t NewVal) {
 void FileCarrBuffClass::BuffPut(std::int32_t WavPos, std::span<const std::int16_t> PutData) {
     const auto Count = Checked<std::int32_t>(static_cast<std::int64_t>(PutData.size()));
     if (Count < 1) return;
-    if (WavPos < 1 || Count > BuffLen) {
-        Store.ShowError(std::string(OutOfLimit) + "\r\n" + WithBlank(Count) + WithBlank(BuffLen) +
-                        WithBlank(WavPos));
+    if (WavPos < 1 || Count > BuffLen_) {
+        Store_.ShowError(std::string(OutOfLimit) + "\r\n" + WithBlank(Count) + WithBlank(BuffLen_) +
+                         WithBlank(WavPos));
         return;
     }
     const std::int32_t Last = CheckedAdd(WavPos, Count - 1);
-    const std::int32_t Before = Samples;
+    const std::int32_t Before = Samples_;
     std::optional<SampleFileGrowth> Growth;
     const OnFailure Shorten([&] {
-        Samples = Before;
+        Samples_ = Before;
         if (!Growth) return;
         BuffDirty = BuffDirty || !BuffData.empty();
         Growth->Undo();
     });
-    if (Last > Samples) Growth.emplace(Grow(Last, false));
+    if (Last > Samples_) Growth.emplace(Grow(Last, false));
     // This may write the buffer back before it fails; what is undone above may be part of that.
     if (!BuffHolds(WavPos, Last)) MovePointer(WavPos - 1);
     std::ranges::copy(PutData, BuffAt(WavPos));
@@ -323,10 +323,10 @@ void FileCarrBuffClass::BuffPut(std::int32_t WavPos, std::span<const std::int16_
 
 void FileCarrBuffClass::BuffGet(std::int32_t WavPos, std::span<std::int16_t> GetData) {
     const auto Count = Checked<std::int32_t>(static_cast<std::int64_t>(GetData.size()));
-    const bool Fits = WavPos >= 1 && Count <= BuffLen;
+    const bool Fits = WavPos >= 1 && Count <= BuffLen_;
     const std::int32_t Last = Fits ? CheckedAdd(WavPos, Count - 1) : 0;
-    if (!Fits || Last > Samples) {
-        Store.ShowError(OutOfLimit);
+    if (!Fits || Last > Samples_) {
+        Store_.ShowError(OutOfLimit);
         return;
     }
     if (Count == 0) return;

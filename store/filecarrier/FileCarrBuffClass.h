@@ -35,15 +35,15 @@ class FileCarrBuffClass {
 
     /// Samples in the file. Setting it changes neither the file nor the buffer; a negative size is
     /// RuntimeFailure(Input).
-    std::int32_t WaveSize() const { return Samples; }
+    std::int32_t WaveSize() const { return Samples_; }
     void WaveSize(std::int32_t NewVal);
 
     /// FileName1 takes the named file itself; otherwise a copy of it.
-    bool UseOrgFile() const { return OrgFile; }
-    void UseOrgFile(bool NewVal) { OrgFile = NewVal; }
+    bool UseOrgFile() const { return OrgFile_; }
+    void UseOrgFile(bool NewVal) { OrgFile_ = NewVal; }
 
     /// The most samples that the buffer holds. Setting it moves the buffer to the beginning.
-    std::int32_t BuffLength() const { return BuffLen; }
+    std::int32_t BuffLength() const { return BuffLen_; }
     void BuffLength(std::int32_t NewVal);
 
     /// Completes the file and leaves it to whoever took its name. The carrier has the name of a
@@ -107,17 +107,17 @@ class FileCarrBuffClass {
     Channel Take(const std::string& NewName) const;
     CarrierFile MakeCopy(File& Given, std::int32_t Bytes) const;
 
-    WoroFileBlockMod& Store;
-    const Clock& Time;
-    CarrierFile Own;
-    Registration Known;
-    std::int32_t Samples = 0;
-    bool OrgFile = false;
+    WoroFileBlockMod& Store_;
+    const Clock& Time_;
+    CarrierFile Own_;
+    Registration Known_;
+    std::int32_t Samples_ = 0;
+    bool OrgFile_ = false;
     bool BuffDirty = false;
     std::int32_t ZeroPtr = 0;            // samples ahead of the buffer
     std::vector<std::int16_t> BuffData;  // from sample ZeroPtr + 1 on
     std::int16_t Sample0 = 0;
-    std::int32_t BuffLen;  // samples
+    std::int32_t BuffLen_;  // samples
 };
 
 }  // namespace Tolvar

@@ -73,23 +73,23 @@ bool SetFileSize(Files& Disk, const std::string& Name, std::int32_t Bytes) {
     return true;
 }
 
-SampleFileGrowth::SampleFileGrowth(Files& TheDisk, const std::string& TheName, std::int32_t Old,
+SampleFileGrowth::SampleFileGrowth(Files& Disk, const std::string& Name, std::int32_t Old,
                                    std::int32_t New)
-    : Disk(TheDisk), Name(TheName), OldSize(Old), NewSize(New) {}
+    : Disk_(Disk), Name_(Name), OldSize_(Old), NewSize_(New) {}
 
 void SampleFileGrowth::WriteZeros(std::int32_t From, std::int32_t Piece) {
-    const std::int64_t NewBytes = BytePosAfter(NewSize) - 1;
+    const std::int64_t NewBytes = BytePosAfter(NewSize_) - 1;
     const std::vector<std::int16_t> Silence(
-        static_cast<std::size_t>(std::min(Piece, NewSize - From)));
-    const auto To = Disk.Open(Name, FileAccess::Update);
-    OldBytes = To->Length();
-    OverwrittenPos = BytePosAfter(From);
-    const std::int64_t Behind = std::min(OldBytes, NewBytes) - OverwrittenPos + 1;
-    Overwritten.resize(static_cast<std::size_t>(std::max<std::int64_t>(Behind, 0)));
-    if (!Overwritten.empty()) To->ReadAt(OverwrittenPos, Overwritten);
+        static_cast<std::size_t>(std::min(Piece, NewSize_ - From)));
+    const auto To = Disk_.Open(Name_, FileAccess::Update);
+    OldBytes_ = To->Length();
+    OverwrittenPos_ = BytePosAfter(From);
+    const std::int64_t Behind = std::min(OldBytes_, NewBytes) - OverwrittenPos_ + 1;
+    Overwritten_.resize(static_cast<std::size_t>(std::max<std::int64_t>(Behind, 0)));
+    if (!Overwritten_.empty()) To->ReadAt(OverwrittenPos_, Overwritten_);
     const OnFailure PutBack([&] { Undo(); });
-    for (std::int32_t At = From; At < NewSize;) {
-        const std::int32_t Count = std::min(Piece, NewSize - At);
+    for (std::int32_t At = From; At < NewSize_;) {
+        const std::int32_t Count = std::min(Piece, NewSize_ - At);
         To->WriteAt(BytePosAfter(At),
                     std::as_bytes(std::span(Silence).first(static_cast<std::size_t>(Count))));
         At += Count;
@@ -98,9 +98,9 @@ void SampleFileGrowth::WriteZeros(std::int32_t From, std::int32_t Piece) {
 }
 
 void SampleFileGrowth::Undo() {
-    const auto To = Disk.Open(Name, FileAccess::Update);
-    if (!Overwritten.empty()) To->WriteAt(OverwrittenPos, Overwritten);
-    To->SetLength(OldBytes);
+    const auto To = Disk_.Open(Name_, FileAccess::Update);
+    if (!Overwritten_.empty()) To->WriteAt(OverwrittenPos_, Overwritten_);
+    To->SetLength(OldBytes_);
     To->Close();
 }
 

@@ -42,22 +42,22 @@ class SampleFileGrowth {
     SampleFileGrowth(Files& Disk, const std::string& Name, std::int32_t Old, std::int32_t New);
 
     /// One zero as the last sample; what is skipped is zeros as well.
-    void WriteLast() { WriteZeros(NewSize - 1, 1); }
+    void WriteLast() { WriteZeros(NewSize_ - 1, 1); }
     /// Zeros from the first new sample on, at most Piece, which is positive, in one write.
-    void WriteAll(std::int32_t Piece) { WriteZeros(OldSize, Piece); }
+    void WriteAll(std::int32_t Piece) { WriteZeros(OldSize_, Piece); }
     /// Makes the file as it was.
     void Undo();
 
   private:
     void WriteZeros(std::int32_t From, std::int32_t Piece);
 
-    Files& Disk;
-    std::string Name;
-    std::int32_t OldSize;
-    std::int32_t NewSize;
-    std::int64_t OldBytes = 0;           // length of the file, which may end with half a sample
-    std::vector<std::byte> Overwritten;  // what lay behind the samples
-    std::int64_t OverwrittenPos = 1;
+    Files& Disk_;
+    std::string Name_;
+    std::int32_t OldSize_;
+    std::int32_t NewSize_;
+    std::int64_t OldBytes_ = 0;           // length of the file, which may end with half a sample
+    std::vector<std::byte> Overwritten_;  // what lay behind the samples
+    std::int64_t OverwrittenPos_ = 1;
 };
 
 }  // namespace Tolvar

@@ -16,11 +16,11 @@ namespace Tolvar::Testing {
 /// Runs of it are the same everywhere.
 class Dice {
   public:
-    explicit Dice(std::uint32_t Seed) : Random(Seed) {}
+    explicit Dice(std::uint32_t Seed) : Random_(Seed) {}
 
     std::int32_t Between(std::int64_t Least, std::int64_t Most) {
         return static_cast<std::int32_t>(Least +
-                                         static_cast<std::int64_t>(Random()) % (Most - Least + 1));
+                                         static_cast<std::int64_t>(Random_()) % (Most - Least + 1));
     }
     bool OneIn(int Count) { return Between(1, Count) == 1; }
     const auto& Of(const auto& Many) {
@@ -28,7 +28,7 @@ class Dice {
     }
 
   private:
-    std::mt19937 Random;
+    std::mt19937 Random_;
 };
 
 /// What is heard at once: left, right. A mono wave's right is 0.

@@ -20,13 +20,13 @@ namespace Tolvar::Testing {
 /// What is given stays the caller's.
 
 struct FaultyWaveOut : WaveOut {
-    FaultyWaveOut(WaveOut& Behind, FaultPlan& Plan) : Real(Behind), Faults(Plan) {}
+    FaultyWaveOut(WaveOut& Behind, FaultPlan& Plan) : Real_(Behind), Faults_(Plan) {}
 
-    UINT waveOutGetNumDevs() override { return Faults.Fails() ? 0 : Real.waveOutGetNumDevs(); }
+    UINT waveOutGetNumDevs() override { return Faults_.Fails() ? 0 : Real_.waveOutGetNumDevs(); }
     MMRESULT waveOutOpen(HWAVEOUT* Handle, UINT Device, const WAVEFORMATEX* Format,
                          std::uintptr_t Callback, std::uintptr_t Instance, DWORD Flags) override {
-        if (Faults.Fails()) return MMSYSERR_NODRIVER;
-        return Real.waveOutOpen(Handle, Device, Format, Callback, Instance, Flags);
+        if (Faults_.Fails()) return MMSYSERR_NODRIVER;
+        return Real_.waveOutOpen(Handle, Device, Format, Callback, Instance, Flags);
     }
     MMRESULT waveOutClose(HWAVEOUT H) override { return Reach(H, &WaveOut::waveOutClose); }
     MMRESULT waveOutPrepareHeader(HWAVEOUT H, WAVEHDR* Header, UINT Bytes) override {
@@ -48,12 +48,12 @@ struct FaultyWaveOut : WaveOut {
   private:
     /// A call that names no device is refused as it is.
     MMRESULT Reach(HWAVEOUT Handle, auto Call, auto... Given) {
-        if (Handle != 0 && Faults.Fails()) return MMSYSERR_NODRIVER;
-        return (Real.*Call)(Handle, Given...);
+        if (Handle != 0 && Faults_.Fails()) return MMSYSERR_NODRIVER;
+        return (Real_.*Call)(Handle, Given...);
     }
 
-    WaveOut& Real;
-    FaultPlan& Faults;
+    WaveOut& Real_;
+    FaultPlan& Faults_;
 };
 
 template <typename Seam>
@@ -111,15 +111,15 @@ struct FaultyDirectX7 : Faulty<DirectX7> {
 /// The plan's calls find no library, or one whose entry point refuses (which the library writes to
 /// the log itself).
 struct FaultyLibrary : DlServiceLibrary {
-    FaultyLibrary(SoundCard& Card, FaultPlan& Plan, Log& TheJournal)
-        : DlServiceLibrary(Card, TheJournal), Faults(Plan), Journal(TheJournal) {}
+    FaultyLibrary(SoundCard& Card, FaultPlan& Plan, Log& Journal)
+        : DlServiceLibrary(Card, Journal), Faults_(Plan), Journal_(Journal) {}
 
     bool Refuses = false;
 
     void* Entry(const char* Name) override {
-        if (!Faults.Fails()) return DlServiceLibrary::Entry(Name);
+        if (!Faults_.Fails()) return DlServiceLibrary::Entry(Name);
         if (!Refuses) throw RuntimeFailure(FailureKind::Library, std::string("no ") + Name);
-        Journal.Write(std::string(Name) + ": refused");
+        Journal_.Write(std::string(Name) + ": refused");
         const std::array All{Like(&Service01), Like(&Service02), Like(&Service03),
                              Like(&Service04), Like(&Service05), Like(&Service06),
                              Like(&Service07), Like(&Service08)};
@@ -134,8 +134,8 @@ struct FaultyLibrary : DlServiceLibrary {
         return reinterpret_cast<void*>(Refusing);
     }
 
-    FaultPlan& Faults;
-    Log& Journal;
+    FaultPlan& Faults_;
+    Log& Journal_;
 };
 
 }  // namespace Tolvar::Testing

@@ -26,70 +26,70 @@ class Session {
     enum class At { Files, Device, DeviceRefusing };
 
     Session(EngineOrder Engine, At Where, const FaultPlan& Plan)
-        : S(Engine, std::make_unique<OpenEars>(), {SinkRate::Rule::Native}),
-          Faults(Where == At::Files ? S.Disk : S.DeviceFaults) {
-        S.State.AppTmpDir = "tmp";
-        S.State.MemorySizeToUse = 0;  // as few blocks in memory as can be
-        S.PutWave(Long);
-        S.Service.Refuses = Where == At::DeviceRefusing;
-        Faults = Plan;
+        : S_(Engine, std::make_unique<OpenEars>(), {SinkRate::Rule::Native}),
+          Faults_(Where == At::Files ? S_.Disk : S_.DeviceFaults) {
+        S_.State.AppTmpDir = "tmp";
+        S_.State.MemorySizeToUse = 0;  // as few blocks in memory as can be
+        S_.PutWave(Long);
+        S_.Service.Refuses = Where == At::DeviceRefusing;
+        Faults_ = Plan;
     }
 
     void Run() {
         Insist([&] {
-            if (S.TakeEngine() == -1) S.Reports.emplace_back("-1");
+            if (S_.TakeEngine() == -1) S_.Reports.emplace_back("-1");
         });
         HandOver(Long);
         Edit();
-        Start([&] { S.Player->PlayAgain(); }, Long);
+        Start([&] { S_.Player->PlayAgain(); }, Long);
         Wait(4500);
-        Step([&] { S.Player->PlayUTurn(); }, 1000);
-        Step([&] { S.Player->PlayPause(); }, 500);
-        Step([&] { S.Player->PlayContinue(); }, 200);
-        Step([&] { S.Player->PlayAtPos(3000); }, 30'000);
-        EXPECT_EQ(S.State.PlayRunningState, 0) << "a play that does not end";
-        S.Player->LoopPlayON(true);
-        Step([&] { S.Player->PlayAgainRev(); }, 9500);
-        Step([&] { S.Player->UpdatePlayPosition(); });
-        Step([&] { static_cast<void>(S.Player->PlayCurrentPosition()); });
-        Step([&] { S.Player->StopPlay(); });
-        S.Player->LoopPlayON(false);
+        Step([&] { S_.Player->PlayUTurn(); }, 1000);
+        Step([&] { S_.Player->PlayPause(); }, 500);
+        Step([&] { S_.Player->PlayContinue(); }, 200);
+        Step([&] { S_.Player->PlayAtPos(3000); }, 30'000);
+        EXPECT_EQ(S_.State.PlayRunningState, 0) << "a play that does not end";
+        S_.Player->LoopPlayON(true);
+        Step([&] { S_.Player->PlayAgainRev(); }, 9500);
+        Step([&] { S_.Player->UpdatePlayPosition(); });
+        Step([&] { static_cast<void>(S_.Player->PlayCurrentPosition()); });
+        Step([&] { S_.Player->StopPlay(); });
+        S_.Player->LoopPlayON(false);
         Quiet();
         const TestWave Other{.Frames = 6000, .Rate = 500, .BlockFrames = 4000};
         HandOver(Other);
-        Start([&] { S.Player->PlayAtPosRev(5000); }, Other);
+        Start([&] { S_.Player->PlayAtPosRev(5000); }, Other);
         Wait(3000);
-        Step([&] { S.Player->ReleaseFiles(); });
+        Step([&] { S_.Player->ReleaseFiles(); });
         Quiet();
         NothingHeld();
     }
 
     /// False when the session had fewer calls than were to be made before the fault.
-    bool Reached() const { return Faults.Calls >= Faults.FailAtCall; }
+    bool Reached() const { return Faults_.Calls >= Faults_.FailAtCall; }
 
     int Told = 0;
-    bool Noticed() const { return Told > 0 || !S.Journal.Lines.empty(); }
+    bool Noticed() const { return Told > 0 || !S_.Journal.Lines.empty(); }
 
     /// What must be when all works again.
     void Recover() {
-        Faults.FailAtCall = 0;
-        if (S.Player->EngineCode() == 0) S.TakeEngine();
-        S.HandOver(Long);
-        EXPECT_EQ(S.Said().back(), "Done");
-        S.Ears->Heard.clear();
-        S.PlayAll();
-        std::vector<int> Heard = S.Heard();
+        Faults_.FailAtCall = 0;
+        if (S_.Player->EngineCode() == 0) S_.TakeEngine();
+        S_.HandOver(Long);
+        EXPECT_EQ(S_.Said().back(), "Done");
+        S_.Ears->Heard.clear();
+        S_.PlayAll();
+        std::vector<int> Heard = S_.Heard();
         Heard.resize(9000);  // what a buffer held before may follow
         EXPECT_EQ(Heard, Frames(1, 9000));
-        EXPECT_EQ(S.Said(), (Strings{"Playing", "Play Done"}));
+        EXPECT_EQ(S_.Said(), (Strings{"Playing", "Play Done"}));
         Edit();
-        EXPECT_GT(S.Disk.Content.size(), 1U) << "no block had to leave memory";
-        S.Player->ReleaseFiles();
+        EXPECT_GT(S_.Disk.Content.size(), 1U) << "no block had to leave memory";
+        S_.Player->ReleaseFiles();
         NothingHeld();
-        S.Player.reset();
-        S.Store.reset();
-        EXPECT_EQ(S.Disk.OpenNow, 0);
-        EXPECT_EQ(S.Disk.Content.size(), 1U) << "a work file is left";
+        S_.Player.reset();
+        S_.Store.reset();
+        EXPECT_EQ(S_.Disk.OpenNow, 0);
+        EXPECT_EQ(S_.Disk.Content.size(), 1U) << "a work file is left";
     }
 
   private:
@@ -97,16 +97,16 @@ class Session {
 
     /// True when the editor was told of a failure.
     bool Step(const std::function<void()>& Do, std::int64_t WaitMs = 0) {
-        S.Said();
+        S_.Said();
         std::string Heard;
         try {
             Do();
         } catch (const RuntimeFailure&) {
             Heard = "thrown;";
         }
-        for (const std::string& Each : S.Said())
+        for (const std::string& Each : S_.Said())
             if (Value(Each, ContainsRegex("ailed|error|Off|-1"))) Heard += Each + ";";
-        EXPECT_THAT(S.State.PlayRunningState, AllOf(Ge(0), Le(3)));
+        EXPECT_THAT(S_.State.PlayRunningState, AllOf(Ge(0), Le(3)));
         if (!Heard.empty()) {
             ++Told;
             EXPECT_THAT(Heard, MatchesRegex(Notice));
@@ -116,64 +116,64 @@ class Session {
         return !Heard.empty();
     }
     void Wait(std::int64_t Ms) {
-        Step([&] { S.Advance(Ms); });
+        Step([&] { S_.Advance(Ms); });
     }
 
     /// What the rest of the session cannot do without is done again.
     void Insist(const std::function<void()>& Do) {
-        if (!Step(Do) || Faults.ForGood) return;
+        if (!Step(Do) || Faults_.ForGood) return;
         EXPECT_FALSE(Step(Do)) << "not done at the second time either";
     }
     void HandOver(const TestWave& W) {
-        Insist([&] { S.HandOver(W); });
+        Insist([&] { S_.HandOver(W); });
     }
     /// The first start behind a hand-over. The service does not say that it could not make a
     /// buffer: that comes out here, and the next hand-over makes one.
     void Start(const std::function<void()>& Do, const TestWave& W) {
-        if (!Step(Do) || Faults.ForGood || !S.Service.Refuses) return;
+        if (!Step(Do) || Faults_.ForGood || !S_.Service.Refuses) return;
         HandOver(W);
         EXPECT_FALSE(Step(Do));
     }
 
     /// Changes samples into what they are, which brings blocks into memory, more than may stay.
     void Edit() {
-        for (const auto& Carrier : {S.State.BlkCarrL, S.State.BlkCarrR}) {
+        for (const auto& Carrier : {S_.State.BlkCarrL, S_.State.BlkCarrR}) {
             for (const std::int32_t Pos : {10, 3000, 7000}) {
                 Step([&] { Carrier->WaveLR(Pos, Carrier->WaveLR(Pos)); });
             }
         }
-        const FaultPlan Before = std::exchange(Faults, {});
+        const FaultPlan Before = std::exchange(Faults_, {});
         for (const int Sign : {1, -1}) {
             std::vector<std::int16_t> Samples(9000);
-            (Sign == 1 ? S.State.BlkCarrL : S.State.BlkCarrR)->QuickBuffGet(1, Samples);
+            (Sign == 1 ? S_.State.BlkCarrL : S_.State.BlkCarrR)->QuickBuffGet(1, Samples);
             for (int F = 1; F <= 9000; ++F)
                 ASSERT_EQ(Samples[static_cast<std::size_t>(F) - 1], Sign * F);
         }
-        Faults = Before;
+        Faults_ = Before;
     }
 
     /// A stop that was told, told or not to the device, is the end of what is told.
     void Quiet() {
-        EXPECT_EQ(S.State.PlayRunningState, 0);
-        S.Said();
-        S.Advance(20'000);
-        EXPECT_EQ(S.Said(), Strings{}) << "behind a stop";
-        EXPECT_EQ(S.Disk.OpenNow, 0) << "behind a stop";
+        EXPECT_EQ(S_.State.PlayRunningState, 0);
+        S_.Said();
+        S_.Advance(20'000);
+        EXPECT_EQ(S_.Said(), Strings{}) << "behind a stop";
+        EXPECT_EQ(S_.Disk.OpenNow, 0) << "behind a stop";
     }
 
     void NothingHeld() {
-        EXPECT_EQ(S.Disk.OpenNow, 0);
-        EXPECT_EQ(S.Store->BuffMemUsed(), 0);
-        for (std::int32_t Blk = 1; Blk <= S.Store->BlockCnt(); ++Blk)
-            EXPECT_EQ(S.Store->Block(Blk).BlkType, BlkFree) << "block " << Blk;
-        for (std::int32_t Slot = 1; Slot <= S.Store->OrgFileCnt(); ++Slot)
-            EXPECT_EQ(S.Store->OrgFile(Slot).OrgUseCnt, 0) << "original file " << Slot;
-        for (std::int32_t Slot = 1; Slot <= S.Store->WorkFileCnt(); ++Slot)
-            EXPECT_EQ(S.Store->WorkFile(Slot).WorkUseCnt, 0) << "work file " << Slot;
+        EXPECT_EQ(S_.Disk.OpenNow, 0);
+        EXPECT_EQ(S_.Store->BuffMemUsed(), 0);
+        for (std::int32_t Blk = 1; Blk <= S_.Store->BlockCnt(); ++Blk)
+            EXPECT_EQ(S_.Store->Block(Blk).BlkType, BlkFree) << "block " << Blk;
+        for (std::int32_t Slot = 1; Slot <= S_.Store->OrgFileCnt(); ++Slot)
+            EXPECT_EQ(S_.Store->OrgFile(Slot).OrgUseCnt, 0) << "original file " << Slot;
+        for (std::int32_t Slot = 1; Slot <= S_.Store->WorkFileCnt(); ++Slot)
+            EXPECT_EQ(S_.Store->WorkFile(Slot).WorkUseCnt, 0) << "work file " << Slot;
     }
 
-    Studio S;
-    FaultPlan& Faults;
+    Studio S_;
+    FaultPlan& Faults_;
 };
 
 /// A session for each call, with that one refused.

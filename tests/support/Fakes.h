@@ -100,48 +100,48 @@ class MemoryFiles : public Files, public FaultPlan {
   private:
     class Handle : public File {
       public:
-        Handle(MemoryFiles& From, std::string Name) : Owner(From), NameOf(std::move(Name)) {
-            ++Owner.OpenNow;
+        Handle(MemoryFiles& From, std::string Name) : Owner_(From), Name_(std::move(Name)) {
+            ++Owner_.OpenNow;
         }
         ~Handle() override {
-            --Owner.OpenNow;
+            --Owner_.OpenNow;
             // A close that nobody looks at can fail all the same.
-            if (!IsClosed && !Written.second.empty() && Owner.Fails()) Lose();
+            if (!IsClosed_ && !Written_.second.empty() && Owner_.Fails()) Lose();
         }
         void ReadAt(std::int64_t BytePos, std::span<std::byte> Into) override {
-            if (Owner.NextFails()) Take(BytePos, Into.first(Into.size() / 2));
+            if (Owner_.NextFails()) Take(BytePos, Into.first(Into.size() / 2));
             Reach("read");
             Take(BytePos, Into);
         }
         void WriteAt(std::int64_t BytePos, std::span<const std::byte> From) override {
-            if (Owner.NextFails()) Put(BytePos, From.first(From.size() / 2));
+            if (Owner_.NextFails()) Put(BytePos, From.first(From.size() / 2));
             Reach("write");
-            Written = {BytePos, Put(BytePos, From)};
+            Written_ = {BytePos, Put(BytePos, From)};
         }
         std::int64_t Length() override { return std::ssize(Reach("measure")); }
         void SetLength(std::int64_t Bytes) override {
             Reach("cut").resize(static_cast<std::size_t>(Bytes));
         }
         void Close() override {
-            if (std::exchange(IsClosed, true)) throw std::logic_error(NameOf + " is closed");
-            if (!Owner.Fails()) return;
+            if (std::exchange(IsClosed_, true)) throw std::logic_error(Name_ + " is closed");
+            if (!Owner_.Fails()) return;
             Lose();
-            Refuse("close", NameOf);
+            Refuse("close", Name_);
         }
 
       private:
         void Take(std::int64_t BytePos, std::span<std::byte> Into) const {
-            const Bytes& Raw = Owner.Content[NameOf];
+            const Bytes& Raw = Owner_.Content[Name_];
             const auto End = BytePos - 1 + std::ssize(Into);
-            if (BytePos < 1 || End > std::ssize(Raw)) Refuse("read", NameOf);
+            if (BytePos < 1 || End > std::ssize(Raw)) Refuse("read", Name_);
             std::memcpy(Into.data(), Raw.data() + (BytePos - 1), Into.size());
         }
         void Lose() {
-            Put(Written.first, std::span(Written.second).first(Written.second.size() / 2));
+            Put(Written_.first, std::span(Written_.second).first(Written_.second.size() / 2));
         }
         // What lay there before.
         std::vector<std::byte> Put(std::int64_t BytePos, std::span<const std::byte> From) {
-            Bytes& Raw = Owner.Content[NameOf];
+            Bytes& Raw = Owner_.Content[Name_];
             const auto Start = static_cast<std::size_t>(BytePos - 1);
             Raw.resize(std::max(Raw.size(), Start + From.size()));
             const auto Place = std::as_writable_bytes(std::span(Raw)).subspan(Start, From.size());
@@ -150,15 +150,15 @@ class MemoryFiles : public Files, public FaultPlan {
             return Old;
         }
         Bytes& Reach(const std::string& What) {
-            if (IsClosed) throw std::logic_error(NameOf + " is closed");
-            Owner.Count(What, NameOf);
-            return Owner.Content[NameOf];
+            if (IsClosed_) throw std::logic_error(Name_ + " is closed");
+            Owner_.Count(What, Name_);
+            return Owner_.Content[Name_];
         }
 
-        MemoryFiles& Owner;
-        std::string NameOf;
-        std::pair<std::int64_t, std::vector<std::byte>> Written{1, {}};
-        bool IsClosed = false;
+        MemoryFiles& Owner_;
+        std::string Name_;
+        std::pair<std::int64_t, std::vector<std::byte>> Written_{1, {}};
+        bool IsClosed_ = false;
     };
 
     [[noreturn]] static void Refuse(const std::string& What, const std::string& Name) {

@@ -27,19 +27,19 @@ class PrivateBus {
         std::istringstream Said(OutputOf("dbus-daemon " + Options +
                                          " --fork --print-address=1 --print-pid=1 2>/dev/null"));
         std::string Address;
-        if (Said >> Address >> Daemon) setenv("DBUS_SESSION_BUS_ADDRESS", Address.c_str(), 1);
+        if (Said >> Address >> Daemon_) setenv("DBUS_SESSION_BUS_ADDRESS", Address.c_str(), 1);
     }
     ~PrivateBus() {
-        if (Daemon > 0) kill(Daemon, SIGTERM);
+        if (Daemon_ > 0) kill(Daemon_, SIGTERM);
         unsetenv("DBUS_SESSION_BUS_ADDRESS");
     }
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
-    explicit operator bool() const { return Daemon > 0; }
+    explicit operator bool() const { return Daemon_ > 0; }
 
   private:
-    pid_t Daemon = 0;
+    pid_t Daemon_ = 0;
 };
 
 }  // namespace Tolvar::Testing

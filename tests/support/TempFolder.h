@@ -17,28 +17,28 @@ class TempFolder {
     TempFolder() {
         std::string Name = std::filesystem::temp_directory_path() / "tolvar-test-XXXXXX";
         if (mkdtemp(Name.data()) == nullptr) throw std::runtime_error("cannot make " + Name);
-        PathOf = Name;
+        Path_ = Name;
     }
     ~TempFolder() {
         std::error_code Ignored;
-        std::filesystem::remove_all(PathOf, Ignored);
+        std::filesystem::remove_all(Path_, Ignored);
     }
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
 
-    std::string operator/(const std::string& Name) const { return (PathOf / Name).string(); }
+    std::string operator/(const std::string& Name) const { return (Path_ / Name).string(); }
 
     /// The names in it, sorted.
     std::vector<std::string> Names() const {
         std::vector<std::string> Found;
-        for (const auto& Each : std::filesystem::directory_iterator(PathOf))
+        for (const auto& Each : std::filesystem::directory_iterator(Path_))
             Found.push_back(Each.path().filename().string());
         std::sort(Found.begin(), Found.end());
         return Found;
     }
 
   private:
-    std::filesystem::path PathOf;
+    std::filesystem::path Path_;
 };
 
 inline void Put(const std::string& Path, const std::string& Content) {

@@ -10,7 +10,7 @@ namespace Tolvar::Testing {
 
 Outcome Program::RunLine(std::vector<std::string> Words, const std::string& Input,
                          Cue AtPlaying) const {
-    Put(Streams / "in", Input);
+    Put(Streams_ / "in", Input);
     std::vector<char*> Pointers;
     for (std::string& Word : Words)
         Pointers.push_back(Word.data());
@@ -19,8 +19,8 @@ Outcome Program::RunLine(std::vector<std::string> Words, const std::string& Inpu
     if (pipe2(Pipe, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     const pid_t Process = fork();
     if (Process == 0) {
-        dup2(open((Streams / "in").c_str(), O_RDONLY), STDIN_FILENO);
-        dup2(creat((Streams / "out").c_str(), 0600), STDOUT_FILENO);
+        dup2(open((Streams_ / "in").c_str(), O_RDONLY), STDIN_FILENO);
+        dup2(creat((Streams_ / "out").c_str(), 0600), STDOUT_FILENO);
         dup2(Pipe[1], STDERR_FILENO);
         if (chdir(Path(".").c_str()) == 0) execvp(Pointers[0], Pointers.data());
         _exit(127);
@@ -35,7 +35,7 @@ Outcome Program::RunLine(std::vector<std::string> Words, const std::string& Inpu
     int Status = 0;
     waitpid(Process, &Status, 0);
     Ran.Code = WIFSIGNALED(Status) ? 128 + WTERMSIG(Status) : WEXITSTATUS(Status);
-    Ran.Out = Get(Streams / "out");
+    Ran.Out = Get(Streams_ / "out");
     return Ran;
 }
 

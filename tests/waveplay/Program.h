@@ -45,8 +45,8 @@ class Program {
     /// What `render` makes of these arguments; it must succeed.
     Samples Render(std::vector<std::string> Arguments) const;
 
-    std::string Path(const std::string& Name) const { return Folder / Name; }
-    std::vector<std::string> FilesThere() const { return Folder.Names(); }
+    std::string Path(const std::string& Name) const { return Folder_ / Name; }
+    std::vector<std::string> FilesThere() const { return Folder_.Names(); }
 
     /// Of 8-bit files only the high byte of each sample counts.
     void PutWav(const std::string& Name, int Bits, int Channels, int Rate,
@@ -66,7 +66,7 @@ class Program {
     Outcome RunLine(std::vector<std::string> Words, const std::string& Input = {},
                     Cue AtPlaying = {}) const;
 
-    TempFolder Folder, Streams;
+    TempFolder Folder_, Streams_;
 };
 
 /// The server process that Process has started.

@@ -26,12 +26,12 @@ class Desk {
                                    Words +
                                    "; Code=$?; [ $Before = $(stty -g) ] && echo restored $Code";
         const winsize Size{12, 60, 0, 0};
-        Shell = forkpty(&Front, nullptr, nullptr, &Size);
-        if (Shell == 0) execl("/bin/sh", "sh", "-c", Script.c_str(), nullptr);
+        Shell_ = forkpty(&Front, nullptr, nullptr, &Size);
+        if (Shell_ == 0) execl("/bin/sh", "sh", "-c", Script.c_str(), nullptr);
     }
     ~Desk() {
         close(Front);  // hangs up
-        waitpid(Shell, nullptr, 0);
+        waitpid(Shell_, nullptr, 0);
     }
     Desk(const Desk&) = delete;
     Desk& operator=(const Desk&) = delete;
@@ -45,7 +45,7 @@ class Desk {
     void Type(std::string_view Keys) const {
         EXPECT_EQ(write(Front, Keys.data(), Keys.size()), std::ssize(Keys));
     }
-    pid_t Player() const { return ServerOf(Shell); }
+    pid_t Player() const { return ServerOf(Shell_); }
     /// What stands behind the picture when all is over.
     std::string Left() {
         while (Read()) {
@@ -69,7 +69,7 @@ class Desk {
         return true;
     }
 
-    pid_t Shell = -1;
+    pid_t Shell_ = -1;
 };
 
 TEST(Terminal, TakesKeysAndFollowsItsSize) {

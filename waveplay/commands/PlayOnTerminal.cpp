@@ -42,20 +42,20 @@ const char* Variable(const char* Name) {
 class ErrorsShown {
   public:
     ErrorsShown(Apartment& HomeOf, HeldErrors* Errors, TerminalPlayer& Show)
-        : Home(HomeOf), Fd(Errors == nullptr ? -1 : Errors->Fd()) {
-        if (Fd < 0) return;
-        Home.Watch({Fd}, [Errors, &Show] {
+        : Home_(HomeOf), Fd_(Errors == nullptr ? -1 : Errors->Fd()) {
+        if (Fd_ < 0) return;
+        Home_.Watch({Fd_}, [Errors, &Show] {
             for (std::string& Line : Errors->Take())
                 Show.Say(std::move(Line), true);
         });
     }
-    ~ErrorsShown() { Home.Unwatch({Fd}); }
+    ~ErrorsShown() { Home_.Unwatch({Fd_}); }
     ErrorsShown(const ErrorsShown&) = delete;
     ErrorsShown& operator=(const ErrorsShown&) = delete;
 
   private:
-    Apartment& Home;
-    int Fd;
+    Apartment& Home_;
+    int Fd_;
 };
 
 }  // namespace

@@ -17,24 +17,24 @@ class TrimmedSink : public Sink {
   public:
     /// Frames says, when the first ones come, how many there are at the sink's rate.
     TrimmedSink(std::unique_ptr<Sink> To, std::function<std::int64_t(int RateHz)> Frames)
-        : Target(std::move(To)), FramesAt(std::move(Frames)) {}
+        : Target_(std::move(To)), FramesAt_(std::move(Frames)) {}
 
-    bool WantsFrames() const override { return Target->WantsFrames(); }
+    bool WantsFrames() const override { return Target_->WantsFrames(); }
     void Open(int Channels, int RateHz) override {
-        Left = FramesAt(RateHz) * Channels;
-        Target->Open(Channels, RateHz);
+        Left_ = FramesAt_(RateHz) * Channels;
+        Target_->Open(Channels, RateHz);
     }
     void Write(std::span<const std::int16_t> Samples) override {
-        const auto Taken = std::min<std::int64_t>(Left, static_cast<std::int64_t>(Samples.size()));
-        Left -= Taken;
-        if (Taken > 0) Target->Write(Samples.first(static_cast<std::size_t>(Taken)));
+        const auto Taken = std::min<std::int64_t>(Left_, static_cast<std::int64_t>(Samples.size()));
+        Left_ -= Taken;
+        if (Taken > 0) Target_->Write(Samples.first(static_cast<std::size_t>(Taken)));
     }
-    void Finish() override { Target->Finish(); }
+    void Finish() override { Target_->Finish(); }
 
   private:
-    std::unique_ptr<Sink> Target;
-    std::function<std::int64_t(int RateHz)> FramesAt;
-    std::int64_t Left = 0;  // samples
+    std::unique_ptr<Sink> Target_;
+    std::function<std::int64_t(int RateHz)> FramesAt_;
+    std::int64_t Left_ = 0;  // samples
 };
 
 }  // namespace Tolvar

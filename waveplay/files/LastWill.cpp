@@ -30,14 +30,14 @@ LastWill::LastWill(void (*Task)() noexcept) {
     for (const int Signal : Ending)
         sigaddset(&Action.sa_mask, Signal);
     for (std::size_t Index = 0; Index < Ending.size(); ++Index) {
-        sigaction(Ending[Index], nullptr, &Before[Index]);
-        if (Before[Index].sa_handler != SIG_IGN) sigaction(Ending[Index], &Action, nullptr);
+        sigaction(Ending[Index], nullptr, &Before_[Index]);
+        if (Before_[Index].sa_handler != SIG_IGN) sigaction(Ending[Index], &Action, nullptr);
     }
 }
 
 LastWill::~LastWill() {
     for (std::size_t Index = 0; Index < Ending.size(); ++Index)
-        sigaction(Ending[Index], &Before[Index], nullptr);
+        sigaction(Ending[Index], &Before_[Index], nullptr);
     TaskOf = nullptr;
 }
 

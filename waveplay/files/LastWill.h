@@ -17,7 +17,7 @@ class LastWill {
     LastWill& operator=(const LastWill&) = delete;
 
   private:
-    std::array<struct sigaction, 3> Before{};
+    std::array<struct sigaction, 3> Before_{};
 };
 
 }  // namespace Tolvar

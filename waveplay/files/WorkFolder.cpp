@@ -71,70 +71,70 @@ WorkFolder::WorkFolder() {
     while (!Make(Parent)) {
     }
     Live = this;
-    Will.emplace(RemoveLive);
+    Will_.emplace(RemoveLive);
 }
 
 WorkFolder::~WorkFolder() {
     Remove();
-    Will.reset();
+    Will_.reset();
     Live = nullptr;
 }
 
 // False when another program swept the folder away before it was locked.
 bool WorkFolder::Make(const std::string& Parent) {
-    Path = Parent + "/" + std::string(FolderPrefix) + "XXXXXX";
-    if (mkdtemp(Path.data()) == nullptr) CannotMake(Path, errno);
-    Lock = OpenDescriptor(Path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
-    if (!Lock && errno == ENOENT) return false;
+    Path_ = Parent + "/" + std::string(FolderPrefix) + "XXXXXX";
+    if (mkdtemp(Path_.data()) == nullptr) CannotMake(Path_, errno);
+    Lock_ = OpenDescriptor(Path_, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    if (!Lock_ && errno == ENOENT) return false;
     struct stat Made {};
-    if (!Lock || flock(Lock.Get(), LOCK_EX) != 0 || fstat(Lock.Get(), &Made) != 0) {
+    if (!Lock_ || flock(Lock_.Get(), LOCK_EX) != 0 || fstat(Lock_.Get(), &Made) != 0) {
         const int Error = errno;
-        rmdir(Path.c_str());
-        CannotMake(Path, Error);
+        rmdir(Path_.c_str());
+        CannotMake(Path_, Error);
     }
     return Made.st_nlink > 0;
 }
 
 std::string WorkFolder::NextFile() {
-    return Path + "/" + FileName(++Files).Text.data();
+    return Path_ + "/" + FileName(++Files_).Text.data();
 }
 
 void WorkFolder::Remove() noexcept {
-    for (int Number = Files; Number > 0; --Number)
-        unlinkat(Lock.Get(), FileName(Number).Text.data(), 0);
-    rmdir(Path.c_str());
+    for (int Number = Files_; Number > 0; --Number)
+        unlinkat(Lock_.Get(), FileName(Number).Text.data(), 0);
+    rmdir(Path_.c_str());
 }
 
 void WorkFolder::RemoveLive() noexcept {
     if (WorkFolder* const Folder = Live) Folder->Remove();
 }
 
-WorkFileWriter::WorkFileWriter(const std::string& ThePath, std::int64_t Frames,
+WorkFileWriter::WorkFileWriter(const std::string& Path, std::int64_t Frames,
                                const std::string& Source)
-    : PathOf(ThePath),
-      Name("the work file " + PathOf + " for " + Source),
-      Out(OpenDescriptor(PathOf, O_WRONLY | O_CREAT | O_EXCL, 0600)) {
-    if (!Out) throw ErrnoFailure("cannot make " + Name, errno);
+    : Path_(Path),
+      Name_("the work file " + Path_ + " for " + Source),
+      Out_(OpenDescriptor(Path_, O_WRONLY | O_CREAT | O_EXCL, 0600)) {
+    if (!Out_) throw ErrnoFailure("cannot make " + Name_, errno);
     const auto Expected = static_cast<off_t>(Frames * std::int64_t{sizeof(std::int16_t)});
-    if (Expected == 0 || fallocate(Out.Get(), 0, 0, Expected) == 0) return;
+    if (Expected == 0 || fallocate(Out_.Get(), 0, 0, Expected) == 0) return;
     const bool CannotTell = errno == EOPNOTSUPP || errno == ENOSYS || errno == EINTR;
     if (!CannotTell) {
-        throw ErrnoFailure("no room for the " + std::to_string(Expected) + " bytes of " + Name,
+        throw ErrnoFailure("no room for the " + std::to_string(Expected) + " bytes of " + Name_,
                            errno);
     }
 }
 
 void WorkFileWriter::Append(std::span<const std::int16_t> Samples) {
     const auto Raw = std::as_bytes(Samples);
-    WriteWhole(Out, Raw, Name);
-    Bytes += static_cast<std::int64_t>(Raw.size());
+    WriteWhole(Out_, Raw, Name_);
+    Bytes_ += static_cast<std::int64_t>(Raw.size());
 }
 
 void WorkFileWriter::Finish() {
-    int Error = ftruncate(Out.Get(), static_cast<off_t>(Bytes)) == 0 ? 0 : errno;
-    const int CloseError = Out.Close();
+    int Error = ftruncate(Out_.Get(), static_cast<off_t>(Bytes_)) == 0 ? 0 : errno;
+    const int CloseError = Out_.Close();
     if (Error == 0) Error = CloseError;
-    if (Error != 0) throw ErrnoFailure("cannot keep " + Name, Error);
+    if (Error != 0) throw ErrnoFailure("cannot keep " + Name_, Error);
 }
 
 }  // namespace Tolvar

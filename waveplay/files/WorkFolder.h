@@ -30,10 +30,10 @@ class WorkFolder {
     void Remove() noexcept;
     static void RemoveLive() noexcept;
 
-    std::string Path;
-    Descriptor Lock;  // of the folder itself, held as long as it lives
-    std::atomic<int> Files = 0;
-    std::optional<LastWill> Will;
+    std::string Path_;
+    Descriptor Lock_;  // of the folder itself, held as long as it lives
+    std::atomic<int> Files_ = 0;
+    std::optional<LastWill> Will_;
 };
 
 /// A work file in the making: raw 16-bit samples of one channel.
@@ -48,13 +48,13 @@ class WorkFileWriter {
     /// What was appended is all of it. Once.
     void Finish();
 
-    const std::string& Path() const { return PathOf; }
+    const std::string& Path() const { return Path_; }
 
   private:
-    std::string PathOf;
-    std::string Name;  // in texts
-    Descriptor Out;
-    std::int64_t Bytes = 0;
+    std::string Path_;
+    std::string Name_;  // in texts
+    Descriptor Out_;
+    std::int64_t Bytes_ = 0;
 };
 
 }  // namespace Tolvar

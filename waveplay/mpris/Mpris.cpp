@@ -41,21 +41,21 @@ std::string FileUrl(const std::string& Path) {
 
 Mpris::Mpris(Apartment& HomeOf, PlayerControl& PlayerOf, MprisFacts Facts,
              std::function<void()> OnQuit)
-    : Home(HomeOf),
-      Player(PlayerOf),
-      Object(PlayerOf, std::move(Facts), std::move(OnQuit)),
-      EachSecond(HomeOf, ReverseTellMs),
-      Last(Now()) {
+    : Home_(HomeOf),
+      Player_(PlayerOf),
+      Object_(PlayerOf, std::move(Facts), std::move(OnQuit)),
+      EachSecond_(HomeOf, ReverseTellMs),
+      Last_(Now()) {
     if (!Connect()) return;
-    Player.Listen([this](PlayerControl::Change What) { Changed(What); });
-    EachSecond.Bind([this] { Changed(PlayerControl::Change::Jump); });
-    Home.Watch({sd_event_get_fd(Events.get())}, [this] { Serve(); });
+    Player_.Listen([this](PlayerControl::Change What) { Changed(What); });
+    EachSecond_.Bind([this] { Changed(PlayerControl::Change::Jump); });
+    Home_.Watch({sd_event_get_fd(Events_.get())}, [this] { Serve(); });
     Tell();
 }
 
 Mpris::~Mpris() {
-    if (Events) Home.Unwatch({sd_event_get_fd(Events.get())});
-    Home.Disarm(Telling);
+    if (Events_) Home_.Unwatch({sd_event_get_fd(Events_.get())});
+    Home_.Disarm(Telling_);
 }
 
 // Nothing here waits for the bus, which may be there and not answer.
@@ -63,15 +63,15 @@ bool Mpris::Connect() {
     sd_bus* Opened = nullptr;
     sd_event* Made = nullptr;
     if (sd_bus_open_user(&Opened) < 0) return false;
-    Bus.reset(Opened);
+    Bus_.reset(Opened);
     if (sd_event_new(&Made) < 0) return false;
-    Events.reset(Made);
+    Events_.reset(Made);
     const std::string Name =
         std::string(MprisObject::RootInterface) + ".waveplay.instance" + std::to_string(getpid());
     const bool Ready =
-        sd_bus_attach_event(Opened, Made, 0) >= 0 && Object.AddTo(Opened) &&
+        sd_bus_attach_event(Opened, Made, 0) >= 0 && Object_.AddTo(Opened) &&
         sd_bus_request_name_async(Opened, nullptr, Name.c_str(), 0, OnName, nullptr) >= 0;
-    if (!Ready) Events.reset();
+    if (!Ready) Events_.reset();
     return Ready;
 }
 
@@ -79,16 +79,16 @@ bool Mpris::Connect() {
 void Mpris::Serve() {
     int Result = 1;
     while (Result > 0)
-        Result = sd_event_run(Events.get(), 0);
-    if (Result < 0) Home.Unwatch({sd_event_get_fd(Events.get())});
+        Result = sd_event_run(Events_.get(), 0);
+    if (Result < 0) Home_.Unwatch({sd_event_get_fd(Events_.get())});
 }
 
 void Mpris::Changed(PlayerControl::Change What) {
     if (What == PlayerControl::Change::Note) return;
-    Jumped = Jumped || What == PlayerControl::Change::Jump;
-    if (Telling.Order != 0) return;
-    Telling = Home.Arm(Home.Time().NowNs(), [this] {
-        Telling = {};
+    Jumped_ = Jumped_ || What == PlayerControl::Change::Jump;
+    if (Telling_.Order != 0) return;
+    Telling_ = Home_.Arm(Home_.Time().NowNs(), [this] {
+        Telling_ = {};
         Tell();
     });
 }
@@ -96,37 +96,37 @@ void Mpris::Changed(PlayerControl::Change What) {
 // A bus that takes no signal is found to be gone by Serve.
 void Mpris::Tell() {
     TellChanges();
-    if (std::exchange(Jumped, false)) TellPosition();
-    EachSecond.Enabled(Player.State() == Transport::Playing && Player.Wave().Direction < 0);
+    if (std::exchange(Jumped_, false)) TellPosition();
+    EachSecond_.Enabled(Player_.State() == Transport::Playing && Player_.Wave().Direction < 0);
     Serve();
 }
 
 void Mpris::TellChanges() {
-    const Told Before = std::exchange(Last, Now());
+    const Told Before = std::exchange(Last_, Now());
     std::string Status = "PlaybackStatus";
     std::string Loop = "LoopStatus";
     std::string Rate = "Rate";
     std::vector<char*> Names;
-    if (Before.Status != Last.Status) Names.push_back(Status.data());
-    if (Before.Loop != Last.Loop) Names.push_back(Loop.data());
-    if (Before.Rate != Last.Rate) Names.push_back(Rate.data());
+    if (Before.Status != Last_.Status) Names.push_back(Status.data());
+    if (Before.Loop != Last_.Loop) Names.push_back(Loop.data());
+    if (Before.Rate != Last_.Rate) Names.push_back(Rate.data());
     if (Names.empty()) return;
     Names.push_back(nullptr);
-    sd_bus_emit_properties_changed_strv(Bus.get(), MprisObject::Path, MprisObject::PlayerInterface,
+    sd_bus_emit_properties_changed_strv(Bus_.get(), MprisObject::Path, MprisObject::PlayerInterface,
                                         Names.data());
 }
 
 void Mpris::TellPosition() {
     try {
-        sd_bus_emit_signal(Bus.get(), MprisObject::Path, MprisObject::PlayerInterface, "Seeked",
-                           "x", Object.PositionUs());
+        sd_bus_emit_signal(Bus_.get(), MprisObject::Path, MprisObject::PlayerInterface, "Seeked",
+                           "x", Object_.PositionUs());
     } catch (const RuntimeFailure&) {
         // A player that is gone is nowhere.
     }
 }
 
 Mpris::Told Mpris::Now() const {
-    return {Object.Status(), Player.Wave().Loop, Player.Rate()};
+    return {Object_.Status(), Player_.Wave().Loop, Player_.Rate()};
 }
 
 }  // namespace Tolvar

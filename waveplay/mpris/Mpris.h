@@ -49,15 +49,15 @@ class Mpris {
     void TellPosition();
     Told Now() const;
 
-    Apartment& Home;
-    PlayerControl& Player;
-    MprisObject Object;
-    std::unique_ptr<sd_event, Unref> Events;
-    std::unique_ptr<sd_bus, Unref> Bus;
-    Apartment::AlarmId Telling;
-    Timer EachSecond;
-    bool Jumped = false;
-    Told Last;
+    Apartment& Home_;
+    PlayerControl& Player_;
+    MprisObject Object_;
+    std::unique_ptr<sd_event, Unref> Events_;
+    std::unique_ptr<sd_bus, Unref> Bus_;
+    Apartment::AlarmId Telling_;
+    Timer EachSecond_;
+    bool Jumped_ = false;
+    Told Last_;
 };
 
 }  // namespace Tolvar

@@ -242,7 +242,7 @@ const sd_bus_vtable PlayerMembers[] = {
 }  // namespace
 
 MprisObject::MprisObject(PlayerControl& Player, MprisFacts FactsOf, std::function<void()> ToQuit)
-    : Control(Player), Facts(std::move(FactsOf)), OnQuit(std::move(ToQuit)) {}
+    : Control_(Player), Facts_(std::move(FactsOf)), OnQuit_(std::move(ToQuit)) {}
 
 bool MprisObject::AddTo(sd_bus* Bus) {
     return sd_bus_add_object_vtable(Bus, nullptr, Path, RootInterface, RootMembers, this) >= 0 &&
@@ -250,17 +250,17 @@ bool MprisObject::AddTo(sd_bus* Bus) {
 }
 
 const char* MprisObject::Status() const {
-    if (Control.State() == Transport::Playing) return "Playing";
-    return Control.State() == Transport::Paused ? "Paused" : "Stopped";
+    if (Control_.State() == Transport::Playing) return "Playing";
+    return Control_.State() == Transport::Paused ? "Paused" : "Stopped";
 }
 
 std::int64_t MprisObject::PositionUs() {
-    Control.Refresh();
-    return MicrosecondsOf(Control.Here(), Control.Wave().FmtFriq);
+    Control_.Refresh();
+    return MicrosecondsOf(Control_.Here(), Control_.Wave().FmtFriq);
 }
 
 std::int64_t MprisObject::LengthUs() const {
-    return MicrosecondsOf(Control.Wave().WaveNos, Control.Wave().FmtFriq);
+    return MicrosecondsOf(Control_.Wave().WaveNos, Control_.Wave().FmtFriq);
 }
 
 }  // namespace Tolvar

@@ -30,9 +30,9 @@ class MprisObject {
     /// Serves Bus, which the object outlives. False: it cannot be used.
     bool AddTo(sd_bus* Bus);
 
-    PlayerControl& Player() { return Control; }
-    const MprisFacts& Wave() const { return Facts; }
-    void Quit() { OnQuit(); }
+    PlayerControl& Player() { return Control_; }
+    const MprisFacts& Wave() const { return Facts_; }
+    void Quit() { OnQuit_(); }
 
     const char* Status() const;
     /// Where the player is now. RuntimeFailure when it is gone.
@@ -40,9 +40,9 @@ class MprisObject {
     std::int64_t LengthUs() const;
 
   private:
-    PlayerControl& Control;
-    MprisFacts Facts;
-    std::function<void()> OnQuit;
+    PlayerControl& Control_;
+    MprisFacts Facts_;
+    std::function<void()> OnQuit_;
 };
 
 }  // namespace Tolvar

@@ -3,15 +3,15 @@
 namespace Tolvar {
 
 PlayDllClass& LocalPlayer::It() {
-    if (!Server.HasPlayer()) {
+    if (!Server_.HasPlayer()) {
         throw RuntimeFailure(FailureKind::Input, "the player object has been released");
     }
-    return Server.Player();
+    return Server_.Player();
 }
 
 void LocalPlayer::Release() {
     It();
-    Server.Release();
+    Server_.Release();
 }
 
 }  // namespace Tolvar

@@ -10,19 +10,19 @@ namespace Tolvar {
 class LocalPlayer : public PlayerHost, private PortOver<PlayDllClass> {
   public:
     /// RuntimeFailure when the device cannot be had.
-    explicit LocalPlayer(const PlayServerOptions& Options) : Server(Options) {}
+    explicit LocalPlayer(const PlayServerOptions& Options) : Server_(Options) {}
 
-    Apartment& Home() override { return Server.Home(); }
+    Apartment& Home() override { return Server_.Home(); }
     PlayerPort& Port() override { return *this; }
-    const PlayServer* Inside() const override { return &Server; }
+    const PlayServer* Inside() const override { return &Server_; }
     std::string WhyGone() const override { return {}; }
-    void Finish() override { Server.Finish(); }
+    void Finish() override { Server_.Finish(); }
 
   private:
     PlayDllClass& It() override;
     void Release() override;
 
-    PlayServer Server;
+    PlayServer Server_;
 };
 
 }  // namespace Tolvar

@@ -48,30 +48,30 @@ void HandOver(PlayerPort& Player, const Wave& Whole) {
                          Whole.Left.Values(), Whole.Right.Values());
 }
 
-PlayRun::PlayRun(Session& Live, EventHandler Also) : Playing(Live), OnEvent(std::move(Also)) {
-    Playing.Player().OnMsgBoxOb(
+PlayRun::PlayRun(Session& Live, EventHandler Also) : Playing_(Live), OnEvent_(std::move(Also)) {
+    Playing_.Player().OnMsgBoxOb(
         [this](std::string_view Msg, std::string_view Ttl) { OnReport(Msg, Ttl); });
 }
 
 PlayRun::~PlayRun() {
-    if (Playing.HasPlayer()) Playing.Player().OnMsgBoxOb({});
+    if (Playing_.HasPlayer()) Playing_.Player().OnMsgBoxOb({});
 }
 
 void PlayRun::OnReport(std::string_view Msg, std::string_view Ttl) {
-    if (Failure.empty() && TellsOfFailure(Ttl)) Failure = Ttl;
-    if (OnEvent) OnEvent(Msg, Ttl);
+    if (Failure_.empty() && TellsOfFailure(Ttl)) Failure_ = Ttl;
+    if (OnEvent_) OnEvent_(Msg, Ttl);
 }
 
 void PlayRun::RequireNoFailure() const {
-    if (Failure.empty()) return;
-    throw RuntimeFailure(FailureKind::Device, "the player reported \"" + Failure + "\"");
+    if (Failure_.empty()) return;
+    throw RuntimeFailure(FailureKind::Device, "the player reported \"" + Failure_ + "\"");
 }
 
 void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     if (Whole.WaveNos == 0) Refuse("the wave holds no frame");
     const std::int32_t First = FirstFrame(Whole, Options);
 
-    PlayerPort& Player = Playing.Player();
+    PlayerPort& Player = Playing_.Player();
     std::int32_t Window = 1;
     Player.DxObj(Window);
     if (Window < 1) throw RuntimeFailure(FailureKind::Device, "no output engine can be used");
@@ -89,9 +89,10 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
 
     constexpr std::int32_t WaveOutWindow = 2;  // plays at the wave's own rate
     const bool HasTempo = Window != WaveOutWindow;
-    FramesPerSecond = HasTempo ? Round32(double{Tempo} * Whole.FmtFriq) : Whole.FmtFriq;
-    Known = {Whole.WaveNos,    Whole.FmtFriq, Options.Reverse ? -1 : 1, Options.Loop, Options.Tempo,
-             Options.TempoRev, HasTempo};
+    FramesPerSecond_ = HasTempo ? Round32(double{Tempo} * Whole.FmtFriq) : Whole.FmtFriq;
+    Known_ = {Whole.WaveNos, Whole.FmtFriq, Options.Reverse ? -1 : 1,
+              Options.Loop,  Options.Tempo, Options.TempoRev,
+              HasTempo};
     if (!Options.At) {
         Options.Reverse ? Player.PlayAgainRev() : Player.PlayAgain();
     } else {
@@ -101,8 +102,8 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
 }
 
 bool PlayRun::Finish(const std::function<bool()>& Quit) {
-    const bool Stopped = Playing.RunFor(
-        std::nullopt, [&] { return Quit() || Playing.Player().PlayRunningDx7State() == 0; });
+    const bool Stopped = Playing_.RunFor(
+        std::nullopt, [&] { return Quit() || Playing_.Player().PlayRunningDx7State() == 0; });
     RequireNoFailure();
     return Stopped;
 }

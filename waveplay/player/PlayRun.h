@@ -46,10 +46,10 @@ class PlayRun {
     void Start(const Wave& Whole, const RunOptions& Options);
 
     /// What is known of the wave and how it was started. After Start.
-    const PlayerControl::Facts& Facts() const { return Known; }
+    const PlayerControl::Facts& Facts() const { return Known_; }
 
     /// Frames of the wave that pass in a second of this run, before it is resampled. After Start.
-    std::int32_t PlayedHz() const { return FramesPerSecond; }
+    std::int32_t PlayedHz() const { return FramesPerSecond_; }
 
     /// Plays until the player has stopped or Quit holds; false when the user interrupted.
     /// RuntimeFailure when the player reported a failure.
@@ -62,11 +62,11 @@ class PlayRun {
     void OnReport(std::string_view Msg, std::string_view Ttl);
     void RequireNoFailure() const;
 
-    Session& Playing;
-    EventHandler OnEvent;
-    PlayerControl::Facts Known;
-    std::int32_t FramesPerSecond = 0;
-    std::string Failure;  // the first failure that was reported
+    Session& Playing_;
+    EventHandler OnEvent_;
+    PlayerControl::Facts Known_;
+    std::int32_t FramesPerSecond_ = 0;
+    std::string Failure_;  // the first failure that was reported
 };
 
 }  // namespace Tolvar

@@ -18,22 +18,22 @@ bool TellsOfFailure(std::string_view Ttl) {
 
 }  // namespace
 
-PlayerControl::PlayerControl(PlayerPort& Player, const Facts& Wave) : Port(Player), Known(Wave) {
-    Attempt([&] { Adopt(Port.PlayRunningDx7State()); });
-    if (Now != Transport::Stopped) {
+PlayerControl::PlayerControl(PlayerPort& Player, const Facts& Wave) : Port_(Player), Known_(Wave) {
+    Attempt([&] { Adopt(Port_.PlayRunningDx7State()); });
+    if (Now_ != Transport::Stopped) {
         Attempt([&] { ReadCursor(); });
-    } else if (Known.Direction < 0) {
-        Cursor = Known.WaveNos;
+    } else if (Known_.Direction < 0) {
+        Cursor_ = Known_.WaveNos;
     }
 }
 
 void PlayerControl::Report(std::string_view Msg, std::string_view Ttl) {
-    LastText =
+    LastText_ =
         Msg == "S2" || Msg == Ttl ? std::string(Ttl) : std::string(Msg) + ": " + std::string(Ttl);
-    if (TellsOfFailure(Ttl)) Say(LastText, true);
-    if (Ttl == "Play Done" && Now == Transport::Playing) {
-        Cursor = Known.Direction < 0 ? 0 : Known.WaveNos;
-        Moved = true;
+    if (TellsOfFailure(Ttl)) Say(LastText_, true);
+    if (Ttl == "Play Done" && Now_ == Transport::Playing) {
+        Cursor_ = Known_.Direction < 0 ? 0 : Known_.WaveNos;
+        Moved_ = true;
         Become(Transport::Ended);
     }
     if (Ttl.starts_with("Playing Loop ")) Tell(Change::Jump);  // from the edge again
@@ -41,12 +41,12 @@ void PlayerControl::Report(std::string_view Msg, std::string_view Ttl) {
 }
 
 void PlayerControl::Say(std::string Text, bool IsFailure) {
-    Said = {std::move(Text), IsFailure};
+    Said_ = {std::move(Text), IsFailure};
     Tell(Change::Note);
 }
 
 void PlayerControl::Tell(Change What) {
-    for (const Listener& Each : Listeners)
+    for (const Listener& Each : Listeners_)
         Each(What);
 }
 
@@ -60,7 +60,7 @@ bool PlayerControl::Attempt(Operation Do) {
         Say(Refused.what(), true);
     }
     try {
-        Adopt(Port.PlayRunningDx7State());
+        Adopt(Port_.PlayRunningDx7State());
     } catch (const RuntimeFailure&) {
         Become(Transport::Stopped);
     }
@@ -68,64 +68,64 @@ bool PlayerControl::Attempt(Operation Do) {
 }
 
 void PlayerControl::Become(Transport State) {
-    if (std::exchange(Now, State) != State) Tell(Change::Transport);
+    if (std::exchange(Now_, State) != State) Tell(Change::Transport);
 }
 
 void PlayerControl::Adopt(std::int32_t RunningState) {
     if (RunningState == 1 || RunningState == 2) {
-        Moved = false;
+        Moved_ = false;
         Become(Transport::Playing);
     } else if (RunningState == 3) {
-        if (Now != Transport::Paused) Moved = false;
+        if (Now_ != Transport::Paused) Moved_ = false;
         Become(Transport::Paused);
     } else {
-        Moved = true;
-        if (Now != Transport::Ended) Become(Transport::Stopped);
+        Moved_ = true;
+        if (Now_ != Transport::Ended) Become(Transport::Stopped);
     }
 }
 
 // The player counts the frame heard last: forward the one before the cursor, in reverse the one
 // behind it.
 void PlayerControl::ReadCursor() {
-    const std::int64_t Heard = Port.PlayCurrentPosition();
-    const std::int64_t Boundary = Known.Direction < 0 ? Heard - 1 : Heard;
-    Cursor = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Known.WaveNos));
+    const std::int64_t Heard = Port_.PlayCurrentPosition();
+    const std::int64_t Boundary = Known_.Direction < 0 ? Heard - 1 : Heard;
+    Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Known_.WaveNos));
 }
 
 void PlayerControl::Refresh() {
-    if (Now != Transport::Playing) return;
-    const std::int32_t Running = Port.PlayRunningDx7State();
+    if (Now_ != Transport::Playing) return;
+    const std::int32_t Running = Port_.PlayRunningDx7State();
     if (Running != 0) ReadCursor();
     Adopt(Running);
 }
 
 bool PlayerControl::NothingAhead() const {
-    return Known.Direction < 0 ? Cursor <= 0 : Cursor >= Known.WaveNos;
+    return Known_.Direction < 0 ? Cursor_ <= 0 : Cursor_ >= Known_.WaveNos;
 }
 
 void PlayerControl::RunFromCursor() {
-    const bool Reverse = Known.Direction < 0;
-    const std::int32_t FirstEdge = Reverse ? Known.WaveNos : 0;
-    if (NothingAhead()) Cursor = FirstEdge;
-    Said = {};
+    const bool Reverse = Known_.Direction < 0;
+    const std::int32_t FirstEdge = Reverse ? Known_.WaveNos : 0;
+    if (NothingAhead()) Cursor_ = FirstEdge;
+    Said_ = {};
     Attempt([&] {
-        if (Cursor == FirstEdge) {
-            Reverse ? Port.PlayAgainRev() : Port.PlayAgain();
+        if (Cursor_ == FirstEdge) {
+            Reverse ? Port_.PlayAgainRev() : Port_.PlayAgain();
         } else {
-            Reverse ? Port.PlayAtPosRev(Cursor) : Port.PlayAtPos(Cursor + 1);
+            Reverse ? Port_.PlayAtPosRev(Cursor_) : Port_.PlayAtPos(Cursor_ + 1);
         }
-        const std::int32_t Running = Port.PlayRunningDx7State();
+        const std::int32_t Running = Port_.PlayRunningDx7State();
         if (Running == 0) Become(Transport::Stopped);
         Adopt(Running);
     });
 }
 
 void PlayerControl::Play() {
-    if (Now == Transport::Playing) return;
-    if (Now == Transport::Paused && !Moved) {
+    if (Now_ == Transport::Playing) return;
+    if (Now_ == Transport::Paused && !Moved_) {
         Attempt([&] {
-            Port.PlayContinue();
-            Adopt(Port.PlayRunningDx7State());
+            Port_.PlayContinue();
+            Adopt(Port_.PlayRunningDx7State());
         });
     } else {
         RunFromCursor();
@@ -133,112 +133,112 @@ void PlayerControl::Play() {
 }
 
 void PlayerControl::Pause() {
-    if (Now != Transport::Playing) return;
+    if (Now_ != Transport::Playing) return;
     Attempt([&] {
-        Port.PlayPause();
-        const std::int32_t Running = Port.PlayRunningDx7State();
+        Port_.PlayPause();
+        const std::int32_t Running = Port_.PlayRunningDx7State();
         if (Running != 0) ReadCursor();
         Adopt(Running);
     });
 }
 
 void PlayerControl::PlayPause() {
-    Now == Transport::Playing ? Pause() : Play();
+    Now_ == Transport::Playing ? Pause() : Play();
 }
 
 void PlayerControl::Stop() {
-    if (Now == Transport::Ended) Become(Transport::Stopped);
-    if (Now == Transport::Stopped) return;
+    if (Now_ == Transport::Ended) Become(Transport::Stopped);
+    if (Now_ == Transport::Stopped) return;
     Attempt([&] {
-        if (Now == Transport::Playing) ReadCursor();
-        Port.StopPlay();
-        Adopt(Port.PlayRunningDx7State());
+        if (Now_ == Transport::Playing) ReadCursor();
+        Port_.StopPlay();
+        Adopt(Port_.PlayRunningDx7State());
     });
 }
 
 void PlayerControl::PlayTowards(std::int32_t Direction) {
-    if (Direction == Known.Direction) {
+    if (Direction == Known_.Direction) {
         Play();
-    } else if (Now == Transport::Playing) {
+    } else if (Now_ == Transport::Playing) {
         UTurn();
     } else {
-        Known.Direction = Direction;
-        Moved = true;
+        Known_.Direction = Direction;
+        Moved_ = true;
         Play();
         Tell(Change::Jump);
     }
 }
 
 void PlayerControl::UTurn() {
-    if (Now == Transport::Playing) {
-        const bool Taken = Attempt([&] { Port.PlayUTurn(); });
+    if (Now_ == Transport::Playing) {
+        const bool Taken = Attempt([&] { Port_.PlayUTurn(); });
         if (Taken) {
-            Known.Direction = -Known.Direction;
-            Attempt([&] { Adopt(Port.PlayRunningDx7State()); });
+            Known_.Direction = -Known_.Direction;
+            Attempt([&] { Adopt(Port_.PlayRunningDx7State()); });
         }
     } else {
-        Known.Direction = -Known.Direction;
-        Moved = true;
-        if (Now != Transport::Paused) Play();
+        Known_.Direction = -Known_.Direction;
+        Moved_ = true;
+        if (Now_ != Transport::Paused) Play();
     }
     Tell(Change::Jump);
 }
 
 void PlayerControl::SeekToFrame(std::int64_t Boundary) {
-    const bool Sounding = Now == Transport::Playing;
-    const std::int32_t Before = Cursor;
-    Cursor = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Known.WaveNos));
-    if (Sounding && NothingAhead() && !Known.Loop) {
-        if (!Attempt([&] { Port.StopPlay(); })) {
-            Cursor = Before;
+    const bool Sounding = Now_ == Transport::Playing;
+    const std::int32_t Before = Cursor_;
+    Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Known_.WaveNos));
+    if (Sounding && NothingAhead() && !Known_.Loop) {
+        if (!Attempt([&] { Port_.StopPlay(); })) {
+            Cursor_ = Before;
         } else {
-            Moved = true;
+            Moved_ = true;
             Become(Transport::Stopped);
         }
     } else if (Sounding) {
         RunFromCursor();
     } else {
-        Moved = true;
-        if (Now == Transport::Ended) Become(Transport::Stopped);
+        Moved_ = true;
+        if (Now_ == Transport::Ended) Become(Transport::Stopped);
     }
     Tell(Change::Jump);
 }
 
 void PlayerControl::SeekTo(double Seconds) {
     if (std::isnan(Seconds)) return;
-    const double Frame = Seconds * Known.FmtFriq;
-    SeekToFrame(std::llround(std::clamp(Frame, 0.0, static_cast<double>(Known.WaveNos))));
+    const double Frame = Seconds * Known_.FmtFriq;
+    SeekToFrame(std::llround(std::clamp(Frame, 0.0, static_cast<double>(Known_.WaveNos))));
 }
 
 void PlayerControl::SeekBy(double Seconds) {
     if (!Attempt([&] { Refresh(); })) return;
-    SeekTo(static_cast<double>(Cursor) / Known.FmtFriq + Seconds);
+    SeekTo(static_cast<double>(Cursor_) / Known_.FmtFriq + Seconds);
 }
 
 void PlayerControl::SetRate(double Factor) {
-    if (!Known.HasTempo) {
+    if (!Known_.HasTempo) {
         Say("the waveOut engine plays at the wave's own rate", true);
         return;
     }
     if (std::isnan(Factor)) return;
-    const double Hz = std::clamp(Factor * Known.FmtFriq, LeastPlayFriq, MostPlayFriq);
-    const double Tempo = Hz / Known.FmtFriq;
-    const bool Reverse = Known.Direction < 0;
+    const double Hz = std::clamp(Factor * Known_.FmtFriq, LeastPlayFriq, MostPlayFriq);
+    const double Tempo = Hz / Known_.FmtFriq;
+    const bool Reverse = Known_.Direction < 0;
     const bool Taken = Attempt([&] {
         Refresh();
-        Reverse ? Port.PlayTempoRev(static_cast<float>(Tempo))
-                : Port.PlayTempoFor(static_cast<float>(Tempo));
+        Reverse ? Port_.PlayTempoRev(static_cast<float>(Tempo))
+                : Port_.PlayTempoFor(static_cast<float>(Tempo));
     });
     if (!Taken) return;
-    (Reverse ? Known.TempoRev : Known.TempoFor) = Tempo;
+    (Reverse ? Known_.TempoRev : Known_.TempoFor) = Tempo;
     // A run keeps the rate it was started with, and one that is paused takes the new one over.
-    if (Now == Transport::Playing && !NothingAhead()) RunFromCursor();
+    if (Now_ == Transport::Playing && !NothingAhead()) RunFromCursor();
     Tell(Change::Rate);
 }
 
 void PlayerControl::SetLoop(bool On) {
-    if (!Attempt([&] { Port.LoopPlayON(On); })) return;
-    Known.Loop = On;
+    if (!Attempt([&] { Port_.LoopPlayON(On); })) return;
+    Known_.Loop = On;
     Tell(Change::Loop);
 }
 

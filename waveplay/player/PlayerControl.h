@@ -48,7 +48,7 @@ class PlayerControl {
     PlayerControl(PlayerPort& Player, const Facts& Wave);
 
     /// Calls OnChange after each change from now on; it must stay valid.
-    void Listen(Listener OnChange) { Listeners.push_back(std::move(OnChange)); }
+    void Listen(Listener OnChange) { Listeners_.push_back(std::move(OnChange)); }
 
     /// Every report of the player is to be passed on here.
     void Report(std::string_view Msg, std::string_view Ttl);
@@ -75,12 +75,12 @@ class PlayerControl {
     /// Asks the player where it is while it plays. RuntimeFailure when the player is gone.
     void Refresh();
 
-    const Facts& Wave() const { return Known; }
-    Transport State() const { return Now; }
-    std::int32_t Here() const { return Cursor; }
-    double Rate() const { return Known.Direction < 0 ? Known.TempoRev : Known.TempoFor; }
-    const std::string& LastReport() const { return LastText; }
-    const PlayerNote& Note() const { return Said; }
+    const Facts& Wave() const { return Known_; }
+    Transport State() const { return Now_; }
+    std::int32_t Here() const { return Cursor_; }
+    double Rate() const { return Known_.Direction < 0 ? Known_.TempoRev : Known_.TempoFor; }
+    const std::string& LastReport() const { return LastText_; }
+    const PlayerNote& Note() const { return Said_; }
     void Say(std::string Text, bool IsFailure = false);
 
   private:
@@ -94,14 +94,14 @@ class PlayerControl {
     void Become(Transport State);
     void Tell(Change What);
 
-    PlayerPort& Port;
-    Facts Known;
-    std::vector<Listener> Listeners;
-    Transport Now = Transport::Stopped;
-    std::int32_t Cursor = 0;
-    bool Moved = true;  // the cursor is not where the player stands, so a play starts anew
-    std::string LastText;
-    PlayerNote Said;
+    PlayerPort& Port_;
+    Facts Known_;
+    std::vector<Listener> Listeners_;
+    Transport Now_ = Transport::Stopped;
+    std::int32_t Cursor_ = 0;
+    bool Moved_ = true;  // the cursor is not where the player stands, so a play starts anew
+    std::string LastText_;
+    PlayerNote Said_;
 };
 
 }  // namespace Tolvar

@@ -12,16 +12,16 @@ constexpr int LimitMs = 10'000;
 
 RemotePlayer::RemotePlayer(const std::optional<std::vector<std::string>>& Arguments,
                            const std::string& LogPath)
-    : Journal(LogPath), Loop(Time, Journal), Client(Translated([&] {
+    : Journal_(LogPath), Loop_(Time_, Journal_), Client_(Translated([&] {
           return Arguments ? PlayDllClient::Start({.Arguments = *Arguments, .LimitMs = LimitMs})
                            : PlayDllClient::OnSessionBus(LimitMs);
       })) {
-    Client.OnServerGone([this](const std::string& Text) {
-        Why = Text;
+    Client_.OnServerGone([this](const std::string& Text) {
+        Why_ = Text;
         Unwatch();
     });
-    WatchedFd = Client.Descriptor();
-    Loop.Watch({WatchedFd}, [this] { Client.Dispatch(); });
+    WatchedFd_ = Client_.Descriptor();
+    Loop_.Watch({WatchedFd_}, [this] { Client_.Dispatch(); });
 }
 
 RemotePlayer::~RemotePlayer() {
@@ -30,18 +30,18 @@ RemotePlayer::~RemotePlayer() {
 
 // A connection that has ended is readable for good.
 void RemotePlayer::Unwatch() {
-    Loop.Unwatch({std::exchange(WatchedFd, -1)});
+    Loop_.Unwatch({std::exchange(WatchedFd_, -1)});
 }
 
 void RemotePlayer::Release() {
     Unwatch();
-    ServerExit = Translated([this] { return Client.Release(); });
+    ServerExit_ = Translated([this] { return Client_.Release(); });
 }
 
 void RemotePlayer::Finish() {
-    if (ServerExit == 0) return;
+    if (ServerExit_ == 0) return;
     throw RuntimeFailure(FailureKind::Device, "the playback server failed at its end (exit code " +
-                                                  std::to_string(ServerExit) + ")");
+                                                  std::to_string(ServerExit_) + ")");
 }
 
 }  // namespace Tolvar

@@ -25,24 +25,24 @@ class RemotePlayer : public PlayerHost, private PortOver<PlayDllClient> {
     RemotePlayer(const RemotePlayer&) = delete;
     RemotePlayer& operator=(const RemotePlayer&) = delete;
 
-    Apartment& Home() override { return Loop; }
+    Apartment& Home() override { return Loop_; }
     PlayerPort& Port() override { return *this; }
     const PlayServer* Inside() const override { return nullptr; }
-    std::string WhyGone() const override { return Why; }
+    std::string WhyGone() const override { return Why_; }
     void Finish() override;
 
   private:
-    PlayDllClient& It() override { return Client; }
+    PlayDllClient& It() override { return Client_; }
     void Release() override;
     void Unwatch();
 
-    RealClock Time;
-    TextLog Journal;
-    Apartment Loop;
-    PlayDllClient Client;
-    int WatchedFd = -1;
-    int ServerExit = 0;
-    std::string Why;
+    RealClock Time_;
+    TextLog Journal_;
+    Apartment Loop_;
+    PlayDllClient Client_;
+    int WatchedFd_ = -1;
+    int ServerExit_ = 0;
+    std::string Why_;
 };
 
 }  // namespace Tolvar

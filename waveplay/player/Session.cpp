@@ -47,17 +47,17 @@ std::unique_ptr<PlayerHost> MakePlayer(const SessionOptions& Options,
 }
 
 Session::Session(std::unique_ptr<PlayerHost> Found)
-    : Host(std::move(Found)),
-      BeganNs(Host->Home().Time().NowNs()),
-      Watching(std::make_unique<Interrupts>(Host->Home())) {}
+    : Host_(std::move(Found)),
+      BeganNs_(Host_->Home().Time().NowNs()),
+      Watching_(std::make_unique<Interrupts>(Host_->Home())) {}
 
 void Session::Release() {
     Player().Release();
-    Released = true;
+    Released_ = true;
 }
 
 void Session::RequirePlayer() const {
-    if (Lost()) throw RuntimeFailure(FailureKind::Library, Host->WhyGone());
+    if (Lost()) throw RuntimeFailure(FailureKind::Library, Host_->WhyGone());
 }
 
 bool Session::RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>& Until) {
@@ -80,8 +80,8 @@ bool Session::RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>
 }
 
 void Session::Finish() {
-    Watching.reset();
-    Host->Finish();
+    Watching_.reset();
+    Host_->Finish();
 }
 
 }  // namespace Tolvar

@@ -50,25 +50,25 @@ class Session {
     explicit Session(std::unique_ptr<PlayerHost> Found);
 
     /// RuntimeFailure from every member once the player has been let go or is gone.
-    PlayerPort& Player() { return Host->Port(); }
-    bool HasPlayer() const { return !Released && !Lost(); }
+    PlayerPort& Player() { return Host_->Port(); }
+    bool HasPlayer() const { return !Released_ && !Lost(); }
     /// The player is gone although nobody let go of it.
-    bool Lost() const { return !Host->WhyGone().empty(); }
-    const PlayServer* Inside() const { return Host->Inside(); }
-    Apartment& Home() { return Host->Home(); }
+    bool Lost() const { return !Host_->WhyGone().empty(); }
+    const PlayServer* Inside() const { return Host_->Inside(); }
+    Apartment& Home() { return Host_->Home(); }
 
     /// The editor lets go: its reports still come, then the player is gone. Once.
     void Release();
 
     /// Nanoseconds since the session began.
-    std::int64_t NowNs() const { return Host->Home().Time().NowNs() - BeganNs; }
+    std::int64_t NowNs() const { return Host_->Home().Time().NowNs() - BeganNs_; }
 
     /// As Apartment::RunUntil with a moment that lies Ms ahead (none: no bound), but returns true
     /// at once when Until already holds, and returns early when the user interrupts.
     /// RuntimeFailure as soon as the player is Lost.
     bool RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>& Until = {});
 
-    bool Interrupted() { return Watching && Watching->Seen(); }
+    bool Interrupted() { return Watching_ && Watching_->Seen(); }
 
     /// Everything heard is on its medium when it returns; RuntimeFailure when some of it was lost.
     /// Signals end the program again from here on. At most once.
@@ -77,10 +77,10 @@ class Session {
   private:
     void RequirePlayer() const;
 
-    std::unique_ptr<PlayerHost> Host;
-    std::int64_t BeganNs;
-    std::unique_ptr<Interrupts> Watching;  // after the device: a pipe may wait for its reader
-    bool Released = false;
+    std::unique_ptr<PlayerHost> Host_;
+    std::int64_t BeganNs_;
+    std::unique_ptr<Interrupts> Watching_;  // after the device: a pipe may wait for its reader
+    bool Released_ = false;
 };
 
 }  // namespace Tolvar

@@ -15,12 +15,12 @@ PlayServerOptions NeverHeard() {
 
 }  // namespace
 
-WaveFrames::WaveFrames(const Wave& Whole) : Silent(NeverHeard()) {
-    HandOver(Silent.Port(), Whole);
+WaveFrames::WaveFrames(const Wave& Whole) : Silent_(NeverHeard()) {
+    HandOver(Silent_.Port(), Whole);
 }
 
 void WaveFrames::Read(std::int32_t From, std::span<std::int16_t> Into) const {
-    const PlayerState& State = Silent.Inside()->State();
+    const PlayerState& State = Silent_.Inside()->State();
     const bool IsStereo = State.FmtChannal == 2;
     const std::size_t Frames = IsStereo ? Into.size() / 2 : Into.size();
     State.BlkCarrL->QuickBuffGet(From + 1, Into.first(Frames));

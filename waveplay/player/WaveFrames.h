@@ -21,7 +21,7 @@ class WaveFrames {
     void Read(std::int32_t From, std::span<std::int16_t> Into) const;
 
   private:
-    LocalPlayer Silent;
+    LocalPlayer Silent_;
 };
 
 }  // namespace Tolvar

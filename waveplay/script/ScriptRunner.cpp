@@ -15,8 +15,8 @@
 namespace Tolvar {
 
 ScriptRunner::ScriptRunner(const SessionOptions& Setup)
-    : Live(MakePlayer(Setup, [this](std::string_view Text) { Print("box", JsonString(Text)); })) {
-    Live.Player().OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
+    : Live_(MakePlayer(Setup, [this](std::string_view Text) { Print("box", JsonString(Text)); })) {
+    Live_.Player().OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
         Print("event", JsonString(Msg).append(" ").append(JsonString(Ttl)));
     });
 }
@@ -25,12 +25,12 @@ ExitCode ScriptRunner::Run(const std::vector<ScriptAction>& Actions, bool Strict
     bool Failed = false;
     for (const ScriptAction& Action : Actions) {
         if (!Try(Action)) Failed = true;
-        if (Live.Interrupted() || Live.Lost() || (Strict && Failed)) break;
+        if (Live_.Interrupted() || Live_.Lost() || (Strict && Failed)) break;
     }
-    const bool WasInterrupted = Live.Interrupted();
-    if (Live.HasPlayer()) Try([](ScriptRunner& Self) { Self.Release(); });
-    if (Live.Lost()) return ExitFailed;
-    Live.Finish();
+    const bool WasInterrupted = Live_.Interrupted();
+    if (Live_.HasPlayer()) Try([](ScriptRunner& Self) { Self.Release(); });
+    if (Live_.Lost()) return ExitFailed;
+    Live_.Finish();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         throw ErrnoFailure("cannot write standard output", errno);
     }
@@ -51,7 +51,7 @@ bool ScriptRunner::Try(const ScriptAction& Action) {
 // Each line is out before the next thing happens, so that another program can follow.
 void ScriptRunner::Print(std::string_view Kind, std::string_view What) {
     std::string Line = "@";
-    Line.append(std::to_string(Live.NowNs() / NsPerMs)).append(" ").append(Kind);
+    Line.append(std::to_string(Live_.NowNs() / NsPerMs)).append(" ").append(Kind);
     Line.append(" ").append(What).append("\n");
     std::fwrite(Line.data(), 1, Line.size(), stdout);
     std::fflush(stdout);
@@ -63,8 +63,8 @@ void ScriptRunner::Result(std::int32_t Value) {
 
 void ScriptRunner::HandOverPending(std::int32_t Bits, std::int32_t Channels, std::int32_t Friq,
                                    std::int32_t Frames) {
-    const BlockListBuilder L = std::exchange(ListL, {});
-    const BlockListBuilder R = std::exchange(ListR, {});
+    const BlockListBuilder L = std::exchange(ListL_, {});
+    const BlockListBuilder R = std::exchange(ListR_, {});
     Player().WriteWaveMemo(Bits, Channels, Friq, Frames, L.Values(), R.Values());
 }
 
@@ -73,18 +73,18 @@ void ScriptRunner::Load(const std::string& Path) {
 }
 
 void ScriptRunner::Wait(std::int64_t Ms) {
-    Live.RunFor(Ms);
+    Live_.RunFor(Ms);
 }
 
 void ScriptRunner::WaitStop(std::int64_t MostMs) {
-    const bool Stopped = Live.RunFor(MostMs, [&] { return Player().PlayRunningDx7State() == 0; });
-    if (Stopped || Live.Interrupted()) return;
+    const bool Stopped = Live_.RunFor(MostMs, [&] { return Player().PlayRunningDx7State() == 0; });
+    if (Stopped || Live_.Interrupted()) return;
     throw RuntimeFailure(FailureKind::Device,
                          "still not stopped after " + std::to_string(MostMs) + " ms");
 }
 
 void ScriptRunner::Dump() {
-    const PlayServer* const Inside = Live.Inside();
+    const PlayServer* const Inside = Live_.Inside();
     if (Inside == nullptr) {
         throw RuntimeFailure(FailureKind::Input,
                              "dump looks inside the player, which is in another process "

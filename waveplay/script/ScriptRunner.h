@@ -28,24 +28,24 @@ class ScriptRunner {
     ExitCode Run(const std::vector<ScriptAction>& Actions, bool Strict);
 
     // What the commands are made of.
-    PlayerPort& Player() { return Live.Player(); }
+    PlayerPort& Player() { return Live_.Player(); }
     void Result(std::int32_t Value);
-    BlockListBuilder& Pending(bool Right) { return Right ? ListR : ListL; }
+    BlockListBuilder& Pending(bool Right) { return Right ? ListR_ : ListL_; }
     void HandOverPending(std::int32_t Bits, std::int32_t Channels, std::int32_t Friq,
                          std::int32_t Frames);
     void Load(const std::string& Path);
     void Wait(std::int64_t Ms);
     void WaitStop(std::int64_t MostMs);
     void Dump();
-    void Release() { Live.Release(); }
+    void Release() { Live_.Release(); }
 
   private:
     void Print(std::string_view Kind, std::string_view What);
     bool Try(const ScriptAction& Action);
 
-    BlockListBuilder ListL;
-    BlockListBuilder ListR;
-    Session Live;
+    BlockListBuilder ListL_;
+    BlockListBuilder ListR_;
+    Session Live_;
 };
 
 }  // namespace Tolvar

@@ -63,7 +63,7 @@ std::vector<std::string> SplitWords(std::string_view Line) {
 
 const std::string& ScriptArguments::Text(const char* Name) {
     if (!More()) throw ScriptMistake(std::string(Name) + " is missing");
-    return All[Next++];
+    return All_[Next_++];
 }
 
 std::int32_t ScriptArguments::Int32(const char* Name) {
@@ -102,7 +102,7 @@ bool ScriptArguments::IsRight(const char* Name) {
 }
 
 void ScriptArguments::End() const {
-    if (More()) throw ScriptMistake("\"" + All[Next] + "\" is one argument too many");
+    if (More()) throw ScriptMistake("\"" + All_[Next_] + "\" is one argument too many");
 }
 
 }  // namespace Tolvar

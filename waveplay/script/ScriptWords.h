@@ -23,9 +23,9 @@ std::vector<std::string> SplitWords(std::string_view Line);
 /// names the argument when the next word is missing or none of what is asked for.
 class ScriptArguments {
   public:
-    explicit ScriptArguments(std::vector<std::string> Words) : All(std::move(Words)) {}
+    explicit ScriptArguments(std::vector<std::string> Words) : All_(std::move(Words)) {}
 
-    bool More() const { return Next < All.size(); }
+    bool More() const { return Next_ < All_.size(); }
     const std::string& Text(const char* Name);
     std::int32_t Int32(const char* Name);
     std::int64_t Milliseconds(const char* Name);  ///< 0 .. 10 years
@@ -36,8 +36,8 @@ class ScriptArguments {
     void End() const;
 
   private:
-    std::vector<std::string> All;
-    std::size_t Next = 0;
+    std::vector<std::string> All_;
+    std::size_t Next_ = 0;
 };
 
 }  // namespace Tolvar

@@ -15,8 +15,8 @@ namespace {
 class Members {
   public:
     Members& Raw(std::string_view Name, std::string_view Value) {
-        Text += Text.empty() ? "" : ", ";
-        Text.append(JsonString(Name)).append(": ").append(Value);
+        Text_ += Text_.empty() ? "" : ", ";
+        Text_.append(JsonString(Name)).append(": ").append(Value);
         return *this;
     }
     Members& Number(std::string_view Name, std::int32_t Value) {
@@ -31,10 +31,10 @@ class Members {
     Members& Carrier(std::string_view Name, const BlockCarrBuffClass* Channel) {
         return Raw(Name, Channel == nullptr ? "null" : std::to_string(Channel->WaveINos()));
     }
-    std::string Object() const { return "{" + Text + "}"; }
+    std::string Object() const { return "{" + Text_ + "}"; }
 
   private:
-    std::string Text;
+    std::string Text_;
 };
 
 void AddWave(Members& All, const PlayerState& State) {

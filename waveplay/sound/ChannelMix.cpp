@@ -60,20 +60,20 @@ std::vector<double> Matrix(std::size_t From, std::size_t To) {
 
 }  // namespace
 
-ChannelMix::ChannelMix(int TheFrom, int TheTo)
-    : From(static_cast<std::size_t>(TheFrom)),
-      To(static_cast<std::size_t>(TheTo)),
-      Weights(Matrix(From, To)) {}
+ChannelMix::ChannelMix(int From, int To)
+    : From_(static_cast<std::size_t>(From)),
+      To_(static_cast<std::size_t>(To)),
+      Weights_(Matrix(From_, To_)) {}
 
 std::span<const double> ChannelMix::Mix(std::span<const double> Frames) {
-    if (From == To) return Frames;
-    Mixed.clear();
-    for (; !Frames.empty(); Frames = Frames.subspan(From)) {
-        const auto Frame = Frames.first(From);
-        for (auto Own = Weights.begin(); Own != Weights.end(); Own += std::ssize(Frame))
-            Mixed.push_back(std::inner_product(Frame.begin(), Frame.end(), Own, 0.0));
+    if (From_ == To_) return Frames;
+    Mixed_.clear();
+    for (; !Frames.empty(); Frames = Frames.subspan(From_)) {
+        const auto Frame = Frames.first(From_);
+        for (auto Own = Weights_.begin(); Own != Weights_.end(); Own += std::ssize(Frame))
+            Mixed_.push_back(std::inner_product(Frame.begin(), Frame.end(), Own, 0.0));
     }
-    return Mixed;
+    return Mixed_;
 }
 
 }  // namespace Tolvar

@@ -15,16 +15,16 @@ class ChannelMix {
     ChannelMix(int From, int To);
 
     /// Whether 16-bit samples come out as finer ones.
-    bool Weighs() const { return From > 2; }
+    bool Weighs() const { return From_ > 2; }
 
     /// Valid until the next call. Frames that need no mixing come back as they are.
     std::span<const double> Mix(std::span<const double> Frames);
 
   private:
-    std::size_t From;
-    std::size_t To;
-    std::vector<double> Weights;  // for each output channel one of every input channel
-    std::vector<double> Mixed;
+    std::size_t From_;
+    std::size_t To_;
+    std::vector<double> Weights_;  // for each output channel one of every input channel
+    std::vector<double> Mixed_;
 };
 
 }  // namespace Tolvar

@@ -18,11 +18,11 @@ class DecodeProgress {
     void Reached(std::int64_t Frame);
 
   private:
-    std::string Name;
-    std::int64_t Whole;
-    bool Wanted;
-    bool Shown = false;
-    std::chrono::steady_clock::time_point Due;
+    std::string Name_;
+    std::int64_t Whole_;
+    bool Wanted_;
+    bool Shown_ = false;
+    std::chrono::steady_clock::time_point Due_;
 };
 
 }  // namespace Tolvar

@@ -18,7 +18,7 @@ constexpr std::int64_t PieceFrames = 4096;
 // One range on its way from the sound file into its work files.
 class Decoding {
   public:
-    Decoding(SoundFile& TheSound, FrameRange TheRange, StreamFormat TheWave, WorkFolder& Folder);
+    Decoding(SoundFile& Sound, FrameRange Range, StreamFormat Wave, WorkFolder& Folder);
     DecodedRange Run();
 
   private:
@@ -28,93 +28,92 @@ class Decoding {
     void WriteChannel(std::span<const double> Ready, std::size_t Channel);
     void FillUp();
 
-    SoundFile& Sound;
-    FrameRange Range;
-    StreamFormat Wave;
-    std::int64_t Next;        // frame of the sound file
-    std::int64_t Origin;      // where its first would lie in the whole file at the wave's rate
-    std::int64_t Expected;    // frames at the wave's rate
-    std::int64_t Frames = 0;  // written
-    std::size_t Channels;
-    ChannelMix Mixer;
-    RateConverter Converter;
-    bool Dithers;
-    std::vector<WorkFileWriter> Files;  // one for each of Channels
-    std::vector<double> Read;
-    std::vector<std::int16_t> Samples;
+    SoundFile& Sound_;
+    FrameRange Range_;
+    StreamFormat Wave_;
+    std::int64_t Next_;        // frame of the sound file
+    std::int64_t Origin_;      // where its first would lie in the whole file at the wave's rate
+    std::int64_t Expected_;    // frames at the wave's rate
+    std::int64_t Frames_ = 0;  // written
+    std::size_t Channels_;
+    ChannelMix Mixer_;
+    RateConverter Converter_;
+    bool Dithers_;
+    std::vector<WorkFileWriter> Files_;  // one for each of Channels
+    std::vector<double> Read_;
+    std::vector<std::int16_t> Samples_;
 };
 
-Decoding::Decoding(SoundFile& TheSound, FrameRange TheRange, StreamFormat TheWave,
-                   WorkFolder& Folder)
-    : Sound(TheSound),
-      Range(TheRange),
-      Wave(TheWave),
-      Next(Range.From),
-      Origin(FramesAtRate(Range.From, Sound.RateHz(), Wave.RateHz)),
-      Expected(FramesAtRate(Range.To, Sound.RateHz(), Wave.RateHz) - Origin),
+Decoding::Decoding(SoundFile& Sound, FrameRange Range, StreamFormat Wave, WorkFolder& Folder)
+    : Sound_(Sound),
+      Range_(Range),
+      Wave_(Wave),
+      Next_(Range_.From),
+      Origin_(FramesAtRate(Range_.From, Sound_.RateHz(), Wave_.RateHz)),
+      Expected_(FramesAtRate(Range_.To, Sound_.RateHz(), Wave_.RateHz) - Origin_),
       // Both channels of a mono file are one and the same.
-      Channels(Sound.Channels() == 1 ? 1 : static_cast<std::size_t>(Wave.Channels)),
-      Mixer(Sound.Channels(), static_cast<int>(Channels)),
-      Converter(Sound.RateHz(), Wave.RateHz, static_cast<int>(Channels)),
-      Dithers(Sound.BeyondSixteenBits() || Mixer.Weighs() || Sound.RateHz() != Wave.RateHz),
-      Read(static_cast<std::size_t>(PieceFrames * Sound.Channels())) {
-    for (std::size_t Channel = 0; Channel < Channels; ++Channel)
-        Files.emplace_back(Folder.NextFile(), Expected, Sound.Path());
+      Channels_(Sound_.Channels() == 1 ? 1 : static_cast<std::size_t>(Wave_.Channels)),
+      Mixer_(Sound_.Channels(), static_cast<int>(Channels_)),
+      Converter_(Sound_.RateHz(), Wave_.RateHz, static_cast<int>(Channels_)),
+      Dithers_(Sound_.BeyondSixteenBits() || Mixer_.Weighs() || Sound_.RateHz() != Wave_.RateHz),
+      Read_(static_cast<std::size_t>(PieceFrames * Sound_.Channels())) {
+    for (std::size_t Channel = 0; Channel < Channels_; ++Channel)
+        Files_.emplace_back(Folder.NextFile(), Expected_, Sound_.Path());
 }
 
 DecodedRange Decoding::Run() {
     const auto Out = [this](std::span<const double> Ready) { Write(Ready); };
     ReadRange(Out);
-    if (Next < Range.To) EndEarly();
-    Converter.Flush(Out);
+    if (Next_ < Range_.To) EndEarly();
+    Converter_.Flush(Out);
     FillUp();
-    for (WorkFileWriter& Each : Files)
+    for (WorkFileWriter& Each : Files_)
         Each.Finish();
-    return {Frames, Files.front().Path(), Files.back().Path()};
+    return {Frames_, Files_.front().Path(), Files_.back().Path()};
 }
 
 void Decoding::ReadRange(const RateConverter::Output& Out) {
-    DecodeProgress Progress(Sound.Path(), Range.To - Range.From);
-    const auto Width = static_cast<std::size_t>(Sound.Channels());
-    Sound.GoTo(Range.From);
-    for (std::size_t Got = 1; Next < Range.To && Got > 0;) {
-        const auto Wanted = static_cast<std::size_t>(std::min(PieceFrames, Range.To - Next));
-        Got = Sound.Read(std::span(Read).first(Wanted * Width));
-        Converter.Convert(Mixer.Mix(std::span(Read).first(Got * Width)), Out);
-        Next += static_cast<std::int64_t>(Got);
-        Progress.Reached(Next - Range.From);
+    DecodeProgress Progress(Sound_.Path(), Range_.To - Range_.From);
+    const auto Width = static_cast<std::size_t>(Sound_.Channels());
+    Sound_.GoTo(Range_.From);
+    for (std::size_t Got = 1; Next_ < Range_.To && Got > 0;) {
+        const auto Wanted = static_cast<std::size_t>(std::min(PieceFrames, Range_.To - Next_));
+        Got = Sound_.Read(std::span(Read_).first(Wanted * Width));
+        Converter_.Convert(Mixer_.Mix(std::span(Read_).first(Got * Width)), Out);
+        Next_ += static_cast<std::int64_t>(Got);
+        Progress.Reached(Next_ - Range_.From);
     }
 }
 
 // A file that was cut off plays as far as it goes.
 void Decoding::EndEarly() {
     std::fprintf(stderr, "%s ends %lld frames before its header says: playing what is there\n",
-                 Sound.Path().c_str(), static_cast<long long>(Range.To - Next));
-    Expected = FramesAtRate(Next, Sound.RateHz(), Wave.RateHz) - Origin;
+                 Sound_.Path().c_str(), static_cast<long long>(Range_.To - Next_));
+    Expected_ = FramesAtRate(Next_, Sound_.RateHz(), Wave_.RateHz) - Origin_;
 }
 
 void Decoding::Write(std::span<const double> Ready) {
-    const std::int64_t Room = std::max<std::int64_t>(0, Expected - Frames);
-    const std::size_t Taken = std::min(Ready.size() / Channels, static_cast<std::size_t>(Room));
-    for (std::size_t Channel = 0; Channel < Channels; ++Channel)
-        WriteChannel(Ready.first(Taken * Channels), Channel);
-    Frames += static_cast<std::int64_t>(Taken);
+    const std::int64_t Room = std::max<std::int64_t>(0, Expected_ - Frames_);
+    const std::size_t Taken = std::min(Ready.size() / Channels_, static_cast<std::size_t>(Room));
+    for (std::size_t Channel = 0; Channel < Channels_; ++Channel)
+        WriteChannel(Ready.first(Taken * Channels_), Channel);
+    Frames_ += static_cast<std::int64_t>(Taken);
 }
 
 void Decoding::WriteChannel(std::span<const double> Ready, std::size_t Channel) {
-    Samples.clear();
-    std::int64_t Place = Origin + Frames;
-    for (std::size_t Index = Channel; Index < Ready.size(); Index += Channels) {
-        const double Noise = Dithers ? DitherNoise(Place++, Channel) : 0;
-        Samples.push_back(Quantise(Ready[Index], Noise));
+    Samples_.clear();
+    std::int64_t Place = Origin_ + Frames_;
+    for (std::size_t Index = Channel; Index < Ready.size(); Index += Channels_) {
+        const double Noise = Dithers_ ? DitherNoise(Place++, Channel) : 0;
+        Samples_.push_back(Quantise(Ready[Index], Noise));
     }
-    Files[Channel].Append(Samples);
+    Files_[Channel].Append(Samples_);
 }
 
 // The resampler may end a frame short of what the positions of the cuts are counted by.
 void Decoding::FillUp() {
-    const std::vector<double> Silence(Channels);
-    while (Frames < Expected)
+    const std::vector<double> Silence(Channels_);
+    while (Frames_ < Expected_)
         Write(Silence);
 }
 

@@ -66,31 +66,31 @@ SNDFILE* MpegFile::Open(SF_INFO& Info) {
     Road.read = [](void* Into, sf_count_t Wanted, void* Self) -> sf_count_t {
         return static_cast<MpegFile*>(Self)->Read(Into, Wanted);
     };
-    Road.tell = [](void* Self) -> sf_count_t { return static_cast<MpegFile*>(Self)->Place; };
+    Road.tell = [](void* Self) -> sf_count_t { return static_cast<MpegFile*>(Self)->Place_; };
     return sf_open_virtual(&Road, SFM_READ, &Info, this);
 }
 
 std::int64_t MpegFile::Shown() const {
-    return Bytes * MostRatio + TagBytes;
+    return Bytes_ * MostRatio + TagBytes;
 }
 
 std::int64_t MpegFile::Seek(std::int64_t Offset, int Whence) {
-    const std::int64_t From = Whence == SEEK_SET ? 0 : Whence == SEEK_CUR ? Place : Shown();
-    return Place = std::max<std::int64_t>(0, From + Offset);
+    const std::int64_t From = Whence == SEEK_SET ? 0 : Whence == SEEK_CUR ? Place_ : Shown();
+    return Place_ = std::max<std::int64_t>(0, From + Offset);
 }
 
 // The decoder looks for a tag at the end and takes a file where it cannot read for a stream.
 std::int64_t MpegFile::Read(void* Into, std::int64_t Wanted) {
     const std::int64_t Tag = Shown() - TagBytes;
     std::int64_t Got = 0;
-    if (Place >= Tag) {
-        Got = std::clamp<std::int64_t>(Shown() - Place, 0, Wanted);
+    if (Place_ >= Tag) {
+        Got = std::clamp<std::int64_t>(Shown() - Place_, 0, Wanted);
         std::memset(Into, 0, static_cast<std::size_t>(Got));
-    } else if (Place < Bytes) {
-        const auto Most = static_cast<std::size_t>(std::min(Wanted, Bytes - Place));
-        Got = std::max<std::int64_t>(0, pread(In.Get(), Into, Most, static_cast<off_t>(Place)));
+    } else if (Place_ < Bytes_) {
+        const auto Most = static_cast<std::size_t>(std::min(Wanted, Bytes_ - Place_));
+        Got = std::max<std::int64_t>(0, pread(In_.Get(), Into, Most, static_cast<off_t>(Place_)));
     }
-    Place += Got;
+    Place_ += Got;
     return Got;
 }
 

@@ -22,18 +22,18 @@ class MpegFile {
     SNDFILE* Open(SF_INFO& Info);
 
     /// Whether the last byte has been read: what the decoder complains of then is the end.
-    bool Spent() const { return Place >= Bytes; }
+    bool Spent() const { return Place_ >= Bytes_; }
 
   private:
-    MpegFile(Descriptor Opened, std::int64_t Length) : In(std::move(Opened)), Bytes(Length) {}
+    MpegFile(Descriptor Opened, std::int64_t Length) : In_(std::move(Opened)), Bytes_(Length) {}
 
     std::int64_t Shown() const;
     std::int64_t Seek(std::int64_t Offset, int Whence);
     std::int64_t Read(void* Into, std::int64_t Wanted);
 
-    Descriptor In;
-    std::int64_t Bytes;
-    std::int64_t Place = 0;
+    Descriptor In_;
+    std::int64_t Bytes_;
+    std::int64_t Place_ = 0;
 };
 
 }  // namespace Tolvar

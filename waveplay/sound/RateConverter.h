@@ -31,9 +31,9 @@ class RateConverter {
 
     std::size_t Step(const double* From, std::size_t Frames, const Output& Out, std::size_t& Made);
 
-    std::size_t Channels;
-    std::unique_ptr<soxr, Free> Resampler;  // null: equal rates
-    std::vector<double> Resampled;
+    std::size_t Channels_;
+    std::unique_ptr<soxr, Free> Resampler_;  // null: equal rates
+    std::vector<double> Resampled_;
 };
 
 }  // namespace Tolvar

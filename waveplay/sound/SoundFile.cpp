@@ -49,21 +49,21 @@ bool SeeksExactly(int Format) {
 
 }  // namespace
 
-SoundFile::SoundFile(const std::string& Path) : PathOf(Path), Sound(OpenSound(Path, Info)) {
+SoundFile::SoundFile(const std::string& Path) : Path_(Path), Sound_(OpenSound(Path, Info_)) {
     constexpr std::int64_t Unknown = SF_COUNT_MAX;
-    if (DropGuess() || Info.frames == Unknown) CountFrames();
+    if (DropGuess() || Info_.frames == Unknown) CountFrames();
 }
 
 // True when the length is now to be counted.
 bool SoundFile::DropGuess() {
-    if ((Info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
-    Mpeg = MpegFile::WithoutLength(PathOf);
-    if (!Mpeg) return false;
+    if ((Info_.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
+    Mpeg_ = MpegFile::WithoutLength(Path_);
+    if (!Mpeg_) return false;
     SF_INFO Found{};
-    SNDFILE* const Opened = Mpeg->Open(Found);
+    SNDFILE* const Opened = Mpeg_->Open(Found);
     if (Opened == nullptr) return false;
-    Sound.reset(Opened);
-    Info = Found;
+    Sound_.reset(Opened);
+    Info_ = Found;
     return true;
 }
 
@@ -75,41 +75,42 @@ bool SoundFile::BeyondSixteenBits() const {
         SF_FORMAT_ALAC_32,        SF_FORMAT_MPEG_LAYER_I, SF_FORMAT_MPEG_LAYER_II,
         SF_FORMAT_MPEG_LAYER_III,
     };
-    return std::find(Fine.begin(), Fine.end(), Info.format & SF_FORMAT_SUBMASK) != Fine.end();
+    return std::find(Fine.begin(), Fine.end(), Info_.format & SF_FORMAT_SUBMASK) != Fine.end();
 }
 
 int SoundFile::PlainWavBits() const {
-    const int Kind = Info.format & SF_FORMAT_TYPEMASK;
+    const int Kind = Info_.format & SF_FORMAT_TYPEMASK;
     if (Kind != SF_FORMAT_WAV && Kind != SF_FORMAT_WAVEX && Kind != SF_FORMAT_RF64) return 0;
-    const int Coding = Info.format & SF_FORMAT_SUBMASK;
+    const int Coding = Info_.format & SF_FORMAT_SUBMASK;
     if (Coding == SF_FORMAT_PCM_U8) return 8;
-    const bool Swapped = sf_command(Sound.get(), SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE;
+    const bool Swapped =
+        sf_command(Sound_.get(), SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE;
     return Coding == SF_FORMAT_PCM_16 && !Swapped ? 16 : 0;
 }
 
 std::size_t SoundFile::Read(std::span<double> Into) {
     const auto Wanted = static_cast<sf_count_t>(Into.size()) / Channels();
-    const sf_count_t Got = sf_readf_double(Sound.get(), Into.data(), Wanted);
-    const bool AtEnd = Mpeg && Mpeg->Spent();
-    if (Got < Wanted && !AtEnd && sf_error(Sound.get()) != SF_ERR_NO_ERROR) Fail("decode");
-    Next += Got;
+    const sf_count_t Got = sf_readf_double(Sound_.get(), Into.data(), Wanted);
+    const bool AtEnd = Mpeg_ && Mpeg_->Spent();
+    if (Got < Wanted && !AtEnd && sf_error(Sound_.get()) != SF_ERR_NO_ERROR) Fail("decode");
+    Next_ += Got;
     return static_cast<std::size_t>(Got);
 }
 
 void SoundFile::GoTo(std::int64_t Frame) {
-    const bool Exact = SeeksExactly(Info.format);
-    if (Exact || Frame < Next) {
+    const bool Exact = SeeksExactly(Info_.format);
+    if (Exact || Frame < Next_) {
         const std::int64_t Target = Exact ? Frame : 0;
-        if (Target != Next && sf_seek(Sound.get(), Target, SEEK_SET) != Target) Fail("seek in");
-        Next = Target;
+        if (Target != Next_ && sf_seek(Sound_.get(), Target, SEEK_SET) != Target) Fail("seek in");
+        Next_ = Target;
     }
-    ReadOver(Frame - Next);
+    ReadOver(Frame - Next_);
 }
 
 void SoundFile::CountFrames() {
-    Info.frames = 0;
+    Info_.frames = 0;
     ReadOver(SF_COUNT_MAX);
-    Info.frames = Next;
+    Info_.frames = Next_;
     GoTo(0);
 }
 
@@ -123,9 +124,9 @@ void SoundFile::ReadOver(std::int64_t Frames) {
 }
 
 void SoundFile::Fail(const std::string& What) {
-    throw RuntimeFailure(FailureKind::File, "cannot " + What + " " + PathOf + " behind frame " +
-                                                std::to_string(Next) + ": " +
-                                                sf_strerror(Sound.get()));
+    throw RuntimeFailure(FailureKind::File, "cannot " + What + " " + Path_ + " behind frame " +
+                                                std::to_string(Next_) + ": " +
+                                                sf_strerror(Sound_.get()));
 }
 
 }  // namespace Tolvar

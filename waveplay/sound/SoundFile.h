@@ -18,12 +18,12 @@ class SoundFile {
     /// Only regular files: a pipe or a device could keep the program waiting.
     explicit SoundFile(const std::string& Path);
 
-    const std::string& Path() const { return PathOf; }
-    int Channels() const { return Info.channels; }
-    int RateHz() const { return Info.samplerate; }
+    const std::string& Path() const { return Path_; }
+    int Channels() const { return Info_.channels; }
+    int RateHz() const { return Info_.samplerate; }
     /// As the header says; a file that was cut off can hold less. Counted, by decoding it, where
     /// the header does not say.
-    std::int64_t Frames() const { return Info.frames; }
+    std::int64_t Frames() const { return Info_.frames; }
     /// Whether the samples are finer than 16 bits.
     bool BeyondSixteenBits() const;
     /// The bits per sample (8 unsigned, or 16 with the low byte first) of a PCM WAV file whose
@@ -47,11 +47,11 @@ class SoundFile {
     void ReadOver(std::int64_t Frames);
     [[noreturn]] void Fail(const std::string& What);
 
-    std::string PathOf;
-    SF_INFO Info{};
-    std::unique_ptr<MpegFile> Mpeg;  // what Sound reads from; null: the file itself
-    std::unique_ptr<SNDFILE, Close> Sound;
-    std::int64_t Next = 0;  // the frame that is read next
+    std::string Path_;
+    SF_INFO Info_{};
+    std::unique_ptr<MpegFile> Mpeg_;  // what Sound reads from; null: the file itself
+    std::unique_ptr<SNDFILE, Close> Sound_;
+    std::int64_t Next_ = 0;  // the frame that is read next
 };
 
 }  // namespace Tolvar

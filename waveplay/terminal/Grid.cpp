@@ -39,29 +39,29 @@ int ColumnsOf(std::string_view Text, bool Unicode) {
 }
 
 Grid::Grid(int Width, int Height, bool UnicodeToo)
-    : Columns(Width),
-      Rows(Height),
-      HasUnicode(UnicodeToo),
-      Cells(static_cast<std::size_t>(Width) * static_cast<std::size_t>(Height)) {}
+    : Columns_(Width),
+      Rows_(Height),
+      HasUnicode_(UnicodeToo),
+      Cells_(static_cast<std::size_t>(Width) * static_cast<std::size_t>(Height)) {}
 
 bool Grid::Inside(int Column, int Row) const {
-    return Column >= 0 && Column < Columns && Row >= 0 && Row < Rows;
+    return Column >= 0 && Column < Columns_ && Row >= 0 && Row < Rows_;
 }
 
 const Cell& Grid::At(int Column, int Row) const {
-    return Cells[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns) +
-                 static_cast<std::size_t>(Column)];
+    return Cells_[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns_) +
+                  static_cast<std::size_t>(Column)];
 }
 
 void Grid::Put(int Column, int Row, const Cell& What) {
     if (!Inside(Column, Row)) return;
-    Cells[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns) +
-          static_cast<std::size_t>(Column)] = What;
+    Cells_[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns_) +
+           static_cast<std::size_t>(Column)] = What;
 }
 
 int Grid::Write(int Column, int Row, std::string_view Text, Style Look, int Room) {
-    Room = std::min(Room, Columns - Column);
-    const std::u32string Glyphs = Shown(Text, HasUnicode);
+    Room = std::min(Room, Columns_ - Column);
+    const std::u32string Glyphs = Shown(Text, HasUnicode_);
     const bool Cut = ColumnsIn(Glyphs) > Room;
     const int End = Column + Room - (Cut ? 1 : 0);
     for (const char32_t Each : Glyphs) {
@@ -71,13 +71,13 @@ int Grid::Write(int Column, int Row, std::string_view Text, Style Look, int Room
         if (Wide == 2) Put(Column + 1, Row, {0, Look, false});
         Column += Wide;
     }
-    if (Cut && Room > 0) Put(Column++, Row, {HasUnicode ? U'…' : U'~', Look, false});
+    if (Cut && Room > 0) Put(Column++, Row, {HasUnicode_ ? U'…' : U'~', Look, false});
     return Column;
 }
 
 std::string Grid::RowText(int Row) const {
     std::string Text;
-    for (int Column = 0; Column < Columns; ++Column) {
+    for (int Column = 0; Column < Columns_; ++Column) {
         const char32_t Glyph = At(Column, Row).Glyph;
         if (Glyph != 0) AppendUtf8(Text, Glyph);
     }

@@ -24,9 +24,9 @@ class Grid {
     /// Blank. Sizes of 0 or more.
     Grid(int Columns, int Rows, bool UnicodeToo);
 
-    int Width() const { return Columns; }
-    int Height() const { return Rows; }
-    bool Unicode() const { return HasUnicode; }
+    int Width() const { return Columns_; }
+    int Height() const { return Rows_; }
+    bool Unicode() const { return HasUnicode_; }
 
     const Cell& At(int Column, int Row) const;
     void Put(int Column, int Row, const Cell& What);
@@ -44,10 +44,10 @@ class Grid {
   private:
     bool Inside(int Column, int Row) const;
 
-    int Columns = 0;
-    int Rows = 0;
-    bool HasUnicode = true;
-    std::vector<Cell> Cells;
+    int Columns_ = 0;
+    int Rows_ = 0;
+    bool HasUnicode_ = true;
+    std::vector<Cell> Cells_;
 };
 
 /// Columns that Grid::Write takes for Text when there is room.

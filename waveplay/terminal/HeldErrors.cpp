@@ -14,21 +14,21 @@ namespace Tolvar {
 // Neither end waits: a program that nobody reads loses lines and goes on.
 HeldErrors::HeldErrors() {
     std::array<int, 2> Ends{};
-    Before = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!Before || pipe2(Ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return;
-    Reading = Descriptor(Ends[0]);
+    Before_ = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!Before_ || pipe2(Ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return;
+    Reading_ = Descriptor(Ends[0]);
     const Descriptor Writing(Ends[1]);
-    if (dup2(Writing.Get(), STDERR_FILENO) < 0) Reading = Descriptor();
+    if (dup2(Writing.Get(), STDERR_FILENO) < 0) Reading_ = Descriptor();
 }
 
 HeldErrors::~HeldErrors() {
-    if (!Reading) return;
-    dup2(Before.Get(), STDERR_FILENO);
+    if (!Reading_) return;
+    dup2(Before_.Get(), STDERR_FILENO);
     try {
         Take();
-        if (!Begun.empty()) Keep(OneLine(Begun));
-        if (Dropped > 0) std::fprintf(stderr, "(%zu lines dropped here)\n", Dropped);
-        for (const std::string& Line : Kept)
+        if (!Begun_.empty()) Keep(OneLine(Begun_));
+        if (Dropped_ > 0) std::fprintf(stderr, "(%zu lines dropped here)\n", Dropped_);
+        for (const std::string& Line : Kept_)
             std::fprintf(stderr, "%s\n", Line.c_str());
     } catch (...) {
         std::fputs("out of memory for what was to be said here\n", stderr);
@@ -38,20 +38,21 @@ HeldErrors::~HeldErrors() {
 std::vector<std::string> HeldErrors::Take() {
     std::vector<std::string> Lines;
     std::array<char, 4096> Bytes{};
-    for (ssize_t Count; (Count = ::read(Reading.Get(), Bytes.data(), Bytes.size())) > 0;)
-        Begun.append(Bytes.data(), static_cast<std::size_t>(Count));
-    for (std::size_t End; (End = Begun.find('\n')) != std::string::npos; Begun.erase(0, End + 1)) {
-        Lines.push_back(OneLine(std::string_view(Begun).substr(0, End)));
+    for (ssize_t Count; (Count = ::read(Reading_.Get(), Bytes.data(), Bytes.size())) > 0;)
+        Begun_.append(Bytes.data(), static_cast<std::size_t>(Count));
+    for (std::size_t End; (End = Begun_.find('\n')) != std::string::npos;
+         Begun_.erase(0, End + 1)) {
+        Lines.push_back(OneLine(std::string_view(Begun_).substr(0, End)));
         Keep(Lines.back());
     }
     return Lines;
 }
 
 void HeldErrors::Keep(const std::string& Line) {
-    Kept.push_back(Line);
-    if (Kept.size() <= MostKept) return;
-    Kept.pop_front();
-    ++Dropped;
+    Kept_.push_back(Line);
+    if (Kept_.size() <= MostKept) return;
+    Kept_.pop_front();
+    ++Dropped_;
 }
 
 }  // namespace Tolvar

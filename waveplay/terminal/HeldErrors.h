@@ -21,7 +21,7 @@ class HeldErrors {
     HeldErrors& operator=(const HeldErrors&) = delete;
 
     /// Readable when Take has something; -1 when nothing is held.
-    int Fd() const { return Reading.Get(); }
+    int Fd() const { return Reading_.Get(); }
 
     /// The whole lines that have come since the last call, control characters made visible.
     std::vector<std::string> Take();
@@ -31,11 +31,11 @@ class HeldErrors {
 
     static constexpr std::size_t MostKept = 200;
 
-    Descriptor Reading;
-    Descriptor Before;  // standard error as it was
-    std::string Begun;  // a line without its end
-    std::deque<std::string> Kept;
-    std::size_t Dropped = 0;
+    Descriptor Reading_;
+    Descriptor Before_;  // standard error as it was
+    std::string Begun_;  // a line without its end
+    std::deque<std::string> Kept_;
+    std::size_t Dropped_ = 0;
 };
 
 }  // namespace Tolvar

@@ -79,22 +79,22 @@ Taken TakeKey(std::string_view Bytes) {
 }  // namespace
 
 std::vector<Key> KeyDecoder::Feed(std::string_view Bytes) {
-    Held += Bytes;
+    Held_ += Bytes;
     std::vector<Key> Keys;
     std::size_t At = 0;
-    while (At < Held.size()) {
-        const Taken Next = TakeKey(std::string_view(Held).substr(At));
+    while (At < Held_.size()) {
+        const Taken Next = TakeKey(std::string_view(Held_).substr(At));
         if (Next.Bytes == 0) break;
         if (Next.Pressed) Keys.push_back(*Next.Pressed);
         At += Next.Bytes;
     }
-    Held.erase(0, At);
+    Held_.erase(0, At);
     return Keys;
 }
 
 std::vector<Key> KeyDecoder::Flush() {
-    const bool Alone = Held == "\x1b";
-    Held.clear();
+    const bool Alone = Held_ == "\x1b";
+    Held_.clear();
     if (Alone) return {Key{Key::Name::Escape, 0}};
     return {};
 }

@@ -24,13 +24,13 @@ class KeyDecoder {
 
     /// True while an escape character waits for what may follow it. When nothing has followed for
     /// a while, Flush.
-    bool Waiting() const { return !Held.empty() && Held.front() == '\x1b'; }
+    bool Waiting() const { return !Held_.empty() && Held_.front() == '\x1b'; }
 
     /// Nothing follows: an escape character alone was the key Escape.
     std::vector<Key> Flush();
 
   private:
-    std::string Held;  // the beginning of a key
+    std::string Held_;  // the beginning of a key
 };
 
 }  // namespace Tolvar

@@ -50,47 +50,47 @@ std::string_view Weighed(Style Look) {
 
 class Brush {
   public:
-    Brush(const Grid& Picture, Palette Wanted) : To(Picture), Colours(Wanted) {}
+    Brush(const Grid& Picture, Palette Wanted) : To_(Picture), Colours_(Wanted) {}
 
     void Paint(int Column, int Row) {
-        const Cell& What = To.At(Column, Row);
+        const Cell& What = To_.At(Column, Row);
         if (What.Glyph == 0) return;
-        if (Column != AtColumn || Row != AtRow) Move(Column, Row);
-        if (Fresh || What.Look != Last.Look || What.Inverse != Last.Inverse) Dip(What);
-        AppendUtf8(Bytes, What.Glyph);
-        AtColumn = Column + ColumnsOf(What.Glyph);
+        if (Column != AtColumn_ || Row != AtRow_) Move(Column, Row);
+        if (Fresh_ || What.Look != Last_.Look || What.Inverse != Last_.Inverse) Dip(What);
+        AppendUtf8(Bytes_, What.Glyph);
+        AtColumn_ = Column + ColumnsOf(What.Glyph);
     }
 
     std::string Done() {
-        if (!Bytes.empty()) Bytes += "\x1b[m";
-        return std::move(Bytes);
+        if (!Bytes_.empty()) Bytes_ += "\x1b[m";
+        return std::move(Bytes_);
     }
 
   private:
     void Move(int Column, int Row) {
-        Bytes += "\x1b[" + std::to_string(Row + 1) + ";" + std::to_string(Column + 1) + "H";
-        AtColumn = Column;
-        AtRow = Row;
+        Bytes_ += "\x1b[" + std::to_string(Row + 1) + ";" + std::to_string(Column + 1) + "H";
+        AtColumn_ = Column;
+        AtRow_ = Row;
     }
 
     void Dip(const Cell& What) {
-        Bytes += "\x1b[0";
-        const bool None = Colours == Palette::None;
-        const std::string_view Code = None ? Weighed(What.Look) : Coloured(What.Look, Colours);
-        if (!Code.empty()) Bytes.append(";").append(Code);
-        if (What.Inverse) Bytes += ";7";
-        Bytes += "m";
-        Last = What;
-        Fresh = false;
+        Bytes_ += "\x1b[0";
+        const bool None = Colours_ == Palette::None;
+        const std::string_view Code = None ? Weighed(What.Look) : Coloured(What.Look, Colours_);
+        if (!Code.empty()) Bytes_.append(";").append(Code);
+        if (What.Inverse) Bytes_ += ";7";
+        Bytes_ += "m";
+        Last_ = What;
+        Fresh_ = false;
     }
 
-    const Grid& To;
-    Palette Colours;
-    std::string Bytes;
-    Cell Last;
-    bool Fresh = true;
-    int AtColumn = -1;
-    int AtRow = -1;
+    const Grid& To_;
+    Palette Colours_;
+    std::string Bytes_;
+    Cell Last_;
+    bool Fresh_ = true;
+    int AtColumn_ = -1;
+    int AtRow_ = -1;
 };
 
 }  // namespace

@@ -24,57 +24,57 @@ Peak Joined(const Peak& A, const Peak& B) {
 }  // namespace
 
 Peaks::Peaks(std::int32_t WaveNos, std::int32_t FmtChannal, FrameReader Read)
-    : Frames(WaveNos),
-      Channels(FmtChannal),
-      ReadFrames(std::move(Read)),
-      Stretches(static_cast<std::size_t>(std::min<std::int64_t>(WaveNos, MostStretches))) {
-    const auto Count = static_cast<std::int64_t>(Stretches.size());
-    const std::int64_t Longest = (Frames + Count - 1) / Count;
-    Places = std::min(MostPlaces, (Longest + ProbeFrames - 1) / ProbeFrames);
+    : Frames_(WaveNos),
+      Channels_(FmtChannal),
+      ReadFrames_(std::move(Read)),
+      Stretches_(static_cast<std::size_t>(std::min<std::int64_t>(WaveNos, MostStretches))) {
+    const auto Count = static_cast<std::int64_t>(Stretches_.size());
+    const std::int64_t Longest = (Frames_ + Count - 1) / Count;
+    Places_ = std::min(MostPlaces, (Longest + ProbeFrames - 1) / ProbeFrames);
 }
 
 std::int64_t Peaks::StretchStart(std::int64_t Stretch) const {
-    return Frames * Stretch / static_cast<std::int64_t>(Stretches.size());
+    return Frames_ * Stretch / static_cast<std::int64_t>(Stretches_.size());
 }
 
 bool Peaks::Work(int Probes) {
-    if (!ReadFrames) return false;
+    if (!ReadFrames_) return false;
     try {
-        for (; Probes > 0 && Pass < Places; --Probes)
+        for (; Probes > 0 && Pass_ < Places_; --Probes)
             Probe();
     } catch (const std::exception& Cause) {
-        FailText = Cause.what();
-        ReadFrames = {};
+        FailText_ = Cause.what();
+        ReadFrames_ = {};
     }
-    return ReadFrames && Pass < Places;
+    return ReadFrames_ && Pass_ < Places_;
 }
 
 void Peaks::Probe() {
-    const auto Stretch = static_cast<std::int64_t>(Next);
+    const auto Stretch = static_cast<std::int64_t>(Next_);
     const std::int64_t First = StretchStart(Stretch);
     const std::int64_t Length = StretchStart(Stretch + 1) - First;
-    const std::int64_t Place = Spread(Pass, Places);
-    const std::int64_t From = First + Length * Place / Places;
-    const std::int64_t Room = First + Length * (Place + 1) / Places - From;
+    const std::int64_t Place = Spread(Pass_, Places_);
+    const std::int64_t From = First + Length * Place / Places_;
+    const std::int64_t Room = First + Length * (Place + 1) / Places_ - From;
     if (Room > 0) {
-        Samples.resize(static_cast<std::size_t>(std::min(Room, ProbeFrames) * Channels));
-        ReadFrames(static_cast<std::int32_t>(From), Samples);
-        const auto [Least, Greatest] = std::ranges::minmax(Samples);
-        Stretches[Next] = Joined(Stretches[Next], {Least, Greatest});
+        Samples_.resize(static_cast<std::size_t>(std::min(Room, ProbeFrames) * Channels_));
+        ReadFrames_(static_cast<std::int32_t>(From), Samples_);
+        const auto [Least, Greatest] = std::ranges::minmax(Samples_);
+        Stretches_[Next_] = Joined(Stretches_[Next_], {Least, Greatest});
     }
-    if (++Next == Stretches.size()) {
-        Next = 0;
-        ++Pass;
+    if (++Next_ == Stretches_.size()) {
+        Next_ = 0;
+        ++Pass_;
     }
 }
 
 Peak Peaks::Column(int Column, int Columns) const {
-    const auto Count = static_cast<std::int64_t>(Stretches.size());
+    const auto Count = static_cast<std::int64_t>(Stretches_.size());
     const std::int64_t First = Count * Column / Columns;
     const std::int64_t Last = std::max(First + 1, Count * (Column + 1) / Columns);
     Peak Found;
     for (std::int64_t I = First; I < Last; ++I)
-        Found = Joined(Found, Stretches[static_cast<std::size_t>(I)]);
+        Found = Joined(Found, Stretches_[static_cast<std::size_t>(I)]);
     return Found;
 }
 

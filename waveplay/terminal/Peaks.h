@@ -31,8 +31,8 @@ class Peaks {
     bool Work(int Probes);
 
     /// True once every stretch has been probed: what Column tells is then roughly right.
-    bool Complete() const { return Pass > 0; }
-    const std::string& Failure() const { return FailText; }
+    bool Complete() const { return Pass_ > 0; }
+    const std::string& Failure() const { return FailText_; }
 
     /// The peaks of column Column of Columns over the whole wave. Zeros where nothing is known.
     Peak Column(int Column, int Columns) const;
@@ -41,15 +41,15 @@ class Peaks {
     void Probe();
     std::int64_t StretchStart(std::int64_t Stretch) const;
 
-    std::int64_t Frames;
-    std::int32_t Channels;
-    FrameReader ReadFrames;
-    std::vector<Peak> Stretches;
-    std::vector<std::int16_t> Samples;
-    std::int64_t Places;    // probes in a stretch
-    std::int64_t Pass = 0;  // probes that every stretch has had
-    std::size_t Next = 0;   // stretch to probe
-    std::string FailText;
+    std::int64_t Frames_;
+    std::int32_t Channels_;
+    FrameReader ReadFrames_;
+    std::vector<Peak> Stretches_;
+    std::vector<std::int16_t> Samples_;
+    std::int64_t Places_;    // probes in a stretch
+    std::int64_t Pass_ = 0;  // probes that every stretch has had
+    std::size_t Next_ = 0;   // stretch to probe
+    std::string FailText_;
 };
 
 }  // namespace Tolvar

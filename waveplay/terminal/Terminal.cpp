@@ -19,8 +19,8 @@ constexpr int PatienceMs = 200;
 
 }  // namespace
 
-Terminal::Terminal(const std::string& Path) : Line(OpenDescriptor(Path, O_RDWR | O_NONBLOCK)) {
-    if (!Line || tcgetattr(Line.Get(), &Before) != 0) {
+Terminal::Terminal(const std::string& Path) : Line_(OpenDescriptor(Path, O_RDWR | O_NONBLOCK)) {
+    if (!Line_ || tcgetattr(Line_.Get(), &Before_) != 0) {
         throw ErrnoFailure("cannot use the terminal " + Path, errno, FailureKind::Device);
     }
 }
@@ -30,46 +30,46 @@ Terminal::~Terminal() {
 }
 
 void Terminal::Enter() {
-    if (!Entered && tcgetattr(Line.Get(), &Before) != 0) {
+    if (!Entered_ && tcgetattr(Line_.Get(), &Before_) != 0) {
         throw ErrnoFailure("cannot read the terminal's settings", errno, FailureKind::Device);
     }
-    termios Raw = Before;
+    termios Raw = Before_;
     Raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
     Raw.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IXON);
     Raw.c_cc[VMIN] = 0;
     Raw.c_cc[VTIME] = 0;
-    if (tcsetattr(Line.Get(), TCSANOW, &Raw) != 0) {
+    if (tcsetattr(Line_.Get(), TCSANOW, &Raw) != 0) {
         throw ErrnoFailure("cannot change the terminal's settings", errno, FailureKind::Device);
     }
-    Entered = true;
+    Entered_ = true;
     Write(TakeScreen);
 }
 
 void Terminal::Leave() noexcept {
-    if (!Entered) return;
-    Entered = false;
-    if (Gone || !InForeground()) return;  // it is the shell's again
+    if (!Entered_) return;
+    Entered_ = false;
+    if (Gone_ || !InForeground()) return;  // it is the shell's again
     try {
-        Waiting += GiveScreenBack;
-        pollfd Ready{Line.Get(), POLLOUT, 0};
+        Waiting_ += GiveScreenBack;
+        pollfd Ready{Line_.Get(), POLLOUT, 0};
         while (!Flush() && poll(&Ready, 1, PatienceMs) > 0) {
         }
     } catch (...) {
         // Without memory for the farewell the settings still go back.
     }
-    Waiting.clear();
-    tcsetattr(Line.Get(), TCSANOW, &Before);
+    Waiting_.clear();
+    tcsetattr(Line_.Get(), TCSANOW, &Before_);
 }
 
 // A program in the background would be stopped for changing the terminal's settings.
 bool Terminal::InForeground() const {
-    const pid_t Owner = tcgetpgrp(Line.Get());
+    const pid_t Owner = tcgetpgrp(Line_.Get());
     return Owner < 0 || Owner == getpgrp();
 }
 
 TerminalSize Terminal::Size() const {
     winsize Now{};
-    if (ioctl(Line.Get(), TIOCGWINSZ, &Now) != 0 || Now.ws_col == 0 || Now.ws_row == 0) return {};
+    if (ioctl(Line_.Get(), TIOCGWINSZ, &Now) != 0 || Now.ws_col == 0 || Now.ws_row == 0) return {};
     return {Now.ws_col, Now.ws_row};
 }
 
@@ -77,35 +77,35 @@ std::string Terminal::Read() {
     std::array<char, 256> Bytes{};
     std::string Typed;
     for (;;) {
-        const ssize_t Count = ::read(Line.Get(), Bytes.data(), Bytes.size());
+        const ssize_t Count = ::read(Line_.Get(), Bytes.data(), Bytes.size());
         if (Count < 0 && errno == EINTR) continue;
-        if (Count < 0 && errno != EAGAIN) Gone = true;
+        if (Count < 0 && errno != EAGAIN) Gone_ = true;
         if (Count <= 0) break;
         Typed.append(Bytes.data(), static_cast<std::size_t>(Count));
     }
     // With no least count of bytes a terminal without keys also reads as empty: ask it.
-    pollfd State{Line.Get(), POLLIN, 0};
-    if (poll(&State, 1, 0) > 0 && (State.revents & (POLLHUP | POLLERR)) != 0) Gone = true;
+    pollfd State{Line_.Get(), POLLIN, 0};
+    if (poll(&State, 1, 0) > 0 && (State.revents & (POLLHUP | POLLERR)) != 0) Gone_ = true;
     return Typed;
 }
 
 void Terminal::Write(std::string_view Bytes) {
-    Waiting += Bytes;
+    Waiting_ += Bytes;
     Flush();
 }
 
 bool Terminal::Flush() {
-    while (!Waiting.empty()) {
-        const ssize_t Count = ::write(Line.Get(), Waiting.data(), Waiting.size());
+    while (!Waiting_.empty()) {
+        const ssize_t Count = ::write(Line_.Get(), Waiting_.data(), Waiting_.size());
         if (Count < 0 && errno == EINTR) continue;
         if (Count < 0 && errno != EAGAIN) {
-            Gone = true;
-            Waiting.clear();
+            Gone_ = true;
+            Waiting_.clear();
         }
         if (Count <= 0) break;
-        Waiting.erase(0, static_cast<std::size_t>(Count));
+        Waiting_.erase(0, static_cast<std::size_t>(Count));
     }
-    return Waiting.empty();
+    return Waiting_.empty();
 }
 
 }  // namespace Tolvar

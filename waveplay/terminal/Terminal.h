@@ -36,13 +36,13 @@ class Terminal {
     void Leave() noexcept;
 
     /// For watching; readable when keys wait.
-    int Fd() const { return Line.Get(); }
+    int Fd() const { return Line_.Get(); }
     TerminalSize Size() const;
 
     /// The bytes typed so far, without waiting.
     std::string Read();
     /// True once the terminal is gone.
-    bool HungUp() const { return Gone; }
+    bool HungUp() const { return Gone_; }
 
     /// Sends Bytes, as far as the terminal takes them now; the rest is kept for Flush.
     void Write(std::string_view Bytes);
@@ -52,11 +52,11 @@ class Terminal {
   private:
     bool InForeground() const;
 
-    Descriptor Line;
-    std::string Waiting;
-    termios Before{};
-    bool Entered = false;
-    bool Gone = false;
+    Descriptor Line_;
+    std::string Waiting_;
+    termios Before_{};
+    bool Entered_ = false;
+    bool Gone_ = false;
 };
 
 }  // namespace Tolvar

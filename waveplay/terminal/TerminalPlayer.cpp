@@ -32,26 +32,26 @@ bool TerminalPlayer::Usable() {
            static_cast<bool>(OpenDescriptor("/dev/tty", O_RDWR));
 }
 
-TerminalPlayer::TerminalPlayer(PlayerPort& ThePlayer, Apartment& HomeOf, TerminalFacts FactsOf,
+TerminalPlayer::TerminalPlayer(PlayerPort& Player, Apartment& HomeOf, TerminalFacts FactsOf,
                                TerminalLook LookOf)
-    : Home(HomeOf),
-      Port(ThePlayer),
-      Facts(std::move(FactsOf)),
-      Look(LookOf),
-      Player(ThePlayer, Facts.Wave),
-      Overview(Facts.Wave.WaveNos, Facts.FmtChannal, Facts.Read),
-      Line(Facts.TtyPath),
-      Signals(HomeOf, [this](int Signal) { OnSignal(Signal); }),
-      LastFrameNs(HomeOf.Time().NowNs() - LeastFrameNs) {
-    Player.Listen([this](PlayerControl::Change) { WantFrameSoon(); });
-    Port.OnMsgBoxOb(
-        [this](std::string_view Msg, std::string_view Ttl) { Player.Report(Msg, Ttl); });
+    : Home_(HomeOf),
+      Port_(Player),
+      Facts_(std::move(FactsOf)),
+      Look_(LookOf),
+      Player_(Player, Facts_.Wave),
+      Overview_(Facts_.Wave.WaveNos, Facts_.FmtChannal, Facts_.Read),
+      Line_(Facts_.TtyPath),
+      Signals_(HomeOf, [this](int Signal) { OnSignal(Signal); }),
+      LastFrameNs_(HomeOf.Time().NowNs() - LeastFrameNs) {
+    Player_.Listen([this](PlayerControl::Change) { WantFrameSoon(); });
+    Port_.OnMsgBoxOb(
+        [this](std::string_view Msg, std::string_view Ttl) { Player_.Report(Msg, Ttl); });
 }
 
 TerminalPlayer::~TerminalPlayer() {
     Close();
     try {
-        Port.OnMsgBoxOb({});
+        Port_.OnMsgBoxOb({});
     } catch (const RuntimeFailure&) {
         // A player that is gone reports nothing more.
     }
@@ -63,69 +63,69 @@ TerminalEnd TerminalPlayer::Run() {
         ~Guard() { Of.Close(); }
     } const Leaving{*this};
     Open();
-    Home.RunUntil(Forever, [this] { return Over(); });
+    Home_.RunUntil(Forever, [this] { return Over(); });
     Close();
-    if (!Lost.empty()) throw RuntimeFailure(FailureKind::Device, Lost);
-    return End.value_or(TerminalEnd::Interrupted);
+    if (!Lost_.empty()) throw RuntimeFailure(FailureKind::Device, Lost_);
+    return End_.value_or(TerminalEnd::Interrupted);
 }
 
 void TerminalPlayer::Open() {
-    End.reset();
-    Line.Enter();
-    Showing = true;
-    Home.Watch({Line.Fd()}, [this] { OnKeys(); });
+    End_.reset();
+    Line_.Enter();
+    Showing_ = true;
+    Home_.Watch({Line_.Fd()}, [this] { OnKeys(); });
     WantFrameSoon();
     RefineOverview();
 }
 
 void TerminalPlayer::Close() noexcept {
-    if (!std::exchange(Showing, false)) return;
-    Home.Unwatch({Line.Fd()});
-    Home.Disarm(Frame);
-    Home.Disarm(LoneEscape);
-    Home.Disarm(Refining);
-    Line.Leave();
-    OnScreen = {};
+    if (!std::exchange(Showing_, false)) return;
+    Home_.Unwatch({Line_.Fd()});
+    Home_.Disarm(Frame_);
+    Home_.Disarm(LoneEscape_);
+    Home_.Disarm(Refining_);
+    Line_.Leave();
+    OnScreen_ = {};
 }
 
 bool TerminalPlayer::Over() {
-    if (Player.State() == Transport::Ended && !Facts.StayAtEnd && !End) {
-        End = TerminalEnd::PlayedOut;
+    if (Player_.State() == Transport::Ended && !Facts_.StayAtEnd && !End_) {
+        End_ = TerminalEnd::PlayedOut;
     }
-    if (!End && (Line.HungUp() || Facts.Interrupted())) End = TerminalEnd::Interrupted;
-    return End || !Lost.empty();
+    if (!End_ && (Line_.HungUp() || Facts_.Interrupted())) End_ = TerminalEnd::Interrupted;
+    return End_ || !Lost_.empty();
 }
 
 // Keys.
 
 void TerminalPlayer::OnKeys() {
-    Home.Disarm(LoneEscape);
-    for (const Key& Each : Decoder.Feed(Line.Read()))
+    Home_.Disarm(LoneEscape_);
+    for (const Key& Each : Decoder_.Feed(Line_.Read()))
         Take(Each);
-    if (!Decoder.Waiting()) return;
-    LoneEscape = Home.Arm(Home.Time().NowNs() + EscapeNs, [this] {
-        for (const Key& Each : Decoder.Flush())
+    if (!Decoder_.Waiting()) return;
+    LoneEscape_ = Home_.Arm(Home_.Time().NowNs() + EscapeNs, [this] {
+        for (const Key& Each : Decoder_.Flush())
             Take(Each);
     });
 }
 
 void TerminalPlayer::Take(const Key& Pressed) {
-    if (!Player.Note().Text.empty()) Player.Say("");
-    const bool WasShown = std::exchange(HelpShown, false);
+    if (!Player_.Note().Text.empty()) Player_.Say("");
+    const bool WasShown = std::exchange(HelpShown_, false);
     if (WasShown) WantFrameSoon();
     const bool Closes = WasShown && Pressed != Key{Key::Name::Character, U'q'};
-    switch (Closes ? KeyOutcome::Done : Press(Pressed, Player)) {
+    switch (Closes ? KeyOutcome::Done : Press(Pressed, Player_)) {
         case KeyOutcome::Done:
             break;
         case KeyOutcome::Quit:
-            End = TerminalEnd::Quit;
+            End_ = TerminalEnd::Quit;
             break;
         case KeyOutcome::Help:
-            HelpShown = true;
+            HelpShown_ = true;
             WantFrameSoon();
             break;
         case KeyOutcome::Redraw:
-            OnScreen = {};
+            OnScreen_ = {};
             WantFrameSoon();
             break;
     }
@@ -134,98 +134,98 @@ void TerminalPlayer::Take(const Key& Pressed) {
 // Signals.
 
 void TerminalPlayer::OnSignal(int Signal) {
-    if (Signal == SIGHUP || Signal == SIGQUIT) End = TerminalEnd::Interrupted;
-    if (!Showing) return;
+    if (Signal == SIGHUP || Signal == SIGQUIT) End_ = TerminalEnd::Interrupted;
+    if (!Showing_) return;
     if (Signal == SIGTSTP) Suspend();
     if (Signal == SIGCONT) {
-        Line.Enter();
-        OnScreen = {};
+        Line_.Enter();
+        OnScreen_ = {};
     }
     WantFrameSoon();
 }
 
 // The sound waits with the program: a program that is stopped cannot fill the device.
 void TerminalPlayer::Suspend() {
-    const bool Sounding = Player.State() == Transport::Playing;
-    if (Sounding) Player.Pause();
-    Line.Leave();
+    const bool Sounding = Player_.State() == Transport::Playing;
+    if (Sounding) Player_.Pause();
+    Line_.Leave();
     TerminalSignals::StopHere();
-    Line.Enter();
-    OnScreen = {};
-    if (Sounding) Player.Play();
+    Line_.Enter();
+    OnScreen_ = {};
+    if (Sounding) Player_.Play();
 }
 
 // The picture.
 
 void TerminalPlayer::WantFrameSoon() {
-    WantFrame(std::max(Home.Time().NowNs(), LastFrameNs + LeastFrameNs));
+    WantFrame(std::max(Home_.Time().NowNs(), LastFrameNs_ + LeastFrameNs));
 }
 
 void TerminalPlayer::WantFrame(std::int64_t AtNs) {
-    if (!Showing || (Frame.Order != 0 && Frame.DueNs <= AtNs)) return;
-    Home.Disarm(Frame);
-    Frame = Home.Arm(AtNs, [this] {
-        Frame = {};
+    if (!Showing_ || (Frame_.Order != 0 && Frame_.DueNs <= AtNs)) return;
+    Home_.Disarm(Frame_);
+    Frame_ = Home_.Arm(AtNs, [this] {
+        Frame_ = {};
         DrawFrame();
     });
 }
 
 void TerminalPlayer::DrawFrame() {
-    LastFrameNs = Home.Time().NowNs();
+    LastFrameNs_ = Home_.Time().NowNs();
     try {
-        Player.Refresh();
+        Player_.Refresh();
     } catch (const RuntimeFailure& Gone) {
-        Lost = Gone.what();
+        Lost_ = Gone.what();
         return;
     }
-    if (!Line.Flush()) {
+    if (!Line_.Flush()) {
         WantFrameSoon();  // a slow terminal skips pictures, it holds nothing up
         return;
     }
     const Grid Next = Screen(Shown());
-    Line.Write(Painted(OnScreen, Next, Look.Colours));
-    OnScreen = Next;
-    if (Player.State() == Transport::Playing) WantFrame(LastFrameNs + FrameInterval());
+    Line_.Write(Painted(OnScreen_, Next, Look_.Colours));
+    OnScreen_ = Next;
+    if (Player_.State() == Transport::Playing) WantFrame(LastFrameNs_ + FrameInterval());
 }
 
 // The next moment at which the cursor or the tenths can have moved.
 std::int64_t TerminalPlayer::FrameInterval() const {
-    const double Hz = Player.Wave().FmtFriq * Player.Rate();
-    const double ColumnNs = static_cast<double>(NsPerSecond) * Player.Wave().WaveNos / Hz /
-                            std::max(1, OnScreen.Width());
+    const double Hz = Player_.Wave().FmtFriq * Player_.Rate();
+    const double ColumnNs = static_cast<double>(NsPerSecond) * Player_.Wave().WaveNos / Hz /
+                            std::max(1, OnScreen_.Width());
     const double Most = static_cast<double>(MostFrameNs);
     return std::max(LeastFrameNs, static_cast<std::int64_t>(std::min(ColumnNs, Most)));
 }
 
 View TerminalPlayer::Shown() const {
-    const TerminalSize Size = Line.Size();
+    const TerminalSize Size = Line_.Size();
     View Now;
     Now.Width = Size.Columns;
     Now.Height = Size.Rows;
-    Now.Unicode = Look.Unicode;
-    Now.Name = Facts.Name;
-    Now.Engine = Facts.Engine;
-    Now.Device = Facts.Device;
-    Now.Format = Facts.Format;
-    Now.Wave = Player.Wave();
-    Now.State = Player.State();
-    Now.Here = Player.Here();
-    Now.LastReport = Player.LastReport();
-    Now.Note = Player.Note();
-    Now.Help = HelpShown;
-    Now.Overview = &Overview;
+    Now.Unicode = Look_.Unicode;
+    Now.Name = Facts_.Name;
+    Now.Engine = Facts_.Engine;
+    Now.Device = Facts_.Device;
+    Now.Format = Facts_.Format;
+    Now.Wave = Player_.Wave();
+    Now.State = Player_.State();
+    Now.Here = Player_.Here();
+    Now.LastReport = Player_.LastReport();
+    Now.Note = Player_.Note();
+    Now.Help = HelpShown_;
+    Now.Overview = &Overview_;
     return Now;
 }
 
 void TerminalPlayer::RefineOverview() {
-    const std::int64_t UntilNs = Home.Time().NowNs() + RefineForNs;
+    const std::int64_t UntilNs = Home_.Time().NowNs() + RefineForNs;
     bool More = true;
-    while (More && Home.Time().NowNs() < UntilNs)
-        More = Overview.Work(ProbesAtOnce);
-    if (!Overview.Failure().empty()) Player.Say("no overview: " + Overview.Failure(), true);
+    while (More && Home_.Time().NowNs() < UntilNs)
+        More = Overview_.Work(ProbesAtOnce);
+    if (!Overview_.Failure().empty()) Player_.Say("no overview: " + Overview_.Failure(), true);
     WantFrameSoon();
     if (More) {
-        Refining = Home.Arm(Home.Time().NowNs() + RefineEveryNs, [this] { RefineOverview(); });
+        Refining_ = Home_.Arm(Home_.Time().NowNs() + RefineEveryNs, [this] { RefineOverview(); });
     }
 }
 

@@ -49,13 +49,13 @@ class TerminalPlayer {
     TerminalPlayer(const TerminalPlayer&) = delete;
     TerminalPlayer& operator=(const TerminalPlayer&) = delete;
 
-    PlayerControl& Control() { return Player; }
+    PlayerControl& Control() { return Player_; }
 
     /// Shows Text in the message line: whatever would be written to standard error.
-    void Say(std::string Text, bool IsFailure) { Player.Say(std::move(Text), IsFailure); }
+    void Say(std::string Text, bool IsFailure) { Player_.Say(std::move(Text), IsFailure); }
 
     /// As if the listener did.
-    void Quit() { End = TerminalEnd::Quit; }
+    void Quit() { End_ = TerminalEnd::Quit; }
 
     /// Until the wave has been played out, the listener quits or the program is interrupted. The
     /// play is as the listener left it, the terminal as it was, also on a failure: RuntimeFailure
@@ -77,24 +77,24 @@ class TerminalPlayer {
     View Shown() const;
     void RefineOverview();
 
-    Apartment& Home;
-    PlayerPort& Port;
-    TerminalFacts Facts;
-    TerminalLook Look;
-    PlayerControl Player;
-    Peaks Overview;
-    Terminal Line;
-    TerminalSignals Signals;
-    KeyDecoder Decoder;
-    Grid OnScreen;
-    bool Showing = false;
-    bool HelpShown = false;
-    std::optional<TerminalEnd> End;
-    std::string Lost;  // why the player is gone
-    std::int64_t LastFrameNs;
-    Apartment::AlarmId Frame;
-    Apartment::AlarmId LoneEscape;
-    Apartment::AlarmId Refining;
+    Apartment& Home_;
+    PlayerPort& Port_;
+    TerminalFacts Facts_;
+    TerminalLook Look_;
+    PlayerControl Player_;
+    Peaks Overview_;
+    Terminal Line_;
+    TerminalSignals Signals_;
+    KeyDecoder Decoder_;
+    Grid OnScreen_;
+    bool Showing_ = false;
+    bool HelpShown_ = false;
+    std::optional<TerminalEnd> End_;
+    std::string Lost_;  // why the player is gone
+    std::int64_t LastFrameNs_;
+    Apartment::AlarmId Frame_;
+    Apartment::AlarmId LoneEscape_;
+    Apartment::AlarmId Refining_;
 };
 
 }  // namespace Tolvar

@@ -20,23 +20,23 @@ sigset_t SetOf(std::initializer_list<int> Signals) {
 }  // namespace
 
 TerminalSignals::TerminalSignals(Apartment& Waking, std::function<void(int Signal)> OnSignal)
-    : Home(Waking), Handler(std::move(OnSignal)) {
+    : Home_(Waking), Handler_(std::move(OnSignal)) {
     const sigset_t Set = SetOf({SIGWINCH, SIGTSTP, SIGCONT, SIGHUP, SIGQUIT});
-    Queue = Descriptor(signalfd(-1, &Set, SFD_NONBLOCK | SFD_CLOEXEC));
-    if (!Queue) throw ErrnoFailure("cannot watch for signals", errno, FailureKind::Device);
-    pthread_sigmask(SIG_BLOCK, &Set, &Before);
-    Home.Watch({Queue.Get()}, [this] { Deliver(); });
+    Queue_ = Descriptor(signalfd(-1, &Set, SFD_NONBLOCK | SFD_CLOEXEC));
+    if (!Queue_) throw ErrnoFailure("cannot watch for signals", errno, FailureKind::Device);
+    pthread_sigmask(SIG_BLOCK, &Set, &Before_);
+    Home_.Watch({Queue_.Get()}, [this] { Deliver(); });
 }
 
 TerminalSignals::~TerminalSignals() {
-    Home.Unwatch({Queue.Get()});
-    pthread_sigmask(SIG_SETMASK, &Before, nullptr);
+    Home_.Unwatch({Queue_.Get()});
+    pthread_sigmask(SIG_SETMASK, &Before_, nullptr);
 }
 
 void TerminalSignals::Deliver() {
     signalfd_siginfo Signal{};
-    while (::read(Queue.Get(), &Signal, sizeof Signal) == static_cast<ssize_t>(sizeof Signal))
-        Handler(static_cast<int>(Signal.ssi_signo));
+    while (::read(Queue_.Get(), &Signal, sizeof Signal) == static_cast<ssize_t>(sizeof Signal))
+        Handler_(static_cast<int>(Signal.ssi_signo));
 }
 
 void TerminalSignals::StopHere() {

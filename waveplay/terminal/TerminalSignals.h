@@ -27,10 +27,10 @@ class TerminalSignals {
   private:
     void Deliver();
 
-    Apartment& Home;
-    std::function<void(int Signal)> Handler;
-    sigset_t Before{};
-    Descriptor Queue;
+    Apartment& Home_;
+    std::function<void(int Signal)> Handler_;
+    sigset_t Before_{};
+    Descriptor Queue_;
 };
 
 }  // namespace Tolvar

@@ -24,22 +24,22 @@ void AppendName(std::vector<std::int32_t>& List, const std::string& Name) {
 
 void BlockListBuilder::Append(const BlockEntry& Entry) {
     const std::int32_t StartPos =
-        Entry.StartPos ? *Entry.StartPos : Checked<std::int32_t>(NextStartPos);
-    const std::int32_t Count = CheckedAdd(List.empty() ? 0 : List.front(), 1);
+        Entry.StartPos ? *Entry.StartPos : Checked<std::int32_t>(NextStartPos_);
+    const std::int32_t Count = CheckedAdd(List_.empty() ? 0 : List_.front(), 1);
 
-    if (List.empty()) List.push_back(0);
-    List.front() = Count;
-    AppendName(List, Entry.Name);
+    if (List_.empty()) List_.push_back(0);
+    List_.front() = Count;
+    AppendName(List_, Entry.Name);
     for (const std::int32_t Value :
          {Entry.Len, Entry.Code, StartPos, Entry.FilePos, Entry.Channels, Entry.Bits}) {
-        List.push_back(Value);
+        List_.push_back(Value);
     }
-    NextStartPos = std::int64_t{StartPos} + Entry.Len;
+    NextStartPos_ = std::int64_t{StartPos} + Entry.Len;
 }
 
 void BlockListBuilder::Assign(std::vector<std::int32_t> Whole) {
-    List = std::move(Whole);
-    NextStartPos = 1;
+    List_ = std::move(Whole);
+    NextStartPos_ = 1;
 }
 
 }  // namespace Tolvar

@@ -33,11 +33,11 @@ class BlockListBuilder {
     /// No entry: the list says 0 blocks.
     void Clear() { Assign({0}); }
 
-    const std::vector<std::int32_t>& Values() const { return List; }
+    const std::vector<std::int32_t>& Values() const { return List_; }
 
   private:
-    std::vector<std::int32_t> List = {0};
-    std::int64_t NextStartPos = 1;
+    std::vector<std::int32_t> List_ = {0};
+    std::int64_t NextStartPos_ = 1;
 };
 
 }  // namespace Tolvar

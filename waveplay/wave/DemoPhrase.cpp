@@ -71,13 +71,13 @@ BlockEntry WorkFile(const std::string& Path) {
 }  // namespace
 
 DemoPhrase::DemoPhrase() {
-    Whole.FmtFriq = Rate;
-    Whole.WaveNos = PhraseFrames;
-    Whole.Decoded = std::make_shared<WorkFolder>();
+    Whole_.FmtFriq = Rate;
+    Whole_.WaveNos = PhraseFrames;
+    Whole_.Decoded = std::make_shared<WorkFolder>();
     for (const bool Right : {false, true}) {
-        const std::string Path = Whole.Decoded->NextFile();
+        const std::string Path = Whole_.Decoded->NextFile();
         WriteChannel(Path, Right);
-        (Right ? Whole.Right : Whole.Left).Append(WorkFile(Path));
+        (Right ? Whole_.Right : Whole_.Left).Append(WorkFile(Path));
     }
 }
 

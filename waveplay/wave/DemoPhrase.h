@@ -10,10 +10,10 @@ class DemoPhrase {
     /// RuntimeFailure(File) when the files cannot be written; nothing is left behind then.
     DemoPhrase();
 
-    const Wave& Phrase() const { return Whole; }
+    const Wave& Phrase() const { return Whole_; }
 
   private:
-    Wave Whole;
+    Wave Whole_;
 };
 
 }  // namespace Tolvar

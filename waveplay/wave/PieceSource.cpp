@@ -48,23 +48,24 @@ EntryPair EntriesInPlace(const WavSource& File, FrameRange Frames, const std::st
     return {std::move(Left), std::move(Right)};
 }
 
-PieceSource::PieceSource(const std::string& ThePath) : Path(ThePath) {
-    const SoundFile Sound(Path);
-    Rate = Sound.RateHz();
-    Width = Sound.Channels();
-    FrameCount = Sound.Frames();
+PieceSource::PieceSource(const std::string& Path) : Path_(Path) {
+    const SoundFile Sound(Path_);
+    Rate_ = Sound.RateHz();
+    Width_ = Sound.Channels();
+    FrameCount_ = Sound.Frames();
     const auto Placed = PlaceInFile(Sound);
     if (const auto* File = std::get_if<WavSource>(&Placed)) {
-        InFile = *File;
-        FrameCount = File->Frames;
+        InFile_ = *File;
+        FrameCount_ = File->Frames;
     }
 }
 
 FrameRange PieceSource::FramesOf(const PieceName& Piece) const {
-    const double From = std::nearbyint(Piece.From * Rate);
-    const double To = Piece.To ? std::nearbyint(*Piece.To * Rate) : static_cast<double>(FrameCount);
-    if (std::max(From, To) > static_cast<double>(FrameCount)) {
-        const double Seconds = static_cast<double>(FrameCount) / Rate;
+    const double From = std::nearbyint(Piece.From * Rate_);
+    const double To =
+        Piece.To ? std::nearbyint(*Piece.To * Rate_) : static_cast<double>(FrameCount_);
+    if (std::max(From, To) > static_cast<double>(FrameCount_)) {
+        const double Seconds = static_cast<double>(FrameCount_) / Rate_;
         throw RuntimeFailure(
             FailureKind::Input,
             Piece.Text + ": the cut reaches behind the file's " + std::to_string(Seconds) + " s");
@@ -73,35 +74,35 @@ FrameRange PieceSource::FramesOf(const PieceName& Piece) const {
 }
 
 bool PieceSource::PlaysInPlace(FrameRange Frames, StreamFormat Wave, std::int32_t WaveBits) const {
-    if (!InFile || Rate != Wave.RateHz || InFile->Bits != WaveBits) return false;
-    if (Width != 1 && Width != Wave.Channels) return false;
-    const std::int64_t LastPos = InFile->DataPos + Frames.From * FrameBytes(*InFile) + 1;
+    if (!InFile_ || Rate_ != Wave.RateHz || InFile_->Bits != WaveBits) return false;
+    if (Width_ != 1 && Width_ != Wave.Channels) return false;
+    const std::int64_t LastPos = InFile_->DataPos + Frames.From * FrameBytes(*InFile_) + 1;
     return LastPos <= LastInt32;
 }
 
 void PieceSource::DecodeWanted(StreamFormat Wave, WorkFolder& Folder) {
-    if (Wanted.empty()) return;
-    SoundFile Sound(Path);
-    for (const FrameRange& Each : United(std::move(Wanted)))
-        Stretches.push_back({Each, Decode(Sound, Each, Wave, Folder)});
-    Wanted.clear();
+    if (Wanted_.empty()) return;
+    SoundFile Sound(Path_);
+    for (const FrameRange& Each : United(std::move(Wanted_)))
+        Stretches_.push_back({Each, Decode(Sound, Each, Wave, Folder)});
+    Wanted_.clear();
 }
 
 EntryPair PieceSource::DecodedEntries(FrameRange Frames, StreamFormat Wave) const {
     const auto Holds = [&](const Decoded& Each) {
         return Each.Range.From <= Frames.From && Frames.To <= Each.Range.To;
     };
-    const Decoded& Stretch = *std::find_if(Stretches.begin(), Stretches.end(), Holds);
+    const Decoded& Stretch = *std::find_if(Stretches_.begin(), Stretches_.end(), Holds);
     const DecodedRange& Files = Stretch.Files;
-    const auto Offset = [&,
-                         Origin = FramesAtRate(Stretch.Range.From, Rate, Wave.RateHz)](auto Frame) {
-        return std::min(FramesAtRate(Frame, Rate, Wave.RateHz) - Origin, Files.Frames);
+    const auto Offset = [&, Origin =
+                                FramesAtRate(Stretch.Range.From, Rate_, Wave.RateHz)](auto Frame) {
+        return std::min(FramesAtRate(Frame, Rate_, Wave.RateHz) - Origin, Files.Frames);
     };
     const std::int64_t From = Offset(Frames.From);
     const std::int64_t FilePos = 1 + From * SampleBytes;
     if (FilePos > LastInt32) {
         throw RuntimeFailure(FailureKind::Input,
-                             Path +
+                             Path_ +
                                  ": a cut begins too far behind the one that it overlaps: "
                                  "beyond byte 2147483647 of what was decoded");
     }

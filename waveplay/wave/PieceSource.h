@@ -27,10 +27,10 @@ class PieceSource {
     /// Reads the header. RuntimeFailure as SoundFile throws it.
     explicit PieceSource(const std::string& Path);
 
-    int RateHz() const { return Rate; }
-    int Channels() const { return Width; }
+    int RateHz() const { return Rate_; }
+    int Channels() const { return Width_; }
     /// None: it has to be decoded.
-    const std::optional<WavSource>& Place() const { return InFile; }
+    const std::optional<WavSource>& Place() const { return InFile_; }
 
     /// The frames of the file that the piece means. RuntimeFailure(Input) when it ends behind it.
     FrameRange FramesOf(const PieceName& Piece) const;
@@ -39,7 +39,7 @@ class PieceSource {
     bool PlaysInPlace(FrameRange Frames, StreamFormat Wave, std::int32_t WaveBits) const;
 
     /// These frames are to be decoded with the next DecodeWanted.
-    void Want(FrameRange Frames) { Wanted.push_back(Frames); }
+    void Want(FrameRange Frames) { Wanted_.push_back(Frames); }
 
     /// Ranges that overlap or touch are decoded as one, so that neighbours join without a seam.
     void DecodeWanted(StreamFormat Wave, WorkFolder& Folder);
@@ -54,13 +54,13 @@ class PieceSource {
         DecodedRange Files;
     };
 
-    std::string Path;
-    int Rate = 0;
-    int Width = 0;
-    std::int64_t FrameCount = 0;
-    std::optional<WavSource> InFile;
-    std::vector<FrameRange> Wanted;
-    std::vector<Decoded> Stretches;
+    std::string Path_;
+    int Rate_ = 0;
+    int Width_ = 0;
+    std::int64_t FrameCount_ = 0;
+    std::optional<WavSource> InFile_;
+    std::vector<FrameRange> Wanted_;
+    std::vector<Decoded> Stretches_;
 };
 
 }  // namespace Tolvar

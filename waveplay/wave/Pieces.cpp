@@ -25,7 +25,7 @@ class DistinctNames {
         std::transform(Folded.begin(), Folded.end(), Folded.begin(), [](unsigned char Letter) {
             return static_cast<char>(std::tolower(Letter));
         });
-        std::vector<std::string>& Alike = Seen[Folded];
+        std::vector<std::string>& Alike = Seen_[Folded];
         const auto Found = std::find(Alike.begin(), Alike.end(), FullPath);
         const auto Place = static_cast<std::size_t>(Found - Alike.begin());
         if (Found == Alike.end()) Alike.push_back(FullPath);
@@ -36,7 +36,7 @@ class DistinctNames {
     }
 
   private:
-    std::map<std::string, std::vector<std::string>> Seen;
+    std::map<std::string, std::vector<std::string>> Seen_;
 };
 
 StreamFormat FormatOf(const Wave& Whole) {
@@ -79,80 +79,80 @@ class Joining {
     void DecodeTheRest();
     EntryPair EntriesOf(const Part& Each);
 
-    std::map<std::string, PieceSource> Sources;  // by full path
-    std::vector<Part> Parts;
-    DistinctNames Names;
-    Wave Whole;
+    std::map<std::string, PieceSource> Sources_;  // by full path
+    std::vector<Part> Parts_;
+    DistinctNames Names_;
+    Wave Whole_;
 };
 
 Joining::Joining(const std::vector<std::string>& Pieces) {
     for (const std::string& Each : Pieces) {
         const PieceName Piece = ParsePiece(Each);
         PieceSource* const Source = Piece.Silence ? nullptr : SourceOf(Piece.Path);
-        Parts.push_back({Piece, Source, Source ? Source->FramesOf(Piece) : FrameRange{}});
+        Parts_.push_back({Piece, Source, Source ? Source->FramesOf(Piece) : FrameRange{}});
     }
 }
 
 PieceSource* Joining::SourceOf(const std::string& Path) {
     const auto Key = std::filesystem::absolute(Path).lexically_normal().string();
-    const auto Known = Sources.find(Key);
-    if (Known != Sources.end()) return &Known->second;
-    return &Sources.emplace(Key, PieceSource(Path)).first->second;
+    const auto Known = Sources_.find(Key);
+    if (Known != Sources_.end()) return &Known->second;
+    return &Sources_.emplace(Key, PieceSource(Path)).first->second;
 }
 
 Wave Joining::Run() {
     ChooseFormat();
     double Frames = 0;
-    for (const Part& Each : Parts)
+    for (const Part& Each : Parts_)
         Frames += FramesOf(Each);
     RequireRoom(Frames);
 
     DecodeTheRest();
-    for (const Part& Each : Parts)
-        Append(Whole, EntriesOf(Each));
-    return std::move(Whole);
+    for (const Part& Each : Parts_)
+        Append(Whole_, EntriesOf(Each));
+    return std::move(Whole_);
 }
 
 // The first file's rate and channels. A wave is of 8 bits when nothing of it needs decoding, since
 // work files are of 16.
 void Joining::ChooseFormat() {
     const auto First =
-        std::find_if(Parts.begin(), Parts.end(), [](const Part& Each) { return Each.Source; });
-    if (First == Parts.end()) return;
-    Whole.FmtFriq = First->Source->RateHz();
-    Whole.FmtChannal = std::min(First->Source->Channels(), 2);
+        std::find_if(Parts_.begin(), Parts_.end(), [](const Part& Each) { return Each.Source; });
+    if (First == Parts_.end()) return;
+    Whole_.FmtFriq = First->Source->RateHz();
+    Whole_.FmtChannal = std::min(First->Source->Channels(), 2);
     constexpr std::int32_t Eight = 8;
-    if (AllInPlace(Eight)) Whole.FmtBits = Eight;
+    if (AllInPlace(Eight)) Whole_.FmtBits = Eight;
 }
 
 bool Joining::AllInPlace(std::int32_t Bits) const {
-    return std::all_of(Parts.begin(), Parts.end(), [&](const Part& Each) {
+    return std::all_of(Parts_.begin(), Parts_.end(), [&](const Part& Each) {
         return Each.Source == nullptr || InPlace(Each, Bits);
     });
 }
 
 bool Joining::InPlace(const Part& Each, std::int32_t Bits) const {
-    return Each.Source->PlaysInPlace(Each.Frames, FormatOf(Whole), Bits);
+    return Each.Source->PlaysInPlace(Each.Frames, FormatOf(Whole_), Bits);
 }
 
 double Joining::FramesOf(const Part& Each) const {
-    if (Each.Source == nullptr) return std::nearbyint(*Each.Piece.Silence * Whole.FmtFriq);
+    if (Each.Source == nullptr) return std::nearbyint(*Each.Piece.Silence * Whole_.FmtFriq);
     const int Rate = Each.Source->RateHz();
-    return static_cast<double>(FramesAtRate(Each.Frames.To, Rate, Whole.FmtFriq) -
-                               FramesAtRate(Each.Frames.From, Rate, Whole.FmtFriq));
+    return static_cast<double>(FramesAtRate(Each.Frames.To, Rate, Whole_.FmtFriq) -
+                               FramesAtRate(Each.Frames.From, Rate, Whole_.FmtFriq));
 }
 
 void Joining::DecodeTheRest() {
     std::vector<PieceSource*> Order;
-    for (const Part& Each : Parts) {
-        if (Each.Source == nullptr || InPlace(Each, Whole.FmtBits)) continue;
+    for (const Part& Each : Parts_) {
+        if (Each.Source == nullptr || InPlace(Each, Whole_.FmtBits)) continue;
         Each.Source->Want(Each.Frames);
         Order.push_back(Each.Source);
     }
     if (Order.empty()) return;
-    Whole.Decoded = std::make_shared<WorkFolder>();
+    Whole_.Decoded = std::make_shared<WorkFolder>();
     for (PieceSource* const Source : Order)
-        Source->DecodeWanted(FormatOf(Whole), *Whole.Decoded);
+        Source->DecodeWanted(FormatOf(Whole_), *Whole_.Decoded);
 }
 
 EntryPair Joining::EntriesOf(const Part& Each) {
@@ -161,11 +161,11 @@ EntryPair Joining::EntriesOf(const Part& Each) {
                                  .Len = static_cast<std::int32_t>(FramesOf(Each))};
         return {Silence, Silence};
     }
-    if (!InPlace(Each, Whole.FmtBits)) {
-        return Each.Source->DecodedEntries(Each.Frames, FormatOf(Whole));
+    if (!InPlace(Each, Whole_.FmtBits)) {
+        return Each.Source->DecodedEntries(Each.Frames, FormatOf(Whole_));
     }
     const WavSource& File = *Each.Source->Place();
-    return EntriesInPlace(File, Each.Frames, Names.For(File.FullPath));
+    return EntriesInPlace(File, Each.Frames, Names_.For(File.FullPath));
 }
 
 }  // namespace

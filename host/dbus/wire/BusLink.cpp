@@ -62,7 +62,7 @@ BusLink::BusLink(Descriptor Socket, Side As) {
     RequireOwnUser(Socket);
     sd_bus* Made = nullptr;
     Sent(sd_bus_new(&Made), What);
-    Connection.reset(Made);
+    Connection_.reset(Made);
     Sent(sd_bus_negotiate_fds(Made, 0), What);  // no message carries a descriptor
     if (As == Side::Server) {
         sd_id128_t Id{};
@@ -79,7 +79,7 @@ BusLink::BusLink(Descriptor Socket, Side As) {
     Rearm();
 }
 
-BusLink::BusLink(BusPtr Opened) : Connection(std::move(Opened)) {
+BusLink::BusLink(BusPtr Opened) : Connection_(std::move(Opened)) {
     Begin();
     Rearm();
 }
@@ -94,9 +94,9 @@ std::unique_ptr<BusLink> BusLink::OnSessionBus() {
 BusLink::~BusLink() = default;
 
 void BusLink::Begin() {
-    Wait = Descriptor(epoll_create1(EPOLL_CLOEXEC));
-    Ended = Descriptor(eventfd(1, EFD_CLOEXEC));
-    if (!Wait || !Ended) {
+    Wait_ = Descriptor(epoll_create1(EPOLL_CLOEXEC));
+    Ended_ = Descriptor(eventfd(1, EFD_CLOEXEC));
+    if (!Wait_ || !Ended_) {
         throw ErrnoFailure("cannot wait for messages", errno, FailureKind::Library);
     }
     Sent(sd_bus_add_filter(Bus(), nullptr, &OnMessage, this), "cannot watch the messages");
@@ -105,40 +105,40 @@ void BusLink::Begin() {
 std::optional<std::int64_t> BusLink::DueInNs() const {
     std::uint64_t DueUs = 0;
     constexpr std::uint64_t NeverUs = std::numeric_limits<std::uint64_t>::max();
-    if (!IsOpen || sd_bus_get_timeout(Bus(), &DueUs) < 0 || DueUs == NeverUs) return std::nullopt;
+    if (!IsOpen_ || sd_bus_get_timeout(Bus(), &DueUs) < 0 || DueUs == NeverUs) return std::nullopt;
     return std::max<std::int64_t>(static_cast<std::int64_t>(DueUs) * 1000 - NowNs(), 0);
 }
 
 void BusLink::Close(int Error) noexcept {
-    if (!std::exchange(IsOpen, false)) return;
+    if (!std::exchange(IsOpen_, false)) return;
     const bool HungUp = Error == ECONNRESET || Error == ENOTCONN || Error == EPIPE;
     try {
-        Closing =
+        Closing_ =
             HungUp ? "the other end has gone" : ErrnoFailure("the connection failed", Error).what();
     } catch (...) {
-        Closing.clear();
+        Closing_.clear();
     }
     sd_bus_close(Bus());
     // Nothing of the connection would wake the owner any more, who may not know of the end yet.
     epoll_event Event{};
     Event.events = EPOLLIN;
-    epoll_ctl(Wait.Get(), EPOLL_CTL_ADD, Ended.Get(), &Event);
+    epoll_ctl(Wait_.Get(), EPOLL_CTL_ADD, Ended_.Get(), &Event);
 }
 
 void BusLink::Rearm() noexcept {
-    if (!IsOpen) return;
+    if (!IsOpen_) return;
     const int Fd = sd_bus_get_fd(Bus());
     const int Events = sd_bus_get_events(Bus());
     if (Fd < 0 || Events < 0) return Close(Fd < 0 ? -Fd : -Events);
     const auto Wanted = static_cast<std::uint32_t>(Events);  // poll and epoll share their bits
-    if (Fd == BusFd && Wanted == Watched) return;
+    if (Fd == BusFd_ && Wanted == Watched_) return;
     epoll_event Event{};
     Event.events = Wanted;
-    if (epoll_ctl(Wait.Get(), Fd == BusFd ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, Fd, &Event) != 0) {
+    if (epoll_ctl(Wait_.Get(), Fd == BusFd_ ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, Fd, &Event) != 0) {
         return Close(errno);
     }
-    BusFd = Fd;
-    Watched = Wanted;
+    BusFd_ = Fd;
+    Watched_ = Wanted;
 }
 
 void BusLink::Receive() {
@@ -146,7 +146,7 @@ void BusLink::Receive() {
 }
 
 void BusLink::Collect(std::size_t Most) {
-    while (IsOpen && Calls.size() < Most) {
+    while (IsOpen_ && Calls_.size() < Most) {
         const int Result = sd_bus_process(Bus(), nullptr);
         std::uint64_t Unsent = 0;
         if (Result < 0) Close(-Result);
@@ -170,49 +170,49 @@ int BusLink::Note(sd_bus_message* Come) {
     if (Type == SD_BUS_MESSAGE_METHOD_CALL) {
         const char* Interface = sd_bus_message_get_interface(Come);
         if (Interface != nullptr && std::strcmp(Interface, Wire::Peer) == 0) return 0;
-        if (Calls.size() >= MostWaiting) {
+        if (Calls_.size() >= MostWaiting) {
             Refuse(Come, Wire::LimitsExceeded, "too many calls are waiting");
             return 1;
         }
-        Calls.push_back({++LastCall, Message(sd_bus_message_ref(Come))});
+        Calls_.push_back({++LastCall_, Message(sd_bus_message_ref(Come))});
         return 1;
     }
     std::uint64_t Cookie = 0;
     if (sd_bus_message_get_reply_cookie(Come, &Cookie) < 0) return 0;
-    const auto Awaited = Answers.find(Cookie);
-    if (Awaited != Answers.end()) {
+    const auto Awaited = Answers_.find(Cookie);
+    if (Awaited != Answers_.end()) {
         Awaited->second.reset(sd_bus_message_ref(Come));
-    } else if (Stray) {
-        Stray(Cookie);
+    } else if (Stray_) {
+        Stray_(Cookie);
     }
     return 1;
 }
 
 Message BusLink::TakeCall(std::uint64_t After) {
-    const auto First = std::ranges::upper_bound(Calls, After, {}, &WaitingCall::Number);
-    if (First == Calls.end()) return nullptr;
+    const auto First = std::ranges::upper_bound(Calls_, After, {}, &WaitingCall::Number);
+    if (First == Calls_.end()) return nullptr;
     Message Taken = std::move(First->Call);
-    Calls.erase(First);
+    Calls_.erase(First);
     return Taken;
 }
 
 std::uint64_t BusLink::Send(sd_bus_message* Call) {
     std::uint64_t Cookie = 0;
-    if (!IsOpen) throw RuntimeFailure(FailureKind::Library, Closing);
+    if (!IsOpen_) throw RuntimeFailure(FailureKind::Library, Closing_);
     Sent(sd_bus_send(Bus(), Call, &Cookie), "the message cannot be sent");
     return Cookie;
 }
 
 bool BusLink::HasAnswer(std::uint64_t Cookie) const {
-    const auto Awaited = Answers.find(Cookie);
-    return Awaited != Answers.end() && Awaited->second != nullptr;
+    const auto Awaited = Answers_.find(Cookie);
+    return Awaited != Answers_.end() && Awaited->second != nullptr;
 }
 
 BusLink::Wakening BusLink::Await(std::uint64_t Cookie, const std::int64_t* DeadlineNs,
                                  const std::function<void()>& Meanwhile, Message& Answer) {
-    const auto Awaited = Answers.try_emplace(Cookie).first;
+    const auto Awaited = Answers_.try_emplace(Cookie).first;
     const auto Done = [&](Wakening Why) {
-        Answers.erase(Awaited);
+        Answers_.erase(Awaited);
         return Why;
     };
     while (true) {
@@ -222,7 +222,7 @@ BusLink::Wakening BusLink::Await(std::uint64_t Cookie, const std::int64_t* Deadl
             Answer = std::move(Awaited->second);
             return Done(Wakening::Answer);
         }
-        if (!IsOpen) return Done(Wakening::Closed);
+        if (!IsOpen_) return Done(Wakening::Closed);
         const std::int64_t UntilNs = DeadlineNs == nullptr ? Never : *DeadlineNs;
         if (NowNs() >= UntilNs) return Done(Wakening::Time);
         Poll(UntilNs);
@@ -231,18 +231,18 @@ BusLink::Wakening BusLink::Await(std::uint64_t Cookie, const std::int64_t* Deadl
 
 void BusLink::Poll(std::int64_t UntilNs) {
     Rearm();
-    if (!IsOpen) return;
+    if (!IsOpen_) return;
     std::int64_t LeftNs = UntilNs == Never ? Never : std::max<std::int64_t>(UntilNs - NowNs(), 0);
     if (const auto DueNs = DueInNs()) LeftNs = std::min(LeftNs, *DueNs);
     const timespec Left{LeftNs / SecondNs, LeftNs % SecondNs};
-    pollfd Ready{Wait.Get(), POLLIN, 0};
+    pollfd Ready{Wait_.Get(), POLLIN, 0};
     ppoll(&Ready, 1, LeftNs == Never ? nullptr : &Left, nullptr);
 }
 
 void BusLink::Flush(std::int64_t LimitMs) {
     const std::int64_t UntilNs = NowNs() + LimitMs * 1'000'000;
     std::uint64_t Unsent = 0;
-    while (IsOpen && sd_bus_get_n_queued_write(Bus(), &Unsent) >= 0 && Unsent > 0 &&
+    while (IsOpen_ && sd_bus_get_n_queued_write(Bus(), &Unsent) >= 0 && Unsent > 0 &&
            NowNs() < UntilNs) {
         Poll(UntilNs);
         Collect(std::numeric_limits<std::size_t>::max());

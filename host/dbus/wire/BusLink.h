@@ -30,15 +30,15 @@ class BusLink {
     BusLink(const BusLink&) = delete;
     BusLink& operator=(const BusLink&) = delete;
 
-    sd_bus* Bus() const { return Connection.get(); }
-    bool Open() const { return IsOpen; }
+    sd_bus* Bus() const { return Connection_.get(); }
+    bool Open() const { return IsOpen_; }
     /// Why it is not Open.
-    const std::string& WhyClosed() const { return Closing; }
+    const std::string& WhyClosed() const { return Closing_; }
     /// Gives up on the other end, which sees the connection closed.
     void Abandon() noexcept { Close(ETIMEDOUT); }
 
     /// Readable when Receive has something to do, and for good when the connection has ended.
-    int WaitFd() const { return Wait.Get(); }
+    int WaitFd() const { return Wait_.Get(); }
     /// Nanoseconds until Receive has to be called whatever WaitFd says; none: never.
     std::optional<std::int64_t> DueInNs() const;
 
@@ -46,11 +46,11 @@ class BusLink {
     void Receive();
 
     /// How many calls have ever come.
-    std::uint64_t Arrived() const { return LastCall; }
+    std::uint64_t Arrived() const { return LastCall_; }
     /// The first waiting call that came after the first After ones; null: none. It is then the
     /// caller's to answer.
     Message TakeCall(std::uint64_t After = 0);
-    std::size_t CallsWaiting() const { return Calls.size(); }
+    std::size_t CallsWaiting() const { return Calls_.size(); }
 
     /// RuntimeFailure when the connection is gone. The result is the cookie of the answer.
     std::uint64_t Send(sd_bus_message* Call);
@@ -63,7 +63,7 @@ class BusLink {
     Wakening Await(std::uint64_t Cookie, const std::int64_t* DeadlineNs,
                    const std::function<void()>& Meanwhile, Message& Answer);
     /// Answers that nobody awaits any more.
-    void OnStray(std::function<void(std::uint64_t Cookie)> Handler) { Stray = std::move(Handler); }
+    void OnStray(std::function<void(std::uint64_t Cookie)> Handler) { Stray_ = std::move(Handler); }
 
     /// Waits at most LimitMs for everything that was sent to leave.
     void Flush(std::int64_t LimitMs);
@@ -92,17 +92,17 @@ class BusLink {
     int Note(sd_bus_message* Come);
     static int OnMessage(sd_bus_message* Come, void* Self, sd_bus_error* Error);
 
-    Descriptor Wait;   // an epoll of the connection for what it waits for now
-    Descriptor Ended;  // readable; in Wait when the connection has ended
-    int BusFd = -1;    // the connection's
-    std::uint32_t Watched = 0;
-    BusPtr Connection;
-    bool IsOpen = true;
-    std::string Closing;
-    std::uint64_t LastCall = 0;
-    std::deque<WaitingCall> Calls;
-    std::map<std::uint64_t, Message> Answers;  // awaited cookies; null: still to come
-    std::function<void(std::uint64_t)> Stray;
+    Descriptor Wait_;   // an epoll of the connection for what it waits for now
+    Descriptor Ended_;  // readable; in Wait when the connection has ended
+    int BusFd_ = -1;    // the connection's
+    std::uint32_t Watched_ = 0;
+    BusPtr Connection_;
+    bool IsOpen_ = true;
+    std::string Closing_;
+    std::uint64_t LastCall_ = 0;
+    std::deque<WaitingCall> Calls_;
+    std::map<std::uint64_t, Message> Answers_;  // awaited cookies; null: still to come
+    std::function<void(std::uint64_t)> Stray_;
 };
 
 }  // namespace Tolvar

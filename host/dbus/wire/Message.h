@@ -20,11 +20,11 @@ using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
 /// A failure as it crosses the wire: the D-Bus name of the error and its text.
 class WireError : public std::runtime_error {
   public:
-    WireError(const char* Name, const std::string& Text) : std::runtime_error(Text), NameOf(Name) {}
-    const char* Name() const noexcept { return NameOf; }
+    WireError(const char* Name, const std::string& Text) : std::runtime_error(Text), Name_(Name) {}
+    const char* Name() const noexcept { return Name_; }
 
   private:
-    const char* NameOf;  // one of Names.h
+    const char* Name_;  // one of Names.h
 };
 
 /// The result of an sd-bus call that only fails when the process has no memory or the connection

@@ -16,7 +16,7 @@ class NameWatch {
     NameWatch& operator=(const NameWatch&) = delete;
 
     /// Whether it has left the bus, as far as the link has received.
-    bool Left() const { return HasLeft; }
+    bool Left() const { return HasLeft_; }
 
   private:
     struct SlotUnref {
@@ -24,8 +24,8 @@ class NameWatch {
     };
     static int OnChange(sd_bus_message* Come, void* Self, sd_bus_error* Error);
 
-    bool HasLeft = false;
-    std::unique_ptr<sd_bus_slot, SlotUnref> Match;
+    bool HasLeft_ = false;
+    std::unique_ptr<sd_bus_slot, SlotUnref> Match_;
 };
 
 }  // namespace Tolvar

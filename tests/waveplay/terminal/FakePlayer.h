@@ -32,10 +32,10 @@ class FakePlayer : public PlayerPort {
         Report("Play Done");
     }
     void Report(const std::string& Ttl) {
-        if (Sink) Sink("S2", Ttl);
+        if (Sink_) Sink_("S2", Ttl);
     }
 
-    void OnMsgBoxOb(EventSink To) override { Sink = std::move(To); }
+    void OnMsgBoxOb(EventSink To) override { Sink_ = std::move(To); }
     std::int32_t PlayCurrentPosition() override { return Alive(), Position; }
     std::int32_t PlayRunningDx7State() override { return Alive(), Running; }
     void PlayAgain() override { Start("again", 1, 1); }
@@ -91,7 +91,7 @@ class FakePlayer : public PlayerPort {
         Report("Playing");
     }
 
-    EventSink Sink;
+    EventSink Sink_;
 };
 
 }  // namespace Tolvar::Testing

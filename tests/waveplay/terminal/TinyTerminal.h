@@ -23,11 +23,11 @@ class TinyTerminal {
     Grid Cells;
 
     void Take(std::string_view Sent) {
-        Held += Sent;
+        Held_ += Sent;
         std::size_t Used = 0;
-        for (std::size_t Next = 1; Next > 0 && Used < Held.size(); Used += Next)
-            Next = TakeOne(std::string_view(Held).substr(Used));
-        Held.erase(0, Used);
+        for (std::size_t Next = 1; Next > 0 && Used < Held_.size(); Used += Next)
+            Next = TakeOne(std::string_view(Held_).substr(Used));
+        Held_.erase(0, Used);
     }
 
   private:
@@ -41,22 +41,22 @@ class TinyTerminal {
         }
         const DecodedChar Next = DecodeUtf8(Bytes);
         if (Next.Bytes == 0) return 0;
-        Cells.Put(Column, Row, {Next.Character, Style::Plain, Inverse});
-        Column += ColumnsOf(Next.Character);
-        if (ColumnsOf(Next.Character) == 2) Cells.Put(Column - 1, Row, {0});
+        Cells.Put(Column_, Row_, {Next.Character, Style::Plain, Inverse_});
+        Column_ += ColumnsOf(Next.Character);
+        if (ColumnsOf(Next.Character) == 2) Cells.Put(Column_ - 1, Row_, {0});
         return Next.Bytes;
     }
     void Obey(char Command, const std::string& With) {
         if (Command == 'J') Cells = Grid(Cells.Width(), Cells.Height(), true);
-        if (Command == 'm') Inverse = With.ends_with(";7");
+        if (Command == 'm') Inverse_ = With.ends_with(";7");
         if (Command != 'H') return;
-        Row = std::stoi(With) - 1;
-        Column = std::stoi(With.substr(With.find(';') + 1)) - 1;
+        Row_ = std::stoi(With) - 1;
+        Column_ = std::stoi(With.substr(With.find(';') + 1)) - 1;
     }
-    std::string Held;
-    int Column = 0;
-    int Row = 0;
-    bool Inverse = false;
+    std::string Held_;
+    int Column_ = 0;
+    int Row_ = 0;
+    bool Inverse_ = false;
 };
 
 }  // namespace Tolvar::Testing

@@ -33,7 +33,7 @@ class Listener {
                 continue;
             }
             const auto Found = Named.find(Word);
-            for (const Key& Each : Decoder.Feed(Found == Named.end() ? Word : Found->second))
+            for (const Key& Each : Decoder_.Feed(Found == Named.end() ? Word : Found->second))
                 Press(Each, Control);
         }
         Control.Refresh();
@@ -44,7 +44,7 @@ class Listener {
     }
 
   private:
-    KeyDecoder Decoder;
+    KeyDecoder Decoder_;
 };
 
 TEST(Control, KeysMoveThePlayer) {
