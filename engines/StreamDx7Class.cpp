@@ -174,8 +174,9 @@ std::int32_t StreamDx7Class::FramesPlayed() {
                    CheckedMul(State.BuffFrames, WrapCount));
 }
 
-// So that a wrap is seen by the next look whenever the last one was. When a wrap's own signal is
-// owed, this one is of the pass before it, and comes late.
+// The cursor has passed the middle, so a smaller cursor at the next poll means a wrap, however long
+// ago the last poll was. While the signal of a wrap that was already counted is still to come
+// (PendingWraps -1), this signal is a late one of the pass before, and says nothing new.
 void StreamDx7Class::SeenInSegment2() {
     if (PendingWraps < 0) return;
     if (PendingWraps > 0) LastPlayCursor = 0;

@@ -16,6 +16,8 @@ inline constexpr std::int32_t DSBCAPS_CTRLPOSITIONNOTIFY = 0x100;
 inline constexpr std::int32_t DSBCAPS_GLOBALFOCUS = 0x8000;
 inline constexpr std::int32_t DSBCAPS_GETCURRENTPOSITION2 = 0x10000;
 inline constexpr std::int32_t DSBPLAY_LOOPING = 1;
+inline constexpr std::int32_t DSBFREQUENCY_MIN = 100;      ///< Hz
+inline constexpr std::int32_t DSBFREQUENCY_MAX = 100'000;  ///< Hz
 
 struct DSBUFFERDESC {
     std::int32_t lFlags = 0;

@@ -10,6 +10,7 @@
 #include "engines/StreamDx7Class.h"
 #include "engines/StreamDx9Class.h"
 #include "platform/Apartment.h"
+#include "platform/DirectX7.h"
 #include "platform/Log.h"
 #include "platform/RuntimeFailure.h"
 #include "store/BlockCarrBuffClass.h"
@@ -29,9 +30,9 @@ struct PlayDllClass::EngineKind {
 
 namespace {
 
-constexpr std::int64_t LastBreathMs = 300;  // the editor's last reports get out in this time
-constexpr double LeastPlayFriq = 100;
-constexpr double MostPlayFriq = 100000;
+constexpr std::int64_t LastReportsMs = 300;  // given to the reports that are on their way
+constexpr double LeastPlayFriq = DSBFREQUENCY_MIN;
+constexpr double MostPlayFriq = DSBFREQUENCY_MAX;
 
 using EnginePtr = std::shared_ptr<PlayEngine>;
 
@@ -86,7 +87,7 @@ void PlayDllClass::Release() {
     ReleaseFiles();
     State_.BlkCarrL.reset();
     State_.BlkCarrR.reset();
-    Os_.Home.Sleep(LastBreathMs);
+    Os_.Home.Sleep(LastReportsMs);
 }
 
 // Reports.

@@ -71,8 +71,8 @@ void WoroFileBlockMod::ReadRun(const FilePlace& Place, SampleRuns& Runs, SampleR
     Run.Behind = Room.data() + Bytes;
 }
 
-// Run is of the original file that is open. When Beside is of the same frames, at most the other
-// channel's value in the last one is missing there.
+// Run is of the original file that is open. When Beside was read from the same frames, its bytes
+// hold this channel as well, except perhaps its last sample.
 bool WoroFileBlockMod::ShareRun(const FilePlace& Place, const SampleRun& Beside, SampleRun& Run) {
     const std::int64_t Shift = Place.BytePos - Beside.BytePos;
     const std::int64_t SampleBytes = Place.Layout.Bits / 8;

@@ -29,7 +29,8 @@ class BlockSet {
     std::int32_t First() const { return Count() > 0 ? Blks_[1] : 0; }
 
     /// The entry of the first block, in the order of the set, that starts at Last or before and
-    /// ends at From or behind: Find(P, P) holds P, and P parts Find(P, P - 1). 0 when none does.
+    /// ends at From or behind: Find(P, P) is the block that holds P, and Find(P, P - 1) the block
+    /// that a cut at P splits. 0 when there is none.
     std::int32_t Find(std::int64_t From, std::int64_t Last) const;
 
     /// Calls Visit with every block that holds one of the positions From..Last, in the order of

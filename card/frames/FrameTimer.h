@@ -31,7 +31,7 @@ class FrameTimer {
         Rate_ = RateHz;
     }
 
-    /// What it was started for, or changed to, is put off to that moment.
+    /// Moves the start time to that moment; the start frame stays.
     void PutOff(std::int64_t ToNs) { StartNs_ = ToNs; }
 
     /// Frames that are over, counted from frame 0. NowNs is not before the start.

@@ -40,7 +40,7 @@ class OutputConverter {
 
     std::span<const std::int16_t> ToOutputChannels(std::span<const std::int16_t> Samples);
     void Resample(std::span<const std::int16_t> Samples, const Output& Out);
-    /// One piece through the resampler; null From asks for what it holds. Frames taken.
+    /// One piece through the resampler; null Samples asks for what it holds. Frames taken.
     std::size_t ResampleOnce(const std::int16_t* Samples, std::size_t Frames, const Output& Out,
                              std::size_t& Made);
 

@@ -66,9 +66,9 @@ struct Backing {
     bool TellsEachPeriod = false;  ///< how far it has played, and not each frame
 };
 
-// A plug-in that hands what it is given on to a server at once gives nothing back, though it may
-// say so; what a conversion hides may be one. The one of PipeWire, which goes by this name, leaves
-// it in a buffer that the server reads.
+// Only hardware and PipeWire's plug-in, which goes by this name, give back frames that they have
+// been given. Other plug-ins forward them to a server at once, though they may say otherwise, and a
+// conversion (plug) may hide such a plug-in.
 Backing BackingOf(snd_pcm_t* Pcm) {
     snd_pcm_info_t* About = nullptr;
     snd_pcm_info_alloca(&About);

@@ -7,9 +7,9 @@
 
 namespace Tolvar {
 
-/// What time it is for whoever listens to a live output. The clock tells it; during a run nobody
-/// does (it stands) until a device plays, and then the device: seen now and then, and reckoned in
-/// between. It is never less than it has been.
+/// What time it is for whoever listens to a live output. While nothing plays it is the clock's.
+/// From Begin on it is frozen until the run's first frame is heard; then it is the position of the
+/// device, extrapolated between the looks at it. It never runs backward.
 ///
 /// A run's frames are counted as its source counts them, a device's from 0 on. Not synchronised.
 class ListenerTime {

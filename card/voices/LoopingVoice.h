@@ -6,6 +6,7 @@
 
 #include "card/frames/FrameTimer.h"
 #include "card/voices/SoundCard.h"
+#include "platform/DirectX7.h"
 
 namespace Tolvar {
 
@@ -14,8 +15,8 @@ namespace Tolvar {
 /// RuntimeFailure(Device) that names the value, and changes nothing. Apartment's thread only.
 class LoopingVoice : public Voice, private FrameSource {
   public:
-    static constexpr std::int32_t LeastHz = 100;
-    static constexpr std::int32_t MostHz = 100'000;
+    static constexpr std::int32_t LeastHz = DSBFREQUENCY_MIN;
+    static constexpr std::int32_t MostHz = DSBFREQUENCY_MAX;
     static constexpr std::int32_t MostBytes = 0x0FFF'FFFF;
 
     /// A place in the buffer and what is told when the cursor reaches it.

@@ -5,11 +5,12 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/Clock.h"
+
 namespace Tolvar {
 namespace {
 
 const std::string NoCall = "the call cannot be written";
-constexpr std::int64_t NsPerMs = 1'000'000;
 constexpr int MostLastMs = 5000;  // for letting go when nobody waits to hear of it
 constexpr const char* OverText = "the playback server has been released";
 

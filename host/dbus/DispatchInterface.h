@@ -25,7 +25,7 @@ struct DispatchMember {
 /// The nineteen members in slot order.
 std::span<const DispatchMember> PlayDllClassMembers();
 
-/// Whether the call is one that looks only: a property is read, or the object introspected.
+/// True if the call changes nothing: a property is read, or the object introspected.
 bool OnlyLooks(sd_bus_message* Call);
 
 /// Carries out a call to the player object's interface or one of its properties; the result is the

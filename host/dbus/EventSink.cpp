@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/Clock.h"
+
 namespace Tolvar {
 namespace {
 
-constexpr std::int64_t NsPerMs = 1'000'000;
 constexpr std::int64_t MostNs = 10'000 * NsPerMs;
 
 void AppendReport(sd_bus_message* To, std::string_view Msg, std::string_view Ttl) {

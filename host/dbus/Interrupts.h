@@ -4,8 +4,8 @@
 
 namespace Tolvar {
 
-/// While it lives, SIGINT and SIGTERM wake the apartment and are noted instead of ending the
-/// program. Apartment's thread.
+/// While it lives, SIGINT, SIGTERM and SIGHUP wake the apartment and are noted instead of ending
+/// the program. Apartment's thread.
 class Interrupts {
   public:
     explicit Interrupts(Apartment& Waking);

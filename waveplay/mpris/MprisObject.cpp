@@ -6,13 +6,12 @@
 #include <utility>
 
 #include "host/dbus/wire/Message.h"
+#include "platform/DirectX7.h"
 
 namespace Tolvar {
 namespace {
 
 constexpr const char* Track = "/org/tolvar/waveplay/wave";
-constexpr double LeastPlayFriq = 100;
-constexpr double MostPlayFriq = 100000;
 
 std::int64_t MicrosecondsOf(std::int64_t Frames, std::int32_t Hz) {
     return Frames * 1'000'000 / std::max(1, Hz);
@@ -166,7 +165,7 @@ int SetRate(sd_bus*, const char*, const char*, const char*, Reply From, void* Se
 template <bool Most>
 int RateBound(sd_bus*, const char*, const char*, const char*, Reply To, void* Self, sd_bus_error*) {
     const PlayerControl::Facts& Wave = At(Self).Player().Wave();
-    const double Bound = (Most ? MostPlayFriq : LeastPlayFriq) / Wave.FmtFriq;
+    const double Bound = (Most ? DSBFREQUENCY_MAX : DSBFREQUENCY_MIN) / Wave.FmtFriq;
     return sd_bus_message_append(To, "d", Wave.HasTempo ? Bound : 1.0);
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/Checked.h"
+#include "platform/DirectX7.h"
 #include "platform/RuntimeFailure.h"
 
 namespace Tolvar {
@@ -29,17 +30,13 @@ std::int32_t FirstFrame(const Wave& Whole, const RunOptions& Options) {
 
 float PlayableTempo(float Tempo, const Wave& Whole) {
     const auto Rate = static_cast<float>(Whole.FmtFriq);
-    return std::clamp(Tempo, 100 / Rate, 100'000 / Rate);
-}
-
-bool TellsOfFailure(std::string_view Ttl) {
-    return Ttl.ends_with("ailed") || Ttl.ends_with("error") || Ttl == "Driver is Off";
+    return std::clamp(Tempo, DSBFREQUENCY_MIN / Rate, DSBFREQUENCY_MAX / Rate);
 }
 
 }  // namespace
 
 std::string EngineFor(const Wave& Whole, const std::string& Wanted) {
-    const bool BeyondDirectSound = Whole.FmtFriq > 100'000;
+    const bool BeyondDirectSound = Whole.FmtFriq > DSBFREQUENCY_MAX;
     return Wanted == "auto" && BeyondDirectSound ? "waveout" : Wanted;
 }
 

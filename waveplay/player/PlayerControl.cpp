@@ -4,19 +4,15 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/DirectX7.h"
 #include "platform/RuntimeFailure.h"
+#include "waveplay/player/PlayerPort.h"
 
 namespace Tolvar {
-namespace {
-
-constexpr double LeastPlayFriq = 100;
-constexpr double MostPlayFriq = 100000;
 
 bool TellsOfFailure(std::string_view Ttl) {
     return Ttl.ends_with("ailed") || Ttl.ends_with("error") || Ttl == "Driver is Off";
 }
-
-}  // namespace
 
 PlayerControl::PlayerControl(PlayerPort& Player, const Facts& Wave) : Port_(Player), Known_(Wave) {
     Attempt([&] { Adopt(Port_.PlayRunningDx7State()); });
@@ -221,7 +217,8 @@ void PlayerControl::SetRate(double Factor) {
         return;
     }
     if (std::isnan(Factor)) return;
-    const double Hz = std::clamp(Factor * Known_.FmtFriq, LeastPlayFriq, MostPlayFriq);
+    const double Hz =
+        std::clamp(Factor * Known_.FmtFriq, double{DSBFREQUENCY_MIN}, double{DSBFREQUENCY_MAX});
     const double Tempo = Hz / Known_.FmtFriq;
     const bool Reverse = Known_.Direction < 0;
     const bool Taken = Attempt([&] {

@@ -48,4 +48,7 @@ class PlayerPort {
     virtual void Release() = 0;
 };
 
+/// Whether a report's title says that something failed. Any thread.
+bool TellsOfFailure(std::string_view Ttl);
+
 }  // namespace Tolvar

@@ -9,7 +9,7 @@
 namespace Tolvar {
 namespace {
 
-constexpr std::size_t PieceFrames = 4096;
+constexpr std::size_t StepFrames = 4096;
 
 void Require(soxr_error_t Error) {
     if (Error == nullptr) return;
@@ -32,7 +32,7 @@ RateConverter::RateConverter(int FromHz, int ToHz, int Channels)
     Resampler_.reset(soxr_create(FromHz, ToHz, static_cast<unsigned>(Channels), &Error, &Io,
                                  &Quality, &OneThread));
     Require(Error);
-    Resampled_.resize(PieceFrames * Channels_);
+    Resampled_.resize(StepFrames * Channels_);
 }
 
 void RateConverter::Convert(std::span<const double> Frames, const Output& Out) {
@@ -52,8 +52,8 @@ void RateConverter::Flush(const Output& Out) {
 std::size_t RateConverter::Step(const double* From, std::size_t Frames, const Output& Out,
                                 std::size_t& Made) {
     std::size_t Taken = 0;
-    Require(soxr_process(Resampler_.get(), From, Frames, &Taken, Resampled_.data(), PieceFrames,
-                         &Made));
+    Require(
+        soxr_process(Resampler_.get(), From, Frames, &Taken, Resampled_.data(), StepFrames, &Made));
     if (Made > 0) Out(std::span(Resampled_).first(Made * Channels_));
     return Taken;
 }

@@ -11,7 +11,7 @@ constexpr std::int64_t MostStretches = 2048;
 constexpr std::int64_t MostPlaces = 16;
 constexpr std::int64_t ProbeFrames = 512;
 
-// 0 to Count - 1 so that early ones are far apart: first the middle, then the quarters, …
+// 0 to Count - 1 so that early ones are far apart; of 16 the first are 8, 15, 6 and 13:
 std::int64_t Spread(std::int64_t Index, std::int64_t Count) {
     constexpr std::int64_t Odd = 7;  // has no divisor in common with 1 to 16 but 7 and 14
     return (Index * (Count % Odd == 0 ? 5 : Odd) + Count / 2) % Count;

@@ -55,7 +55,7 @@ void Terminal::Leave() noexcept {
         while (!Flush() && poll(&Ready, 1, PatienceMs) > 0) {
         }
     } catch (...) {
-        // Without memory for the farewell the settings still go back.
+        // Out of memory for the last screen: the settings still go back.
     }
     Waiting_.clear();
     tcsetattr(Line_.Get(), TCSANOW, &Before_);

@@ -40,7 +40,7 @@ TerminalPlayer::TerminalPlayer(PlayerPort& Player, Apartment& HomeOf, TerminalFa
       Look_(LookOf),
       Player_(Player, Facts_.Wave),
       Overview_(Facts_.Wave.WaveNos, Facts_.FmtChannal, Facts_.Read),
-      Line_(Facts_.TtyPath),
+      Line_("/dev/tty"),
       Signals_(HomeOf, [this](int Signal) { OnSignal(Signal); }),
       LastFrameNs_(HomeOf.Time().NowNs() - LeastFrameNs) {
     Player_.Listen([this](PlayerControl::Change) { WantFrameSoon(); });
@@ -89,7 +89,7 @@ void TerminalPlayer::Close() noexcept {
 }
 
 bool TerminalPlayer::Over() {
-    if (Player_.State() == Transport::Ended && !Facts_.StayAtEnd && !End_) {
+    if (Player_.State() == Transport::Ended && !End_) {
         End_ = TerminalEnd::PlayedOut;
     }
     if (!End_ && (Line_.HungUp() || Facts_.Interrupted())) End_ = TerminalEnd::Interrupted;

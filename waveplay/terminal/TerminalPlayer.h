@@ -26,10 +26,8 @@ struct TerminalFacts {
     std::string Engine;
     std::string Device;
     std::string Format;
-    std::string TtyPath = "/dev/tty";
     /// Asked after every turn of the message loop: the program is to end.
     std::function<bool()> Interrupted = [] { return false; };
-    bool StayAtEnd = false;  ///< wait for keys when the wave has been played out
 };
 
 enum class TerminalEnd { PlayedOut, Quit, Interrupted };

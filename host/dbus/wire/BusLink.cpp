@@ -14,11 +14,12 @@
 #include <limits>
 #include <utility>
 
+#include "platform/Clock.h"
+
 namespace Tolvar {
 namespace {
 
 constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t SecondNs = 1'000'000'000;
 constexpr std::uint64_t MostUnsent = 10'000;  // messages that the other end has not read
 
 void RequireStream(const Descriptor& Socket) {
@@ -53,7 +54,7 @@ void RequireOwnUser(const Descriptor& Socket) {
 std::int64_t BusLink::NowNs() {
     timespec Time{};
     clock_gettime(CLOCK_MONOTONIC, &Time);
-    return Time.tv_sec * SecondNs + Time.tv_nsec;
+    return Time.tv_sec * NsPerSecond + Time.tv_nsec;
 }
 
 BusLink::BusLink(Descriptor Socket, Side As) {
@@ -234,13 +235,13 @@ void BusLink::Poll(std::int64_t UntilNs) {
     if (!IsOpen_) return;
     std::int64_t LeftNs = UntilNs == Never ? Never : std::max<std::int64_t>(UntilNs - NowNs(), 0);
     if (const auto DueNs = DueInNs()) LeftNs = std::min(LeftNs, *DueNs);
-    const timespec Left{LeftNs / SecondNs, LeftNs % SecondNs};
+    const timespec Left{LeftNs / NsPerSecond, LeftNs % NsPerSecond};
     pollfd Ready{Wait_.Get(), POLLIN, 0};
     ppoll(&Ready, 1, LeftNs == Never ? nullptr : &Left, nullptr);
 }
 
 void BusLink::Flush(std::int64_t LimitMs) {
-    const std::int64_t UntilNs = NowNs() + LimitMs * 1'000'000;
+    const std::int64_t UntilNs = NowNs() + LimitMs * NsPerMs;
     std::uint64_t Unsent = 0;
     while (IsOpen_ && sd_bus_get_n_queued_write(Bus(), &Unsent) >= 0 && Unsent > 0 &&
            NowNs() < UntilNs) {
