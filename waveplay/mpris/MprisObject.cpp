@@ -165,7 +165,8 @@ int SetRate(sd_bus*, const char*, const char*, const char*, Reply From, void* Se
 template <bool Most>
 int RateBound(sd_bus*, const char*, const char*, const char*, Reply To, void* Self, sd_bus_error*) {
     const PlayerControl::Facts& Wave = At(Self).Player().Wave();
-    const double Bound = (Most ? DSBFREQUENCY_MAX : DSBFREQUENCY_MIN) / Wave.FmtFriq;
+    const double Hz = Most ? DSBFREQUENCY_MAX : DSBFREQUENCY_MIN;
+    const double Bound = Hz / Wave.FmtFriq;
     return sd_bus_message_append(To, "d", Wave.HasTempo ? Bound : 1.0);
 }
 
