@@ -5,7 +5,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
 build_packages=(g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libcli11-dev
-    libsystemd-dev libasound2-dev)
+    libsystemd-dev libasound2-dev libutfcpp-dev libunistring-dev)
 test_packages=(libgtest-dev libgmock-dev clang-format clang-tidy dbus systemd)
 bench_packages=(sox ffmpeg)
 

@@ -1,5 +1,7 @@
 #include "waveplay/terminal/Grid.h"
 
+#include <utf8.h>
+
 #include <algorithm>
 
 #include "waveplay/terminal/Utf8.h"
@@ -79,7 +81,7 @@ std::string Grid::RowText(int Row) const {
     std::string Text;
     for (int Column = 0; Column < Columns_; ++Column) {
         const char32_t Glyph = At(Column, Row).Glyph;
-        if (Glyph != 0) AppendUtf8(Text, Glyph);
+        if (Glyph != 0) utf8::append(Glyph, Text);
     }
     Text.erase(Text.find_last_not_of(' ') + 1);
     return Text;

@@ -1,5 +1,7 @@
 #include "waveplay/terminal/Painter.h"
 
+#include <utf8.h>
+
 #include <string_view>
 #include <utility>
 
@@ -57,7 +59,7 @@ class Brush {
         if (What.Glyph == 0) return;
         if (Column != AtColumn_ || Row != AtRow_) Move(Column, Row);
         if (Fresh_ || What.Look != Last_.Look || What.Inverse != Last_.Inverse) Dip(What);
-        AppendUtf8(Bytes_, What.Glyph);
+        utf8::append(What.Glyph, Bytes_);
         AtColumn_ = Column + ColumnsOf(What.Glyph);
     }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 #include <string_view>
 
 namespace Tolvar {
@@ -15,8 +14,6 @@ struct DecodedChar {
 /// The first character of Text, which is not empty. A byte that cannot begin or go on a character
 /// is taken alone, as an invalid one.
 DecodedChar DecodeUtf8(std::string_view Text);
-
-void AppendUtf8(std::string& To, char32_t Character);
 
 /// Columns that a terminal gives the character: 0, 1 or 2.
 int ColumnsOf(char32_t Character);

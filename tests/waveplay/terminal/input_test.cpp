@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
+#include <utf8.h>
 
 #include <string>
 #include <utility>
 
 #include "waveplay/terminal/KeyDecoder.h"
-#include "waveplay/terminal/Utf8.h"
 
 namespace Tolvar::Testing {
 namespace {
@@ -13,7 +13,7 @@ std::string Names(const std::vector<Key>& Keys) {
     std::string Text;
     for (const Key& Each : Keys) {
         if (Each.Is == Key::Name::Character) {
-            AppendUtf8(Text, Each.Character);
+            utf8::append(Each.Character, Text);
         } else {
             Text += "-<>^v{}bE"[static_cast<int>(Each.Is)];
         }

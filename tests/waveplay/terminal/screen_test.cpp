@@ -108,6 +108,7 @@ TEST_F(ScreenTest, NamesCannotSteerTheTerminalAndAreCutToFit) {
     EXPECT_EQ(Title("a\x1b[2Jb\n\xff\xc2\x9b", true),
               " a?[2Jb???" + std::string(14, ' ') + "e → d");
     EXPECT_EQ(Title("ü音.wav", false), " ??.wav                e -> d");
+    EXPECT_EQ(Title("กิน.wav", true), " กน.wav" + std::string(17, ' ') + "e → d") << "no column";
     EXPECT_EQ(Title("0123456789012345678901234567", true), " 01234567890123456789…  e → d");
     EXPECT_EQ(Title("音音音音音音音音音音音音音", true), " 音音音音音音音音音音…  e → d");
 }
