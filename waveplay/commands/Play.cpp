@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "waveplay/commands/Commands.h"
+#include "waveplay/commands/MediaControls.h"
 #include "waveplay/commands/PlayOnTerminal.h"
-#include "waveplay/commands/PlayRemote.h"
 #include "waveplay/wave/DemoPhrase.h"
 
 namespace Tolvar {
@@ -65,7 +65,7 @@ bool PlayThrough(Session& Playing, const Wave& Whole, const PlayOptions& Options
     Run.Start(Whole, Options.Run);
     Control.emplace(Playing.Player(), Run.Facts());
     bool Quit = false;
-    const auto Remote = OfferRemote(Playing, *Control, Options, [&Quit] { Quit = true; });
+    const auto Controls = OfferMediaControls(Playing, *Control, Options, [&Quit] { Quit = true; });
 
     Timer Progress(Playing.Home(), ProgressMs);
     Progress.Bind([&, Before = std::string()]() mutable {

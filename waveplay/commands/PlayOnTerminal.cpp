@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "waveplay/commands/PlayRemote.h"
+#include "waveplay/commands/MediaControls.h"
 #include "waveplay/player/PlayRun.h"
 #include "waveplay/player/WaveFrames.h"
 #include "waveplay/terminal/TerminalPlayer.h"
@@ -38,20 +38,20 @@ const char* Variable(const char* Name) {
     return std::getenv(Name);
 }
 
-// What would have been written over the picture is in it, the last line of all.
-class ErrorsShown {
+// Lines that would have been written over the picture are shown in its message line instead.
+class ErrorsInPicture {
   public:
-    ErrorsShown(Apartment& HomeOf, HeldErrors* Errors, TerminalPlayer& Show)
-        : Home_(HomeOf), Fd_(Errors == nullptr ? -1 : Errors->Fd()) {
+    ErrorsInPicture(Apartment& Home, HeldErrors* Errors, TerminalPlayer& Interface)
+        : Home_(Home), Fd_(Errors == nullptr ? -1 : Errors->Fd()) {
         if (Fd_ < 0) return;
-        Home_.Watch({Fd_}, [Errors, &Show] {
+        Home_.Watch({Fd_}, [Errors, &Interface] {
             for (std::string& Line : Errors->Take())
-                Show.Say(std::move(Line), true);
+                Interface.Say(std::move(Line), true);
         });
     }
-    ~ErrorsShown() { Home_.Unwatch({Fd_}); }
-    ErrorsShown(const ErrorsShown&) = delete;
-    ErrorsShown& operator=(const ErrorsShown&) = delete;
+    ~ErrorsInPicture() { Home_.Unwatch({Fd_}); }
+    ErrorsInPicture(const ErrorsInPicture&) = delete;
+    ErrorsInPicture& operator=(const ErrorsInPicture&) = delete;
 
   private:
     Apartment& Home_;
@@ -74,11 +74,13 @@ bool PlayOnTerminal(Session& Playing, const Wave& Whole, const PlayOptions& Opti
         Begun.Start(Whole, Options.Run);
         Facts.Wave = Begun.Facts();
     }
-    TerminalPlayer Show(Playing.Player(), Playing.Home(), std::move(Facts), LookFrom(Variable));
-    Show.Control().Report("S2", Last);
-    const auto Remote = OfferRemote(Playing, Show.Control(), Options, [&Show] { Show.Quit(); });
-    const ErrorsShown Shown(Playing.Home(), Errors, Show);
-    const TerminalEnd How = Show.Run();
+    TerminalPlayer Interface(Playing.Player(), Playing.Home(), std::move(Facts),
+                             LookFrom(Variable));
+    Interface.Control().Report("S2", Last);
+    const auto Controls = OfferMediaControls(Playing, Interface.Control(), Options,
+                                             [&Interface] { Interface.Quit(); });
+    const ErrorsInPicture Shown(Playing.Home(), Errors, Interface);
+    const TerminalEnd How = Interface.Run();
     if (How != TerminalEnd::PlayedOut) Playing.Player().StopPlay();
     return How != TerminalEnd::Interrupted;
 }

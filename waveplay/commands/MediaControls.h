@@ -14,7 +14,7 @@ std::string TitleOf(const std::vector<std::string>& Pieces);
 
 /// The play on the session bus, for media keys and desktops; null on the virtual clock, which
 /// nobody could follow. Playing and Player outlive it. OnQuit: somebody wants the program to end.
-std::unique_ptr<Mpris> OfferRemote(Session& Playing, PlayerControl& Player,
-                                   const PlayOptions& Options, std::function<void()> OnQuit);
+std::unique_ptr<Mpris> OfferMediaControls(Session& Playing, PlayerControl& Player,
+                                          const PlayOptions& Options, std::function<void()> OnQuit);
 
 }  // namespace Tolvar

@@ -1,4 +1,4 @@
-#include "waveplay/commands/PlayRemote.h"
+#include "waveplay/commands/MediaControls.h"
 
 #include <filesystem>
 #include <utility>
@@ -13,8 +13,9 @@ std::string TitleOf(const std::vector<std::string>& Pieces) {
     return Pieces.front() + (More == 0 ? "" : " + " + std::to_string(More));
 }
 
-std::unique_ptr<Mpris> OfferRemote(Session& Playing, PlayerControl& Player,
-                                   const PlayOptions& Options, std::function<void()> OnQuit) {
+std::unique_ptr<Mpris> OfferMediaControls(Session& Playing, PlayerControl& Player,
+                                          const PlayOptions& Options,
+                                          std::function<void()> OnQuit) {
     if (Options.Setup.VirtualClock) return nullptr;
     MprisFacts Facts{.Title = TitleOf(Options.Pieces), .Url = {}};
     if (Options.Pieces.size() == 1) {
