@@ -14,30 +14,30 @@ bool TellsOfFailure(std::string_view Ttl) {
     return Ttl.ends_with("ailed") || Ttl.ends_with("error") || Ttl == "Driver is Off";
 }
 
-PlayerControl::PlayerControl(PlayerPort& Player, const Facts& Wave) : Port_(Player), Known_(Wave) {
-    Attempt([&] { Adopt(Port_.PlayRunningDx7State()); });
-    if (Now_ != Transport::Stopped) {
-        Attempt([&] { ReadCursor(); });
-    } else if (Known_.Direction < 0) {
-        Cursor_ = Known_.WaveNos;
+PlayerControl::PlayerControl(PlayerPort& Player, const Facts& Wave) : Port_(Player), Wave_(Wave) {
+    Trapped([&] { TakeRunningState(Port_.PlayRunningDx7State()); });
+    if (State_ != Transport::Stopped) {
+        Trapped([&] { ReadCursor(); });
+    } else if (Wave_.Direction < 0) {
+        Cursor_ = Wave_.WaveNos;
     }
 }
 
 void PlayerControl::Report(std::string_view Msg, std::string_view Ttl) {
-    LastText_ =
+    LastReport_ =
         Msg == "S2" || Msg == Ttl ? std::string(Ttl) : std::string(Msg) + ": " + std::string(Ttl);
-    if (TellsOfFailure(Ttl)) Say(LastText_, true);
-    if (Ttl == "Play Done" && Now_ == Transport::Playing) {
-        Cursor_ = Known_.Direction < 0 ? 0 : Known_.WaveNos;
+    if (TellsOfFailure(Ttl)) Say(LastReport_, true);
+    if (Ttl == "Play Done" && State_ == Transport::Playing) {
+        Cursor_ = Wave_.Direction < 0 ? 0 : Wave_.WaveNos;
         Moved_ = true;
-        Become(Transport::Ended);
+        SetState(Transport::Ended);
     }
     if (Ttl.starts_with("Playing Loop ")) Tell(Change::Jump);  // from the edge again
     Tell(Change::Note);
 }
 
 void PlayerControl::Say(std::string Text, bool IsFailure) {
-    Said_ = {std::move(Text), IsFailure};
+    Note_ = {std::move(Text), IsFailure};
     Tell(Change::Note);
 }
 
@@ -46,9 +46,9 @@ void PlayerControl::Tell(Change What) {
         Each(What);
 }
 
-// True when the player took the command. One that it refused may have stopped a run.
+// True when the player took the command. A refused one becomes the note; it may have stopped a run.
 template <typename Operation>
-bool PlayerControl::Attempt(Operation Do) {
+bool PlayerControl::Trapped(Operation Do) {
     try {
         Do();
         return true;
@@ -56,27 +56,27 @@ bool PlayerControl::Attempt(Operation Do) {
         Say(Refused.what(), true);
     }
     try {
-        Adopt(Port_.PlayRunningDx7State());
+        TakeRunningState(Port_.PlayRunningDx7State());
     } catch (const RuntimeFailure&) {
-        Become(Transport::Stopped);
+        SetState(Transport::Stopped);
     }
     return false;
 }
 
-void PlayerControl::Become(Transport State) {
-    if (std::exchange(Now_, State) != State) Tell(Change::Transport);
+void PlayerControl::SetState(Transport State) {
+    if (std::exchange(State_, State) != State) Tell(Change::Transport);
 }
 
-void PlayerControl::Adopt(std::int32_t RunningState) {
+void PlayerControl::TakeRunningState(std::int32_t RunningState) {
     if (RunningState == 1 || RunningState == 2) {
         Moved_ = false;
-        Become(Transport::Playing);
+        SetState(Transport::Playing);
     } else if (RunningState == 3) {
-        if (Now_ != Transport::Paused) Moved_ = false;
-        Become(Transport::Paused);
+        if (State_ != Transport::Paused) Moved_ = false;
+        SetState(Transport::Paused);
     } else {
         Moved_ = true;
-        if (Now_ != Transport::Ended) Become(Transport::Stopped);
+        if (State_ != Transport::Ended) SetState(Transport::Stopped);
     }
 }
 
@@ -84,44 +84,44 @@ void PlayerControl::Adopt(std::int32_t RunningState) {
 // behind it.
 void PlayerControl::ReadCursor() {
     const std::int64_t Heard = Port_.PlayCurrentPosition();
-    const std::int64_t Boundary = Known_.Direction < 0 ? Heard - 1 : Heard;
-    Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Known_.WaveNos));
+    const std::int64_t Boundary = Wave_.Direction < 0 ? Heard - 1 : Heard;
+    Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Wave_.WaveNos));
 }
 
 void PlayerControl::Refresh() {
-    if (Now_ != Transport::Playing) return;
+    if (State_ != Transport::Playing) return;
     const std::int32_t Running = Port_.PlayRunningDx7State();
     if (Running != 0) ReadCursor();
-    Adopt(Running);
+    TakeRunningState(Running);
 }
 
 bool PlayerControl::NothingAhead() const {
-    return Known_.Direction < 0 ? Cursor_ <= 0 : Cursor_ >= Known_.WaveNos;
+    return Wave_.Direction < 0 ? Cursor_ <= 0 : Cursor_ >= Wave_.WaveNos;
 }
 
 void PlayerControl::RunFromCursor() {
-    const bool Reverse = Known_.Direction < 0;
-    const std::int32_t FirstEdge = Reverse ? Known_.WaveNos : 0;
+    const bool Reverse = Wave_.Direction < 0;
+    const std::int32_t FirstEdge = Reverse ? Wave_.WaveNos : 0;
     if (NothingAhead()) Cursor_ = FirstEdge;
-    Said_ = {};
-    Attempt([&] {
+    Note_ = {};
+    Trapped([&] {
         if (Cursor_ == FirstEdge) {
             Reverse ? Port_.PlayAgainRev() : Port_.PlayAgain();
         } else {
             Reverse ? Port_.PlayAtPosRev(Cursor_) : Port_.PlayAtPos(Cursor_ + 1);
         }
         const std::int32_t Running = Port_.PlayRunningDx7State();
-        if (Running == 0) Become(Transport::Stopped);
-        Adopt(Running);
+        if (Running == 0) SetState(Transport::Stopped);
+        TakeRunningState(Running);
     });
 }
 
 void PlayerControl::Play() {
-    if (Now_ == Transport::Playing) return;
-    if (Now_ == Transport::Paused && !Moved_) {
-        Attempt([&] {
+    if (State_ == Transport::Playing) return;
+    if (State_ == Transport::Paused && !Moved_) {
+        Trapped([&] {
             Port_.PlayContinue();
-            Adopt(Port_.PlayRunningDx7State());
+            TakeRunningState(Port_.PlayRunningDx7State());
         });
     } else {
         RunFromCursor();
@@ -129,36 +129,36 @@ void PlayerControl::Play() {
 }
 
 void PlayerControl::Pause() {
-    if (Now_ != Transport::Playing) return;
-    Attempt([&] {
+    if (State_ != Transport::Playing) return;
+    Trapped([&] {
         Port_.PlayPause();
         const std::int32_t Running = Port_.PlayRunningDx7State();
         if (Running != 0) ReadCursor();
-        Adopt(Running);
+        TakeRunningState(Running);
     });
 }
 
 void PlayerControl::PlayPause() {
-    Now_ == Transport::Playing ? Pause() : Play();
+    State_ == Transport::Playing ? Pause() : Play();
 }
 
 void PlayerControl::Stop() {
-    if (Now_ == Transport::Ended) Become(Transport::Stopped);
-    if (Now_ == Transport::Stopped) return;
-    Attempt([&] {
-        if (Now_ == Transport::Playing) ReadCursor();
+    if (State_ == Transport::Ended) SetState(Transport::Stopped);
+    if (State_ == Transport::Stopped) return;
+    Trapped([&] {
+        if (State_ == Transport::Playing) ReadCursor();
         Port_.StopPlay();
-        Adopt(Port_.PlayRunningDx7State());
+        TakeRunningState(Port_.PlayRunningDx7State());
     });
 }
 
 void PlayerControl::PlayTowards(std::int32_t Direction) {
-    if (Direction == Known_.Direction) {
+    if (Direction == Wave_.Direction) {
         Play();
-    } else if (Now_ == Transport::Playing) {
+    } else if (State_ == Transport::Playing) {
         UTurn();
     } else {
-        Known_.Direction = Direction;
+        Wave_.Direction = Direction;
         Moved_ = true;
         Play();
         Tell(Change::Jump);
@@ -166,76 +166,76 @@ void PlayerControl::PlayTowards(std::int32_t Direction) {
 }
 
 void PlayerControl::UTurn() {
-    if (Now_ == Transport::Playing) {
-        const bool Taken = Attempt([&] { Port_.PlayUTurn(); });
+    if (State_ == Transport::Playing) {
+        const bool Taken = Trapped([&] { Port_.PlayUTurn(); });
         if (Taken) {
-            Known_.Direction = -Known_.Direction;
-            Attempt([&] { Adopt(Port_.PlayRunningDx7State()); });
+            Wave_.Direction = -Wave_.Direction;
+            Trapped([&] { TakeRunningState(Port_.PlayRunningDx7State()); });
         }
     } else {
-        Known_.Direction = -Known_.Direction;
+        Wave_.Direction = -Wave_.Direction;
         Moved_ = true;
-        if (Now_ != Transport::Paused) Play();
+        if (State_ != Transport::Paused) Play();
     }
     Tell(Change::Jump);
 }
 
 void PlayerControl::SeekToFrame(std::int64_t Boundary) {
-    const bool Sounding = Now_ == Transport::Playing;
+    const bool Sounding = State_ == Transport::Playing;
     const std::int32_t Before = Cursor_;
-    Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Known_.WaveNos));
-    if (Sounding && NothingAhead() && !Known_.Loop) {
-        if (!Attempt([&] { Port_.StopPlay(); })) {
+    Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Wave_.WaveNos));
+    if (Sounding && NothingAhead() && !Wave_.Loop) {
+        if (!Trapped([&] { Port_.StopPlay(); })) {
             Cursor_ = Before;
         } else {
             Moved_ = true;
-            Become(Transport::Stopped);
+            SetState(Transport::Stopped);
         }
     } else if (Sounding) {
         RunFromCursor();
     } else {
         Moved_ = true;
-        if (Now_ == Transport::Ended) Become(Transport::Stopped);
+        if (State_ == Transport::Ended) SetState(Transport::Stopped);
     }
     Tell(Change::Jump);
 }
 
 void PlayerControl::SeekTo(double Seconds) {
     if (std::isnan(Seconds)) return;
-    const double Frame = Seconds * Known_.FmtFriq;
-    SeekToFrame(std::llround(std::clamp(Frame, 0.0, static_cast<double>(Known_.WaveNos))));
+    const double Frame = Seconds * Wave_.FmtFriq;
+    SeekToFrame(std::llround(std::clamp(Frame, 0.0, static_cast<double>(Wave_.WaveNos))));
 }
 
 void PlayerControl::SeekBy(double Seconds) {
-    if (!Attempt([&] { Refresh(); })) return;
-    SeekTo(static_cast<double>(Cursor_) / Known_.FmtFriq + Seconds);
+    if (!Trapped([&] { Refresh(); })) return;
+    SeekTo(static_cast<double>(Cursor_) / Wave_.FmtFriq + Seconds);
 }
 
 void PlayerControl::SetRate(double Factor) {
-    if (!Known_.HasTempo) {
+    if (!Wave_.HasTempo) {
         Say("the waveOut engine plays at the wave's own rate", true);
         return;
     }
     if (std::isnan(Factor)) return;
     const double Hz =
-        std::clamp(Factor * Known_.FmtFriq, double{DSBFREQUENCY_MIN}, double{DSBFREQUENCY_MAX});
-    const double Tempo = Hz / Known_.FmtFriq;
-    const bool Reverse = Known_.Direction < 0;
-    const bool Taken = Attempt([&] {
+        std::clamp(Factor * Wave_.FmtFriq, double{DSBFREQUENCY_MIN}, double{DSBFREQUENCY_MAX});
+    const double Tempo = Hz / Wave_.FmtFriq;
+    const bool Reverse = Wave_.Direction < 0;
+    const bool Taken = Trapped([&] {
         Refresh();
         Reverse ? Port_.PlayTempoRev(static_cast<float>(Tempo))
                 : Port_.PlayTempoFor(static_cast<float>(Tempo));
     });
     if (!Taken) return;
-    (Reverse ? Known_.TempoRev : Known_.TempoFor) = Tempo;
+    (Reverse ? Wave_.TempoRev : Wave_.TempoFor) = Tempo;
     // A run keeps the rate it was started with, and one that is paused takes the new one over.
-    if (Now_ == Transport::Playing && !NothingAhead()) RunFromCursor();
+    if (State_ == Transport::Playing && !NothingAhead()) RunFromCursor();
     Tell(Change::Rate);
 }
 
 void PlayerControl::SetLoop(bool On) {
-    if (!Attempt([&] { Port_.LoopPlayON(On); })) return;
-    Known_.Loop = On;
+    if (!Trapped([&] { Port_.LoopPlayON(On); })) return;
+    Wave_.Loop = On;
     Tell(Change::Loop);
 }
 

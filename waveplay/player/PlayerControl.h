@@ -23,42 +23,53 @@ struct PlayerNote {
     bool IsFailure = false;
 };
 
-/// The commands of a player that people hold in their hands, over the members of the player
-/// object: what play, pause and seek mean at the edges, when paused and when stopped. Keys and
-/// remote controls drive the same one.
+/// A player as people know it (play, pause, seek, tempo, loop) over the members of the player
+/// object: says what each command means at the edges, when paused and when stopped. Keys and media
+/// controls drive the same one.
 ///
-/// Knows the direction, tempo and loop itself, because the port answers only position and running
-/// state. Positions are boundaries: the frames that lie before the cursor, 0 to WaveNos. A call
-/// that the player refuses becomes the note and is never thrown. One thread, the port's.
+/// Keeps the direction, tempo and loop itself, because the port tells only position and running
+/// state. Positions are boundaries: the frames that lie before the cursor, 0 to WaveNos. A command
+/// that the player refuses is never thrown: it changes nothing and becomes the note. One thread,
+/// the port's.
 class PlayerControl {
   public:
     struct Facts {
-        std::int32_t WaveNos = 0;  ///< frames, more than 0
-        std::int32_t FmtFriq = 0;  ///< Hz
-        std::int32_t Direction = 1;
+        std::int32_t WaveNos = 0;    ///< frames, more than 0
+        std::int32_t FmtFriq = 0;    ///< Hz
+        std::int32_t Direction = 1;  ///< 1 forward, -1 reverse
         bool Loop = false;
-        double TempoFor = 1.0;
+        double TempoFor = 1.0;  ///< 1.0 is the wave's own rate
         double TempoRev = 1.0;
         bool HasTempo = true;  ///< false: the engine plays at the wave's own rate
     };
-    enum class Change { Transport, Jump, Rate, Loop, Note };
+    enum class Change {
+        Transport,
+        Jump,  ///< the cursor is not where play would have brought it, or the direction is another
+        Rate,
+        Loop,
+        Note,  ///< the note or the last report
+    };
     using Listener = std::function<void(Change)>;
 
-    /// The wave has been handed over with the settings in Facts; it may be playing already.
+    /// The wave has been handed over with the settings in Wave; it may be playing already. Player
+    /// outlives this, and whoever receives its reports passes them on to Report.
     PlayerControl(PlayerPort& Player, const Facts& Wave);
 
-    /// Calls OnChange after each change from now on; it must stay valid.
+    /// Calls OnChange after each change from now on, in the call that makes it. There is no way
+    /// back: what OnChange uses outlives this.
     void Listen(Listener OnChange) { Listeners_.push_back(std::move(OnChange)); }
 
-    /// Every report of the player is to be passed on here.
+    /// Takes one report of the player. One that tells of a failure becomes the note.
     void Report(std::string_view Msg, std::string_view Ttl);
 
     /// From the cursor in the current direction; from the other edge when nothing lies ahead.
     void Play();
     void Pause();
+    /// Pause while it plays, else Play.
     void PlayPause();
     /// The cursor stays, so that Play goes on from there.
     void Stop();
+    /// Play in that direction; what plays in the other one turns round.
     void PlayForward() { PlayTowards(1); }
     void PlayReverse() { PlayTowards(-1); }
     /// The other direction from here; what is paused stays paused.
@@ -66,42 +77,47 @@ class PlayerControl {
     /// Clamped into the wave. What plays goes on playing, or stops where nothing lies ahead (from
     /// the other edge in a loop); what does not play stays where it is put.
     void SeekToFrame(std::int64_t Boundary);
+    /// The same in seconds of the wave, from its start or from here.
     void SeekTo(double Seconds);
     void SeekBy(double Seconds);
-    /// The tempo of the current direction, held to 100 to 100000 Hz; heard at once.
+    /// The tempo of the current direction; heard at once. Clamped so that 100 to 100000 frames pass
+    /// in a second.
     void SetRate(double Factor);
     void SetLoop(bool On);
 
-    /// Asks the player where it is while it plays. RuntimeFailure when the player is gone.
+    /// While it plays, asks the player where it is. State and Here are as of the last command,
+    /// report or Refresh. RuntimeFailure when the player is gone.
     void Refresh();
 
-    const Facts& Wave() const { return Known_; }
-    Transport State() const { return Now_; }
+    const Facts& Wave() const { return Wave_; }
+    Transport State() const { return State_; }
     std::int32_t Here() const { return Cursor_; }
-    double Rate() const { return Known_.Direction < 0 ? Known_.TempoRev : Known_.TempoFor; }
-    const std::string& LastReport() const { return LastText_; }
-    const PlayerNote& Note() const { return Said_; }
+    /// The tempo of the current direction.
+    double Rate() const { return Wave_.Direction < 0 ? Wave_.TempoRev : Wave_.TempoFor; }
+    const std::string& LastReport() const { return LastReport_; }
+    /// Empty when there is nothing to say; a play that begins takes it away.
+    const PlayerNote& Note() const { return Note_; }
     void Say(std::string Text, bool IsFailure = false);
 
   private:
     template <typename Operation>
-    bool Attempt(Operation Do);
+    bool Trapped(Operation Do);
     void PlayTowards(std::int32_t Direction);
     bool NothingAhead() const;
     void RunFromCursor();
-    void Adopt(std::int32_t RunningState);
+    void TakeRunningState(std::int32_t RunningState);
     void ReadCursor();
-    void Become(Transport State);
+    void SetState(Transport State);
     void Tell(Change What);
 
     PlayerPort& Port_;
-    Facts Known_;
+    Facts Wave_;
     std::vector<Listener> Listeners_;
-    Transport Now_ = Transport::Stopped;
+    Transport State_ = Transport::Stopped;
     std::int32_t Cursor_ = 0;
     bool Moved_ = true;  // the cursor is not where the player stands, so a play starts anew
-    std::string LastText_;
-    PlayerNote Said_;
+    std::string LastReport_;
+    PlayerNote Note_;
 };
 
 }  // namespace Tolvar
