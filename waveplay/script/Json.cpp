@@ -30,8 +30,6 @@ void AppendByte(std::string& Out, char Byte) {
 
 }  // namespace
 
-// Strings are all that is written as JSON here and nothing is read, which is less than a library
-// would ask for.
 std::string JsonString(std::string_view Text) {
     std::string Out = "\"";
     while (!Text.empty()) {

@@ -15,8 +15,9 @@
 namespace Tolvar {
 
 ScriptRunner::ScriptRunner(const SessionOptions& Setup)
-    : Live_(MakePlayer(Setup, [this](std::string_view Text) { Print("box", JsonString(Text)); })) {
-    Live_.Player().OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
+    : Session_(
+          MakePlayer(Setup, [this](std::string_view Text) { Print("box", JsonString(Text)); })) {
+    Session_.Player().OnMsgBoxOb([this](std::string_view Msg, std::string_view Ttl) {
         Print("event", JsonString(Msg).append(" ").append(JsonString(Ttl)));
     });
 }
@@ -24,13 +25,13 @@ ScriptRunner::ScriptRunner(const SessionOptions& Setup)
 ExitCode ScriptRunner::Run(const std::vector<ScriptAction>& Actions, bool Strict) {
     bool Failed = false;
     for (const ScriptAction& Action : Actions) {
-        if (!Try(Action)) Failed = true;
-        if (Live_.Interrupted() || Live_.Lost() || (Strict && Failed)) break;
+        if (!Trapped(Action)) Failed = true;
+        if (Session_.Interrupted() || Session_.Lost() || (Strict && Failed)) break;
     }
-    const bool WasInterrupted = Live_.Interrupted();
-    if (Live_.HasPlayer()) Try([](ScriptRunner& Self) { Self.Release(); });
-    if (Live_.Lost()) return ExitFailed;
-    Live_.Finish();
+    const bool WasInterrupted = Session_.Interrupted();
+    if (Session_.HasPlayer()) Trapped([](ScriptRunner& Self) { Self.Release(); });
+    if (Session_.Lost()) return ExitFailed;
+    Session_.Finish();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         throw ErrnoFailure("cannot write standard output", errno);
     }
@@ -38,7 +39,7 @@ ExitCode ScriptRunner::Run(const std::vector<ScriptAction>& Actions, bool Strict
     return Strict && Failed ? ExitFailed : ExitDone;
 }
 
-bool ScriptRunner::Try(const ScriptAction& Action) {
+bool ScriptRunner::Trapped(const ScriptAction& Action) {
     try {
         Action(*this);
         return true;
@@ -51,7 +52,7 @@ bool ScriptRunner::Try(const ScriptAction& Action) {
 // Each line is out before the next thing happens, so that another program can follow.
 void ScriptRunner::Print(std::string_view Kind, std::string_view What) {
     std::string Line = "@";
-    Line.append(std::to_string(Live_.NowNs() / NsPerMs)).append(" ").append(Kind);
+    Line.append(std::to_string(Session_.NowNs() / NsPerMs)).append(" ").append(Kind);
     Line.append(" ").append(What).append("\n");
     std::fwrite(Line.data(), 1, Line.size(), stdout);
     std::fflush(stdout);
@@ -73,18 +74,19 @@ void ScriptRunner::Load(const std::string& Path) {
 }
 
 void ScriptRunner::Wait(std::int64_t Ms) {
-    Live_.RunFor(Ms);
+    Session_.RunFor(Ms);
 }
 
 void ScriptRunner::WaitStop(std::int64_t MostMs) {
-    const bool Stopped = Live_.RunFor(MostMs, [&] { return Player().PlayRunningDx7State() == 0; });
-    if (Stopped || Live_.Interrupted()) return;
+    const bool Stopped =
+        Session_.RunFor(MostMs, [&] { return Player().PlayRunningDx7State() == 0; });
+    if (Stopped || Session_.Interrupted()) return;
     throw RuntimeFailure(FailureKind::Device,
                          "still not stopped after " + std::to_string(MostMs) + " ms");
 }
 
 void ScriptRunner::Dump() {
-    const PlayServer* const Inside = Live_.Inside();
+    const PlayServer* const Inside = Session_.Inside();
     if (Inside == nullptr) {
         throw RuntimeFailure(FailureKind::Input,
                              "dump looks inside the player, which is in another process "
