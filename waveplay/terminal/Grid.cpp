@@ -9,8 +9,8 @@
 namespace Tolvar {
 namespace {
 
-// What is shown of a text: nothing in it steers the terminal.
-std::u32string Shown(std::string_view Text, bool Unicode) {
+// The characters that are shown of a text: nothing in them steers the terminal.
+std::u32string Printable(std::string_view Text, bool Unicode) {
     std::u32string Glyphs;
     while (!Text.empty()) {
         DecodedChar Next = DecodeUtf8(Text);
@@ -37,33 +37,33 @@ int ColumnsIn(const std::u32string& Glyphs) {
 }  // namespace
 
 int ColumnsOf(std::string_view Text, bool Unicode) {
-    return ColumnsIn(Shown(Text, Unicode));
+    return ColumnsIn(Printable(Text, Unicode));
 }
 
-Grid::Grid(int Width, int Height, bool UnicodeToo)
-    : Columns_(Width),
-      Rows_(Height),
-      HasUnicode_(UnicodeToo),
-      Cells_(static_cast<std::size_t>(Width) * static_cast<std::size_t>(Height)) {}
+Grid::Grid(int Columns, int Rows, bool Unicode)
+    : Width_(Columns),
+      Height_(Rows),
+      Unicode_(Unicode),
+      Cells_(static_cast<std::size_t>(Columns) * static_cast<std::size_t>(Rows)) {}
 
 bool Grid::Inside(int Column, int Row) const {
-    return Column >= 0 && Column < Columns_ && Row >= 0 && Row < Rows_;
+    return Column >= 0 && Column < Width_ && Row >= 0 && Row < Height_;
 }
 
 const Cell& Grid::At(int Column, int Row) const {
-    return Cells_[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns_) +
+    return Cells_[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Width_) +
                   static_cast<std::size_t>(Column)];
 }
 
 void Grid::Put(int Column, int Row, const Cell& What) {
     if (!Inside(Column, Row)) return;
-    Cells_[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Columns_) +
+    Cells_[static_cast<std::size_t>(Row) * static_cast<std::size_t>(Width_) +
            static_cast<std::size_t>(Column)] = What;
 }
 
 int Grid::Write(int Column, int Row, std::string_view Text, Style Look, int Room) {
-    Room = std::min(Room, Columns_ - Column);
-    const std::u32string Glyphs = Shown(Text, HasUnicode_);
+    Room = std::min(Room, Width_ - Column);
+    const std::u32string Glyphs = Printable(Text, Unicode_);
     const bool Cut = ColumnsIn(Glyphs) > Room;
     const int End = Column + Room - (Cut ? 1 : 0);
     for (const char32_t Each : Glyphs) {
@@ -73,13 +73,13 @@ int Grid::Write(int Column, int Row, std::string_view Text, Style Look, int Room
         if (Wide == 2) Put(Column + 1, Row, {0, Look, false});
         Column += Wide;
     }
-    if (Cut && Room > 0) Put(Column++, Row, {HasUnicode_ ? U'…' : U'~', Look, false});
+    if (Cut && Room > 0) Put(Column++, Row, {Unicode_ ? U'…' : U'~', Look, false});
     return Column;
 }
 
 std::string Grid::RowText(int Row) const {
     std::string Text;
-    for (int Column = 0; Column < Columns_; ++Column) {
+    for (int Column = 0; Column < Width_; ++Column) {
         const char32_t Glyph = At(Column, Row).Glyph;
         if (Glyph != 0) utf8::append(Glyph, Text);
     }

@@ -17,16 +17,18 @@ struct Cell {
     bool operator==(const Cell&) const = default;
 };
 
-/// The cells of a screen. What is put outside of it is cut off.
+/// The cells of a screen. What is put outside of it is cut off. Together with Painter, Terminal and
+/// KeyDecoder it stands where curses could: that library waits for a terminal that takes no output,
+/// and play must not.
 class Grid {
   public:
     Grid() = default;
     /// Blank. Sizes of 0 or more.
-    Grid(int Columns, int Rows, bool UnicodeToo);
+    Grid(int Columns, int Rows, bool Unicode);
 
-    int Width() const { return Columns_; }
-    int Height() const { return Rows_; }
-    bool Unicode() const { return HasUnicode_; }
+    int Width() const { return Width_; }
+    int Height() const { return Height_; }
+    bool Unicode() const { return Unicode_; }
 
     const Cell& At(int Column, int Row) const;
     void Put(int Column, int Row, const Cell& What);
@@ -44,9 +46,9 @@ class Grid {
   private:
     bool Inside(int Column, int Row) const;
 
-    int Columns_ = 0;
-    int Rows_ = 0;
-    bool HasUnicode_ = true;
+    int Width_ = 0;
+    int Height_ = 0;
+    bool Unicode_ = true;
     std::vector<Cell> Cells_;
 };
 

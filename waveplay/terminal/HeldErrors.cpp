@@ -26,7 +26,7 @@ HeldErrors::~HeldErrors() {
     dup2(Before_.Get(), STDERR_FILENO);
     try {
         Take();
-        if (!Begun_.empty()) Keep(OneLine(Begun_));
+        if (!PartialLine_.empty()) Keep(OneLine(PartialLine_));
         if (Dropped_ > 0) std::fprintf(stderr, "(%zu lines dropped here)\n", Dropped_);
         for (const std::string& Line : Kept_)
             std::fprintf(stderr, "%s\n", Line.c_str());
@@ -39,10 +39,10 @@ std::vector<std::string> HeldErrors::Take() {
     std::vector<std::string> Lines;
     std::array<char, 4096> Bytes{};
     for (ssize_t Count; (Count = ::read(Reading_.Get(), Bytes.data(), Bytes.size())) > 0;)
-        Begun_.append(Bytes.data(), static_cast<std::size_t>(Count));
-    for (std::size_t End; (End = Begun_.find('\n')) != std::string::npos;
-         Begun_.erase(0, End + 1)) {
-        Lines.push_back(OneLine(std::string_view(Begun_).substr(0, End)));
+        PartialLine_.append(Bytes.data(), static_cast<std::size_t>(Count));
+    for (std::size_t End; (End = PartialLine_.find('\n')) != std::string::npos;
+         PartialLine_.erase(0, End + 1)) {
+        Lines.push_back(OneLine(std::string_view(PartialLine_).substr(0, End)));
         Keep(Lines.back());
     }
     return Lines;

@@ -32,8 +32,8 @@ class HeldErrors {
     static constexpr std::size_t MostKept = 200;
 
     Descriptor Reading_;
-    Descriptor Before_;  // standard error as it was
-    std::string Begun_;  // a line without its end
+    Descriptor Before_;        // standard error as it was
+    std::string PartialLine_;  // a line without its end
     std::deque<std::string> Kept_;
     std::size_t Dropped_ = 0;
 };

@@ -8,52 +8,34 @@ constexpr double LongSeconds = 60;
 constexpr double TempoStep = 1.1;
 constexpr char32_t ControlL = 0x0c;
 
-void SeekToTenth(PlayerControl& Player, char32_t Digit) {
-    Player.SeekToFrame(std::int64_t{Player.Wave().WaveNos} * (Digit - U'0') / 10);
-}
+struct CharacterCommand {
+    char32_t Character;
+    void (*Run)(PlayerControl& Player);
+};
+
+constexpr CharacterCommand Commands[] = {
+    {U' ', [](PlayerControl& Player) { Player.PlayPause(); }},
+    {U'p', [](PlayerControl& Player) { Player.PlayPause(); }},
+    {U'u', [](PlayerControl& Player) { Player.UTurn(); }},
+    {U'j', [](PlayerControl& Player) { Player.PlayReverse(); }},
+    {U'k', [](PlayerControl& Player) { Player.Stop(); }},
+    {U'l', [](PlayerControl& Player) { Player.PlayForward(); }},
+    {U'o', [](PlayerControl& Player) { Player.SetLoop(!Player.Wave().Loop); }},
+    {U'[', [](PlayerControl& Player) { Player.SetRate(Player.Rate() / TempoStep); }},
+    {U']', [](PlayerControl& Player) { Player.SetRate(Player.Rate() * TempoStep); }},
+    {U'{', [](PlayerControl& Player) { Player.SetRate(Player.Rate() / 2); }},
+    {U'}', [](PlayerControl& Player) { Player.SetRate(Player.Rate() * 2); }},
+};
 
 KeyOutcome PressCharacter(char32_t Character, PlayerControl& Player) {
-    if (Character >= U'1' && Character <= U'9') SeekToTenth(Player, Character);
-    switch (Character) {
-        case U'q':
-            return KeyOutcome::Quit;
-        case U'?':
-            return KeyOutcome::Help;
-        case ControlL:
-            return KeyOutcome::Redraw;
-        case U' ':
-        case U'p':
-            Player.PlayPause();
-            break;
-        case U'u':
-            Player.UTurn();
-            break;
-        case U'j':
-            Player.PlayReverse();
-            break;
-        case U'k':
-            Player.Stop();
-            break;
-        case U'l':
-            Player.PlayForward();
-            break;
-        case U'o':
-            Player.SetLoop(!Player.Wave().Loop);
-            break;
-        case U'[':
-            Player.SetRate(Player.Rate() / TempoStep);
-            break;
-        case U']':
-            Player.SetRate(Player.Rate() * TempoStep);
-            break;
-        case U'{':
-            Player.SetRate(Player.Rate() / 2);
-            break;
-        case U'}':
-            Player.SetRate(Player.Rate() * 2);
-            break;
-        default:
-            break;
+    if (Character == U'q') return KeyOutcome::Quit;
+    if (Character == U'?') return KeyOutcome::Help;
+    if (Character == ControlL) return KeyOutcome::Redraw;
+    if (Character >= U'1' && Character <= U'9') {
+        Player.SeekToFrame(std::int64_t{Player.Wave().WaveNos} * (Character - U'0') / 10);
+    }
+    for (const CharacterCommand& Each : Commands) {
+        if (Each.Character == Character) Each.Run(Player);
     }
     return KeyOutcome::Done;
 }

@@ -18,7 +18,7 @@ std::optional<Key> Named(Key::Name Name) {
     return Key{Name, 0};
 }
 
-std::optional<Key> OfLetter(char Final) {
+std::optional<Key> LetterKey(char Final) {
     switch (Final) {
         case 'A':
             return Named(Key::Name::Up);
@@ -38,7 +38,7 @@ std::optional<Key> OfLetter(char Final) {
 }
 
 // "1~" and its like, perhaps with a modifier behind the number.
-std::optional<Key> OfNumber(std::string_view Parameters) {
+std::optional<Key> NumberKey(std::string_view Parameters) {
     const std::string_view Number = Parameters.substr(0, Parameters.find(';'));
     if (Number == "1" || Number == "7") return Named(Key::Name::Home);
     if (Number == "4" || Number == "8") return Named(Key::Name::End);
@@ -51,7 +51,7 @@ Taken TakeControlSequence(std::string_view Bytes) {
         if (Byte >= 0x20 && Byte <= 0x3f) continue;
         if (Byte < 0x40) return {I, std::nullopt};  // broken off; what broke it stands for itself
         const std::string_view Parameters = Bytes.substr(2, I - 2);
-        return {I + 1, Byte == '~' ? OfNumber(Parameters) : OfLetter(Byte)};
+        return {I + 1, Byte == '~' ? NumberKey(Parameters) : LetterKey(Byte)};
     }
     return {Bytes.size() > LongestSequence ? Bytes.size() : 0, std::nullopt};
 }
@@ -59,7 +59,7 @@ Taken TakeControlSequence(std::string_view Bytes) {
 Taken TakeEscape(std::string_view Bytes) {
     if (Bytes.size() == 1) return {};
     if (Bytes[1] == '[') return TakeControlSequence(Bytes);
-    if (Bytes[1] == 'O') return Bytes.size() < 3 ? Taken{} : Taken{3, OfLetter(Bytes[2])};
+    if (Bytes[1] == 'O') return Bytes.size() < 3 ? Taken{} : Taken{3, LetterKey(Bytes[2])};
     if (Bytes[1] == '\x1b') return {1, Named(Key::Name::Escape)};
     // A key held down together with Alt: none of ours, and not Escape either.
     const DecodedChar Behind = DecodeUtf8(Bytes.substr(1));

@@ -17,9 +17,11 @@ struct Key {
 
 /// Turns the bytes that a terminal sends into keys, however they are cut: escape sequences of the
 /// usual terminals (with or without modifiers, which are ignored) and UTF-8. What it does not know
-/// gives no key.
+/// gives no key. Never reads or waits itself, as the decoder of curses does: the apartment has the
+/// clock.
 class KeyDecoder {
   public:
+    /// The keys that are complete with Bytes; the beginning of another is kept.
     std::vector<Key> Feed(std::string_view Bytes);
 
     /// True while an escape character waits for what may follow it. When nothing has followed for

@@ -10,7 +10,7 @@
 namespace Tolvar {
 namespace {
 
-std::string_view Coloured(Style Look, Palette Colours) {
+std::string_view ColourCode(Style Look, Palette Colours) {
     const bool Many = Colours == Palette::Many;
     switch (Look) {
         case Style::Played:
@@ -33,7 +33,7 @@ std::string_view Coloured(Style Look, Palette Colours) {
     return "";
 }
 
-std::string_view Weighed(Style Look) {
+std::string_view WeightCode(Style Look) {
     switch (Look) {
         case Style::Ahead:
         case Style::Faint:
@@ -50,47 +50,49 @@ std::string_view Weighed(Style Look) {
     return "";
 }
 
-class Brush {
+class CellWriter {
   public:
-    Brush(const Grid& Picture, Palette Wanted) : To_(Picture), Colours_(Wanted) {}
+    CellWriter(const Grid& To, Palette Colours) : To_(To), Colours_(Colours) {}
 
-    void Paint(int Column, int Row) {
+    void Write(int Column, int Row) {
         const Cell& What = To_.At(Column, Row);
         if (What.Glyph == 0) return;
-        if (Column != AtColumn_ || Row != AtRow_) Move(Column, Row);
-        if (Fresh_ || What.Look != Last_.Look || What.Inverse != Last_.Inverse) Dip(What);
+        if (Column != AtColumn_ || Row != AtRow_) MoveTo(Column, Row);
+        if (StyleUnknown_ || What.Look != Last_.Look || What.Inverse != Last_.Inverse)
+            SetStyle(What);
         utf8::append(What.Glyph, Bytes_);
         AtColumn_ = Column + ColumnsOf(What.Glyph);
     }
 
-    std::string Done() {
+    std::string TakeBytes() {
         if (!Bytes_.empty()) Bytes_ += "\x1b[m";
         return std::move(Bytes_);
     }
 
   private:
-    void Move(int Column, int Row) {
+    void MoveTo(int Column, int Row) {
         Bytes_ += "\x1b[" + std::to_string(Row + 1) + ";" + std::to_string(Column + 1) + "H";
         AtColumn_ = Column;
         AtRow_ = Row;
     }
 
-    void Dip(const Cell& What) {
+    void SetStyle(const Cell& What) {
         Bytes_ += "\x1b[0";
         const bool None = Colours_ == Palette::None;
-        const std::string_view Code = None ? Weighed(What.Look) : Coloured(What.Look, Colours_);
+        const std::string_view Code =
+            None ? WeightCode(What.Look) : ColourCode(What.Look, Colours_);
         if (!Code.empty()) Bytes_.append(";").append(Code);
         if (What.Inverse) Bytes_ += ";7";
         Bytes_ += "m";
         Last_ = What;
-        Fresh_ = false;
+        StyleUnknown_ = false;
     }
 
     const Grid& To_;
     Palette Colours_;
     std::string Bytes_;
     Cell Last_;
-    bool Fresh_ = true;
+    bool StyleUnknown_ = true;
     int AtColumn_ = -1;
     int AtRow_ = -1;
 };
@@ -99,13 +101,13 @@ class Brush {
 
 std::string Painted(const Grid& From, const Grid& To, Palette Colours) {
     const bool Known = From.Width() == To.Width() && From.Height() == To.Height();
-    Brush Painting(To, Colours);
+    CellWriter Writer(To, Colours);
     for (int Row = 0; Row < To.Height(); ++Row) {
         for (int Column = 0; Column < To.Width(); ++Column) {
-            if (!Known || From.At(Column, Row) != To.At(Column, Row)) Painting.Paint(Column, Row);
+            if (!Known || From.At(Column, Row) != To.At(Column, Row)) Writer.Write(Column, Row);
         }
     }
-    std::string Bytes = Painting.Done();
+    std::string Bytes = Writer.TakeBytes();
     return Known || Bytes.empty() ? Bytes : "\x1b[m\x1b[2J" + Bytes;
 }
 

@@ -11,10 +11,13 @@ constexpr std::int64_t MostStretches = 2048;
 constexpr std::int64_t MostPlaces = 16;
 constexpr std::int64_t ProbeFrames = 512;
 
-// 0 to Count - 1 so that early ones are far apart; of 16 the first are 8, 15, 6 and 13:
-std::int64_t Spread(std::int64_t Index, std::int64_t Count) {
-    constexpr std::int64_t Odd = 7;  // has no divisor in common with 1 to 16 but 7 and 14
-    return (Index * (Count % Odd == 0 ? 5 : Odd) + Count / 2) % Count;
+// The places 0 to Count - 1 each once, neighbours in the order far apart: from the middle on in
+// steps of 7, round and round, so of 16 places 8, 15, 6, 13 and so on. A step that has a divisor in
+// common with Count would leave places out: 7 has none with 1 to 16 but 7 and 14, which take steps
+// of 5.
+std::int64_t PlaceOfPass(std::int64_t Pass, std::int64_t Count) {
+    const std::int64_t Step = Count % 7 == 0 ? 5 : 7;
+    return (Pass * Step + Count / 2) % Count;
 }
 
 Peak Joined(const Peak& A, const Peak& B) {
@@ -43,7 +46,7 @@ bool Peaks::Work(int Probes) {
         for (; Probes > 0 && Pass_ < Places_; --Probes)
             Probe();
     } catch (const std::exception& Cause) {
-        FailText_ = Cause.what();
+        Failure_ = Cause.what();
         ReadFrames_ = {};
     }
     return ReadFrames_ && Pass_ < Places_;
@@ -53,7 +56,7 @@ void Peaks::Probe() {
     const auto Stretch = static_cast<std::int64_t>(Next_);
     const std::int64_t First = StretchStart(Stretch);
     const std::int64_t Length = StretchStart(Stretch + 1) - First;
-    const std::int64_t Place = Spread(Pass_, Places_);
+    const std::int64_t Place = PlaceOfPass(Pass_, Places_);
     const std::int64_t From = First + Length * Place / Places_;
     const std::int64_t Room = First + Length * (Place + 1) / Places_ - From;
     if (Room > 0) {

@@ -30,9 +30,7 @@ class Peaks {
     /// fails ends the work, with its text in Failure.
     bool Work(int Probes);
 
-    /// True once every stretch has been probed: what Column tells is then roughly right.
-    bool Complete() const { return Pass_ > 0; }
-    const std::string& Failure() const { return FailText_; }
+    const std::string& Failure() const { return Failure_; }
 
     /// The peaks of column Column of Columns over the whole wave. Zeros where nothing is known.
     Peak Column(int Column, int Columns) const;
@@ -49,7 +47,7 @@ class Peaks {
     std::int64_t Places_;    // probes in a stretch
     std::int64_t Pass_ = 0;  // probes that every stretch has had
     std::size_t Next_ = 0;   // stretch to probe
-    std::string FailText_;
+    std::string Failure_;
 };
 
 }  // namespace Tolvar

@@ -15,12 +15,12 @@ namespace {
 constexpr std::string_view TakeScreen = "\x1b[?1049h\x1b[?25l\x1b[?7l";
 constexpr std::string_view GiveScreenBack = "\x1b[m\x1b[?7h\x1b[?25h\x1b[?1049l";
 
-constexpr int PatienceMs = 200;
+constexpr int LeaveTimeoutMs = 200;
 
 }  // namespace
 
-Terminal::Terminal(const std::string& Path) : Line_(OpenDescriptor(Path, O_RDWR | O_NONBLOCK)) {
-    if (!Line_ || tcgetattr(Line_.Get(), &Before_) != 0) {
+Terminal::Terminal(const std::string& Path) : Device_(OpenDescriptor(Path, O_RDWR | O_NONBLOCK)) {
+    if (!Device_ || tcgetattr(Device_.Get(), &Before_) != 0) {
         throw ErrnoFailure("cannot use the terminal " + Path, errno, FailureKind::Device);
     }
 }
@@ -30,7 +30,7 @@ Terminal::~Terminal() {
 }
 
 void Terminal::Enter() {
-    if (!Entered_ && tcgetattr(Line_.Get(), &Before_) != 0) {
+    if (!Entered_ && tcgetattr(Device_.Get(), &Before_) != 0) {
         throw ErrnoFailure("cannot read the terminal's settings", errno, FailureKind::Device);
     }
     termios Raw = Before_;
@@ -38,7 +38,7 @@ void Terminal::Enter() {
     Raw.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IXON);
     Raw.c_cc[VMIN] = 0;
     Raw.c_cc[VTIME] = 0;
-    if (tcsetattr(Line_.Get(), TCSANOW, &Raw) != 0) {
+    if (tcsetattr(Device_.Get(), TCSANOW, &Raw) != 0) {
         throw ErrnoFailure("cannot change the terminal's settings", errno, FailureKind::Device);
     }
     Entered_ = true;
@@ -50,26 +50,27 @@ void Terminal::Leave() noexcept {
     Entered_ = false;
     if (Gone_ || !InForeground()) return;  // it is the shell's again
     try {
-        Waiting_ += GiveScreenBack;
-        pollfd Ready{Line_.Get(), POLLOUT, 0};
-        while (!Flush() && poll(&Ready, 1, PatienceMs) > 0) {
+        Unsent_ += GiveScreenBack;
+        pollfd Ready{Device_.Get(), POLLOUT, 0};
+        while (!Flush() && poll(&Ready, 1, LeaveTimeoutMs) > 0) {
         }
     } catch (...) {
-        // Out of memory for the last screen: the settings still go back.
+        // Without memory the screen stays as it is, but the settings still go back.
     }
-    Waiting_.clear();
-    tcsetattr(Line_.Get(), TCSANOW, &Before_);
+    Unsent_.clear();
+    tcsetattr(Device_.Get(), TCSANOW, &Before_);
 }
 
 // A program in the background would be stopped for changing the terminal's settings.
 bool Terminal::InForeground() const {
-    const pid_t Owner = tcgetpgrp(Line_.Get());
+    const pid_t Owner = tcgetpgrp(Device_.Get());
     return Owner < 0 || Owner == getpgrp();
 }
 
 TerminalSize Terminal::Size() const {
     winsize Now{};
-    if (ioctl(Line_.Get(), TIOCGWINSZ, &Now) != 0 || Now.ws_col == 0 || Now.ws_row == 0) return {};
+    if (ioctl(Device_.Get(), TIOCGWINSZ, &Now) != 0 || Now.ws_col == 0 || Now.ws_row == 0)
+        return {};
     return {Now.ws_col, Now.ws_row};
 }
 
@@ -77,35 +78,35 @@ std::string Terminal::Read() {
     std::array<char, 256> Bytes{};
     std::string Typed;
     for (;;) {
-        const ssize_t Count = ::read(Line_.Get(), Bytes.data(), Bytes.size());
+        const ssize_t Count = ::read(Device_.Get(), Bytes.data(), Bytes.size());
         if (Count < 0 && errno == EINTR) continue;
         if (Count < 0 && errno != EAGAIN) Gone_ = true;
         if (Count <= 0) break;
         Typed.append(Bytes.data(), static_cast<std::size_t>(Count));
     }
     // With no least count of bytes a terminal without keys also reads as empty: ask it.
-    pollfd State{Line_.Get(), POLLIN, 0};
+    pollfd State{Device_.Get(), POLLIN, 0};
     if (poll(&State, 1, 0) > 0 && (State.revents & (POLLHUP | POLLERR)) != 0) Gone_ = true;
     return Typed;
 }
 
 void Terminal::Write(std::string_view Bytes) {
-    Waiting_ += Bytes;
+    Unsent_ += Bytes;
     Flush();
 }
 
 bool Terminal::Flush() {
-    while (!Waiting_.empty()) {
-        const ssize_t Count = ::write(Line_.Get(), Waiting_.data(), Waiting_.size());
+    while (!Unsent_.empty()) {
+        const ssize_t Count = ::write(Device_.Get(), Unsent_.data(), Unsent_.size());
         if (Count < 0 && errno == EINTR) continue;
         if (Count < 0 && errno != EAGAIN) {
             Gone_ = true;
-            Waiting_.clear();
+            Unsent_.clear();
         }
         if (Count <= 0) break;
-        Waiting_.erase(0, static_cast<std::size_t>(Count));
+        Unsent_.erase(0, static_cast<std::size_t>(Count));
     }
-    return Waiting_.empty();
+    return Unsent_.empty();
 }
 
 }  // namespace Tolvar

@@ -32,24 +32,24 @@ bool TerminalPlayer::Usable() {
            static_cast<bool>(OpenDescriptor("/dev/tty", O_RDWR));
 }
 
-TerminalPlayer::TerminalPlayer(PlayerPort& Player, Apartment& HomeOf, TerminalFacts FactsOf,
-                               TerminalLook LookOf)
-    : Home_(HomeOf),
+TerminalPlayer::TerminalPlayer(PlayerPort& Player, Apartment& Home, TerminalFacts Facts,
+                               TerminalLook Look)
+    : Home_(Home),
       Port_(Player),
-      Facts_(std::move(FactsOf)),
-      Look_(LookOf),
+      Facts_(std::move(Facts)),
+      Look_(Look),
       Player_(Player, Facts_.Wave),
       Overview_(Facts_.Wave.WaveNos, Facts_.FmtChannal, Facts_.Read),
-      Line_("/dev/tty"),
-      Signals_(HomeOf, [this](int Signal) { OnSignal(Signal); }),
-      LastFrameNs_(HomeOf.Time().NowNs() - LeastFrameNs) {
-    Player_.Listen([this](PlayerControl::Change) { WantFrameSoon(); });
+      Terminal_("/dev/tty"),
+      Signals_(Home, [this](int Signal) { OnSignal(Signal); }),
+      LastFrameNs_(Home.Time().NowNs() - LeastFrameNs) {
+    Player_.Listen([this](PlayerControl::Change) { ScheduleFrameSoon(); });
     Port_.OnMsgBoxOb(
         [this](std::string_view Msg, std::string_view Ttl) { Player_.Report(Msg, Ttl); });
 }
 
 TerminalPlayer::~TerminalPlayer() {
-    Close();
+    Hide();
     try {
         Port_.OnMsgBoxOb({});
     } catch (const RuntimeFailure&) {
@@ -58,61 +58,58 @@ TerminalPlayer::~TerminalPlayer() {
 }
 
 TerminalEnd TerminalPlayer::Run() {
-    struct Guard {
-        TerminalPlayer& Of;
-        ~Guard() { Of.Close(); }
-    } const Leaving{*this};
-    Open();
-    Home_.RunUntil(Forever, [this] { return Over(); });
-    Close();
-    if (!Lost_.empty()) throw RuntimeFailure(FailureKind::Device, Lost_);
+    struct HideAtEnd {
+        TerminalPlayer& Self;
+        ~HideAtEnd() { Self.Hide(); }
+    } const Hiding{*this};
+    Show();
+    Home_.RunUntil(Forever, [this] { return HasEnded(); });
+    if (!LostBecause_.empty()) throw RuntimeFailure(FailureKind::Device, LostBecause_);
     return End_.value_or(TerminalEnd::Interrupted);
 }
 
-void TerminalPlayer::Open() {
+void TerminalPlayer::Show() {
     End_.reset();
-    Line_.Enter();
+    Terminal_.Enter();
     Showing_ = true;
-    Home_.Watch({Line_.Fd()}, [this] { OnKeys(); });
-    WantFrameSoon();
+    Home_.Watch({Terminal_.Fd()}, [this] { OnBytes(); });
+    ScheduleFrameSoon();
     RefineOverview();
 }
 
-void TerminalPlayer::Close() noexcept {
+void TerminalPlayer::Hide() noexcept {
     if (!std::exchange(Showing_, false)) return;
-    Home_.Unwatch({Line_.Fd()});
+    Home_.Unwatch({Terminal_.Fd()});
     Home_.Disarm(Frame_);
     Home_.Disarm(LoneEscape_);
     Home_.Disarm(Refining_);
-    Line_.Leave();
+    Terminal_.Leave();
     OnScreen_ = {};
 }
 
-bool TerminalPlayer::Over() {
-    if (Player_.State() == Transport::Ended && !End_) {
-        End_ = TerminalEnd::PlayedOut;
-    }
-    if (!End_ && (Line_.HungUp() || Facts_.Interrupted())) End_ = TerminalEnd::Interrupted;
-    return End_ || !Lost_.empty();
+bool TerminalPlayer::HasEnded() {
+    if (!End_ && Player_.State() == Transport::Ended) End_ = TerminalEnd::PlayedOut;
+    if (!End_ && (Terminal_.HungUp() || Facts_.Interrupted())) End_ = TerminalEnd::Interrupted;
+    return End_ || !LostBecause_.empty();
 }
 
 // Keys.
 
-void TerminalPlayer::OnKeys() {
+void TerminalPlayer::OnBytes() {
     Home_.Disarm(LoneEscape_);
-    for (const Key& Each : Decoder_.Feed(Line_.Read()))
-        Take(Each);
+    for (const Key& Each : Decoder_.Feed(Terminal_.Read()))
+        OnKey(Each);
     if (!Decoder_.Waiting()) return;
     LoneEscape_ = Home_.Arm(Home_.Time().NowNs() + EscapeNs, [this] {
         for (const Key& Each : Decoder_.Flush())
-            Take(Each);
+            OnKey(Each);
     });
 }
 
-void TerminalPlayer::Take(const Key& Pressed) {
+void TerminalPlayer::OnKey(const Key& Pressed) {
     if (!Player_.Note().Text.empty()) Player_.Say("");
     const bool WasShown = std::exchange(HelpShown_, false);
-    if (WasShown) WantFrameSoon();
+    if (WasShown) ScheduleFrameSoon();
     const bool Closes = WasShown && Pressed != Key{Key::Name::Character, U'q'};
     switch (Closes ? KeyOutcome::Done : Press(Pressed, Player_)) {
         case KeyOutcome::Done:
@@ -122,11 +119,11 @@ void TerminalPlayer::Take(const Key& Pressed) {
             break;
         case KeyOutcome::Help:
             HelpShown_ = true;
-            WantFrameSoon();
+            ScheduleFrameSoon();
             break;
         case KeyOutcome::Redraw:
             OnScreen_ = {};
-            WantFrameSoon();
+            ScheduleFrameSoon();
             break;
     }
 }
@@ -138,30 +135,30 @@ void TerminalPlayer::OnSignal(int Signal) {
     if (!Showing_) return;
     if (Signal == SIGTSTP) Suspend();
     if (Signal == SIGCONT) {
-        Line_.Enter();
+        Terminal_.Enter();
         OnScreen_ = {};
     }
-    WantFrameSoon();
+    ScheduleFrameSoon();
 }
 
 // The sound waits with the program: a program that is stopped cannot fill the device.
 void TerminalPlayer::Suspend() {
     const bool Sounding = Player_.State() == Transport::Playing;
     if (Sounding) Player_.Pause();
-    Line_.Leave();
+    Terminal_.Leave();
     TerminalSignals::StopHere();
-    Line_.Enter();
+    Terminal_.Enter();
     OnScreen_ = {};
     if (Sounding) Player_.Play();
 }
 
 // The picture.
 
-void TerminalPlayer::WantFrameSoon() {
-    WantFrame(std::max(Home_.Time().NowNs(), LastFrameNs_ + LeastFrameNs));
+void TerminalPlayer::ScheduleFrameSoon() {
+    ScheduleFrame(std::max(Home_.Time().NowNs(), LastFrameNs_ + LeastFrameNs));
 }
 
-void TerminalPlayer::WantFrame(std::int64_t AtNs) {
+void TerminalPlayer::ScheduleFrame(std::int64_t AtNs) {
     if (!Showing_ || (Frame_.Order != 0 && Frame_.DueNs <= AtNs)) return;
     Home_.Disarm(Frame_);
     Frame_ = Home_.Arm(AtNs, [this] {
@@ -174,18 +171,18 @@ void TerminalPlayer::DrawFrame() {
     LastFrameNs_ = Home_.Time().NowNs();
     try {
         Player_.Refresh();
-    } catch (const RuntimeFailure& Gone) {
-        Lost_ = Gone.what();
+    } catch (const RuntimeFailure& Cause) {
+        LostBecause_ = Cause.what();
         return;
     }
-    if (!Line_.Flush()) {
-        WantFrameSoon();  // a slow terminal skips pictures, it holds nothing up
+    if (!Terminal_.Flush()) {
+        ScheduleFrameSoon();  // a slow terminal skips pictures, it holds nothing up
         return;
     }
-    const Grid Next = Screen(Shown());
-    Line_.Write(Painted(OnScreen_, Next, Look_.Colours));
+    const Grid Next = Screen(CurrentView());
+    Terminal_.Write(Painted(OnScreen_, Next, Look_.Colours));
     OnScreen_ = Next;
-    if (Player_.State() == Transport::Playing) WantFrame(LastFrameNs_ + FrameInterval());
+    if (Player_.State() == Transport::Playing) ScheduleFrame(LastFrameNs_ + FrameInterval());
 }
 
 // The next moment at which the cursor or the tenths can have moved.
@@ -197,8 +194,8 @@ std::int64_t TerminalPlayer::FrameInterval() const {
     return std::max(LeastFrameNs, static_cast<std::int64_t>(std::min(ColumnNs, Most)));
 }
 
-View TerminalPlayer::Shown() const {
-    const TerminalSize Size = Line_.Size();
+View TerminalPlayer::CurrentView() const {
+    const TerminalSize Size = Terminal_.Size();
     View Now;
     Now.Width = Size.Columns;
     Now.Height = Size.Rows;
@@ -223,7 +220,7 @@ void TerminalPlayer::RefineOverview() {
     while (More && Home_.Time().NowNs() < UntilNs)
         More = Overview_.Work(ProbesAtOnce);
     if (!Overview_.Failure().empty()) Player_.Say("no overview: " + Overview_.Failure(), true);
-    WantFrameSoon();
+    ScheduleFrameSoon();
     if (More) {
         Refining_ = Home_.Arm(Home_.Time().NowNs() + RefineEveryNs, [this] { RefineOverview(); });
     }

@@ -18,42 +18,43 @@ int Reach(int Amplitude, int Rows) {
     return std::clamp(Filled, Amplitude > 0 ? 1 : 0, Most);
 }
 
+// How the cells of a column are drawn.
 struct Bar {
     Style Look = Style::Plain;
     bool Unicode = true;
 };
 
 // A cell filled to Level eighths from below.
-Cell Rising(const Bar& Of, int Level) {
+Cell Rising(const Bar& Kind, int Level) {
     if (Level <= 0) return {};
-    if (Of.Unicode) return {U'▁' + static_cast<char32_t>(Level - 1), Of.Look, false};
-    if (Level < 3) return {U'.', Of.Look, false};
-    return {Level < 6 ? U':' : (Of.Look == Style::Played ? U'#' : U'|'), Of.Look, false};
+    if (Kind.Unicode) return {U'▁' + static_cast<char32_t>(Level - 1), Kind.Look, false};
+    if (Level < 3) return {U'.', Kind.Look, false};
+    return {Level < 6 ? U':' : (Kind.Look == Style::Played ? U'#' : U'|'), Kind.Look, false};
 }
 
 // A cell filled to Level eighths from above: the rest of it, with the colours exchanged.
-Cell Hanging(const Bar& Of, int Level) {
+Cell Hanging(const Bar& Kind, int Level) {
     if (Level <= 0) return {};
-    if (Level >= Eighths) return Rising(Of, Eighths);
-    if (!Of.Unicode) return Level < 3 ? Cell{U'\'', Of.Look, false} : Rising(Of, Level);
-    return {U'▁' + static_cast<char32_t>(Eighths - Level - 1), Of.Look, true};
+    if (Level >= Eighths) return Rising(Kind, Eighths);
+    if (!Kind.Unicode) return Level < 3 ? Cell{U'\'', Kind.Look, false} : Rising(Kind, Level);
+    return {U'▁' + static_cast<char32_t>(Eighths - Level - 1), Kind.Look, true};
 }
 
-void DrawColumn(Grid& On, int Column, int Top, int Rows, const Peak& Of, const Bar& Look) {
+void DrawColumn(Grid& On, int Column, int Top, int Rows, const Peak& Range, const Bar& Kind) {
     if (Rows == 1) {
-        const int Loudest = std::max<int>(Of.Greatest, -Of.Least);
-        On.Put(Column, Top, Rising(Look, Reach(Loudest, 1)));
+        const int Loudest = std::max<int>(Range.Greatest, -Range.Least);
+        On.Put(Column, Top, Rising(Kind, Reach(Loudest, 1)));
         return;
     }
     const int Half = Rows / 2;
     // Silence is a line in the middle.
-    const int Up = std::max(1, Reach(std::max<int>(Of.Greatest, 0), Half));
-    const int Down = Reach(std::max(-Of.Least, 0), Half);
+    const int Up = std::max(1, Reach(std::max<int>(Range.Greatest, 0), Half));
+    const int Down = Reach(std::max(-Range.Least, 0), Half);
     for (int Row = 0; Row < Half; ++Row) {
         On.Put(Column, Top + Half - 1 - Row,
-               Rising(Look, std::clamp(Up - Row * Eighths, 0, Eighths)));
+               Rising(Kind, std::clamp(Up - Row * Eighths, 0, Eighths)));
         On.Put(Column, Top + Half + Row,
-               Hanging(Look, std::clamp(Down - Row * Eighths, 0, Eighths)));
+               Hanging(Kind, std::clamp(Down - Row * Eighths, 0, Eighths)));
     }
 }
 
@@ -94,9 +95,9 @@ void DrawWave(Grid& On, const View& Shown, int Top, int Rows) {
     const bool Reverse = Shown.Wave.Direction < 0;
     for (int Column = 0; Column < Width; ++Column) {
         const bool Played = Reverse ? Column > Cursor : Column < Cursor;
-        const Bar Look{Played ? Style::Played : Style::Ahead, Shown.Unicode};
+        const Bar Kind{Played ? Style::Played : Style::Ahead, Shown.Unicode};
         if (Shown.Overview != nullptr) {
-            DrawColumn(On, Column, Top, Rows, Shown.Overview->Column(Column, Width), Look);
+            DrawColumn(On, Column, Top, Rows, Shown.Overview->Column(Column, Width), Kind);
         }
     }
     for (int Row = Top; Row < Top + Rows; ++Row)
