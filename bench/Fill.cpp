@@ -47,18 +47,18 @@ constexpr Kind Kinds[] = {
 
 class Subject {
   public:
-    Subject(const Kind& Which, const std::string& Path) : Of_(Which) {
-        ChannelBlocks Blocks{.Type = Of_.Type,
-                             .Count = (Segments * SegFrames + Of_.BlkLen - 1) / Of_.BlkLen,
-                             .Len = Of_.BlkLen,
-                             .Channels = Of_.Type == BlkOrgFile ? Of_.Channels : 1,
-                             .Bits = Of_.Bits};
+    Subject(const Kind& Which, const std::string& Path) : Kind_(Which) {
+        ChannelBlocks Blocks{.Type = Kind_.Type,
+                             .Count = (Segments * SegFrames + Kind_.BlkLen - 1) / Kind_.BlkLen,
+                             .Len = Kind_.BlkLen,
+                             .Channels = Kind_.Type == BlkOrgFile ? Kind_.Channels : 1,
+                             .Bits = Kind_.Bits};
         const auto Left = ListOf(Blocks, Path);
         Blocks.Channel = Blocks.Channels - 1;
-        const auto Right = Of_.Channels == 2 ? ListOf(Blocks, Path) : std::vector<std::int32_t>{};
-        Loaded_.HandOver(Of_.Bits, Left, Right, Segments * SegFrames);
+        const auto Right = Kind_.Channels == 2 ? ListOf(Blocks, Path) : std::vector<std::int32_t>{};
+        Loaded_.HandOver(Kind_.Bits, Left, Right, Segments * SegFrames);
         Loaded_.SetGeometry();
-        if (Of_.InMemory) Loaded_.LoadAll();
+        if (Kind_.InMemory) Loaded_.LoadAll();
     }
 
     void FillAll(std::int32_t Direction) {
@@ -71,7 +71,7 @@ class Subject {
     }
 
   private:
-    Kind Of_;
+    Kind Kind_;
     LoadedPlayer Loaded_;
 };
 

@@ -37,7 +37,7 @@ SampleFile::SampleFile()
     : Path_(std::filesystem::temp_directory_path() /
             ("tolvar-bench-" + std::to_string(std::uint64_t{std::random_device{}()}) + ".raw")) {
     std::string Bytes(BytesInFile, '\0');
-    std::uint32_t Noise = 1;
+    std::uint32_t Noise = 1;  // the "quick and dirty" generator of Numerical Recipes
     for (char& Byte : Bytes) {
         Noise = Noise * 1664525 + 1013904223;
         Byte = static_cast<char>(Noise >> 24);

@@ -60,7 +60,7 @@ std::string WavHeader(std::uint32_t DataBytes) {
 void MakeWave(const fs::path& Path) {
     std::ofstream Out(Path, std::ios::binary);
     Out << WavHeader(Frames * 4);
-    std::uint32_t Noise = 1;
+    std::uint32_t Noise = 1;  // the "quick and dirty" generator of Numerical Recipes
     for (std::uint32_t Second = 0; Second < Frames / Rate; ++Second) {
         std::string Piece;
         for (std::uint32_t Frame = 0; Frame < Rate; ++Frame) {

@@ -94,20 +94,21 @@ TEST(Script, AWrongLineIsNamedAndNothingRuns) {
 
 TEST(Script, SaysTheSameOfAPlayerInAnotherProcess) {
     const Program Waveplay;
-    Waveplay.PutWav("in.wav", 16, 2, Rate, Numbered(Rate, 2));
+    // So long that no play reaches an edge by itself, however slow the machine is.
+    Waveplay.PutWav("in.wav", 16, 2, Rate, Numbered(80 * Rate, 2));
     // Every member before a wave, with one that is looped, behind wrong ones and behind the last.
     const std::string First =
         "PlayAgain\nPlayRunningDx7State\nPlayPause\nPlayRunningDx7State\nPlayContinue\n"
-        "PlayAgainRev\nUpdatePlayPosition\nPlayAtPos 5000\n";
+        "PlayAgainRev\nUpdatePlayPosition\nPlayAtPos 300000\n";
     const std::string Last =
-        "PlayAtPosRev 7000\nPlayRunningDx7State\nStopPlay\nPlayRunningDx7State\n";
+        "PlayAtPosRev 310000\nPlayRunningDx7State\nStopPlay\nPlayRunningDx7State\n";
     const std::string Each = First + "PlayUTurn\n" + Last;
     const std::string Lines =
         Each +
         "PlayCurrentPosition\nMemorySizeToUse 65536\nAppTmpDir .\nDxObj 0\nDxObj -3\n"
         "DxObj 1\nload gone.wav\nload in.wav\nLoopPlayON 1\n" +
         Each +
-        "LoopPlayON 0\nPlayAtPos 7990\nwait-stop 900\nPlayAtPosRev 20\nwait-stop 900\n"
+        "LoopPlayON 0\nPlayAtPos 639990\nwait-stop\nPlayAtPosRev 20\nwait-stop\n"
         "PlayTempoFor 2\nPlayTempoRev 4\nPlayAgain\nPlayUTurn\nwait-stop\n"
         "list L 9 9\nWriteWaveMemo 16 1 8000 8\n"
         "list L 9 9\nWriteWaveMemo 24 1 8000 8\nWriteWaveMemo 16 1 8000 0\n" +

@@ -112,7 +112,7 @@ TEST(Terminal, ThatTakesNothingHoldsNothingUp) {
     }
     Line.Close();
     At.Type("q");
-    for (int WaitedMs = 0; WaitedMs < 3000 && kill(Player, 0) == 0; ++WaitedMs)
+    for (int WaitedMs = 0; WaitedMs < 20'000 && kill(Player, 0) == 0; ++WaitedMs)
         poll(nullptr, 0, 1);
     EXPECT_EQ(kill(Player, 0), -1);
     At.Left();

@@ -32,13 +32,13 @@ struct Tape {
 TEST(Peaks, FindsTheOneFrameThatSticksOut) {
     for (const std::int32_t Length : {1, 2, 79, 2047, 2049, 100'000, 3'000'000, 16'777'216}) {
         for (const std::int32_t Odd : {0, Length / 3, Length - 1}) {
-            Tape Of{Length, Odd};
-            while (Of.Overview.Work(1000)) {
+            Tape Whole{Length, Odd};
+            while (Whole.Overview.Work(1000)) {
             }
-            EXPECT_EQ(Of.FramesRead, Length) << "each frame once";
+            EXPECT_EQ(Whole.FramesRead, Length) << "each frame once";
             int Columns = 0;
             for (int Column = 0; Column < 80; ++Column) {
-                const Peak At = Of.Overview.Column(Column, 80);
+                const Peak At = Whole.Overview.Column(Column, 80);
                 EXPECT_GE(At.Greatest, 100);
                 EXPECT_EQ(At.Least, -At.Greatest / 2);
                 if (At.Greatest == 30000) ++Columns;
@@ -50,14 +50,14 @@ TEST(Peaks, FindsTheOneFrameThatSticksOut) {
 }
 
 TEST(Peaks, AreRoughAtOnceBoundedForHoursAndEndAtAReadThatFails) {
-    Tape Of{2'147'483'647};
-    EXPECT_TRUE(Of.Overview.Work(2048));
+    Tape Whole{2'147'483'647};
+    EXPECT_TRUE(Whole.Overview.Work(2048));
     for (int Column = 0; Column < 140; ++Column)
-        EXPECT_EQ(Of.Overview.Column(Column, 140).Greatest, 100);
-    EXPECT_LE(Of.FramesRead, 2048 * 512);
-    while (Of.Overview.Work(1000)) {
+        EXPECT_EQ(Whole.Overview.Column(Column, 140).Greatest, 100);
+    EXPECT_LE(Whole.FramesRead, 2048 * 512);
+    while (Whole.Overview.Work(1000)) {
     }
-    EXPECT_LE(Of.FramesRead, 16'777'216);
+    EXPECT_LE(Whole.FramesRead, 16'777'216);
 
     Tape Torn{.Length = 4096, .FailAt = 2000};
     EXPECT_FALSE(Torn.Overview.Work(5000));

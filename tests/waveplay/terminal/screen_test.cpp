@@ -14,16 +14,16 @@ namespace {
 
 // 40 s at 100 Hz: silence, a loud half wave, a quiet one, full scale.
 Peaks Overview() {
-    Peaks Of(4000, 1, [](std::int32_t From, std::span<std::int16_t> Into) {
+    Peaks Found(4000, 1, [](std::int32_t From, std::span<std::int16_t> Into) {
         constexpr std::int16_t Levels[] = {0, 16384, 4096, 32767};
         for (std::int16_t& Each : Into) {
             const std::int16_t Level = Levels[From / 1000];
             Each = static_cast<std::int16_t>(From++ % 2 == 0 ? Level : -Level);
         }
     });
-    while (Of.Work(100)) {
+    while (Found.Work(100)) {
     }
-    return Of;
+    return Found;
 }
 
 using namespace testing;
@@ -145,20 +145,21 @@ TEST_F(ScreenTest, PaintsWhatDiffersAndNothingElse) {
 
 TEST(Look, FollowsTheEnvironment) {
     using Variables = std::map<std::string, std::string>;
-    const auto Of = [](const Variables& Set) {
+    const auto LookIn = [](const Variables& Set) {
         const TerminalLook Look = LookFrom([&Set](const char* Name) {
             return Set.contains(Name) ? Set.at(Name).c_str() : nullptr;
         });
         return std::vector{"none", "16", "256"}.at(static_cast<std::size_t>(Look.Colours)) +
                std::string(Look.Unicode ? " utf" : "") + (Look.CanMove ? "" : " lines");
     };
-    EXPECT_EQ(Of({}), "16 lines");
-    EXPECT_EQ(Of({{"TERM", "dumb"}, {"LANG", "de_DE.UTF-8"}}), "none utf lines");
-    EXPECT_EQ(Of({{"TERM", "linux"}, {"LC_ALL", "C"}, {"LANG", "de_DE.UTF-8"}}), "16");
-    EXPECT_EQ(Of({{"TERM", "xterm-256color"}, {"LC_ALL", ""}, {"LC_CTYPE", "C.utf8"}}), "256 utf");
-    EXPECT_EQ(Of({{"TERM", "foot"}, {"COLORTERM", "truecolor"}}), "256");
-    EXPECT_EQ(Of({{"TERM", "xterm-256color"}, {"NO_COLOR", "1"}}), "none");
-    EXPECT_EQ(Of({{"TERM", "xterm"}, {"NO_COLOR", ""}}), "16");
+    EXPECT_EQ(LookIn({}), "16 lines");
+    EXPECT_EQ(LookIn({{"TERM", "dumb"}, {"LANG", "de_DE.UTF-8"}}), "none utf lines");
+    EXPECT_EQ(LookIn({{"TERM", "linux"}, {"LC_ALL", "C"}, {"LANG", "de_DE.UTF-8"}}), "16");
+    EXPECT_EQ(LookIn({{"TERM", "xterm-256color"}, {"LC_ALL", ""}, {"LC_CTYPE", "C.utf8"}}),
+              "256 utf");
+    EXPECT_EQ(LookIn({{"TERM", "foot"}, {"COLORTERM", "truecolor"}}), "256");
+    EXPECT_EQ(LookIn({{"TERM", "xterm-256color"}, {"NO_COLOR", "1"}}), "none");
+    EXPECT_EQ(LookIn({{"TERM", "xterm"}, {"NO_COLOR", ""}}), "16");
 }
 
 }  // namespace
