@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <exception>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -14,6 +15,7 @@
 #include "platform/Log.h"
 #include "platform/RuntimeFailure.h"
 #include "store/BlockCarrBuffClass.h"
+#include "store/BlocksFromBlkInLst.h"
 
 namespace Tolvar {
 
@@ -260,14 +262,15 @@ void PlayDllClass::WriteWaveMemo(std::int32_t FmtBits, std::int32_t FmtChannal,
         Status("Sound Buffer Failed");
         return;
     }
-    BlkInLstCheck(BlkInLstL, "left");
-    if (FmtChannal == 2) BlkInLstCheck(BlkInLstR, "right");
+    const CheckedBlockList Left(BlkInLstL, "left");
+    std::optional<CheckedBlockList> Right;
+    if (FmtChannal == 2) Right.emplace(BlkInLstR, "right");
 
     State_.PlayDirection = 1;
     State_.FillNextPos = 1;
     ReleaseFiles();
-    GiveBlocks(*State_.BlkCarrL, BlkInLstL);
-    if (FmtChannal == 2) GiveBlocks(*State_.BlkCarrR, BlkInLstR);
+    GiveBlocks(*State_.BlkCarrL, Left);
+    if (Right) GiveBlocks(*State_.BlkCarrR, *Right);
     // Only now, so that a failure above (there may be no memory for the blocks) leaves no wave.
     State_.WaveNos = WaveNos;
     State_.FmtBits = FmtBits;
@@ -276,7 +279,7 @@ void PlayDllClass::WriteWaveMemo(std::int32_t FmtBits, std::int32_t FmtChannal,
     CreateEngineBuffer();
 }
 
-void PlayDllClass::GiveBlocks(BlockCarrBuffClass& Carrier, BlockList BlkInLst) {
+void PlayDllClass::GiveBlocks(BlockCarrBuffClass& Carrier, const CheckedBlockList& BlkInLst) {
     const auto BlkSet = BlocksFromBlkInLst(Store_, BlkInLst);
     try {
         Carrier.BuffBlocksPutFresh(BlkSet);

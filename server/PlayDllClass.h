@@ -9,12 +9,13 @@
 
 #include "platform/System.h"
 #include "state/PlayDllMod.h"
-#include "store/BlocksFromBlkInLst.h"
+#include "store/CheckedBlockList.h"
 
 namespace Tolvar {
 
 struct EngineForms;
 class PlayEngine;
+class WoroFileBlockMod;
 
 /// Which engines DxObj may select.
 enum class EngineOrder {
@@ -92,7 +93,7 @@ class PlayDllClass {
     void PlayFromEdge(std::int32_t Direction, std::string_view NotReadyText);
     void PlayFrom(std::int32_t Direction, std::int32_t Pos);
     bool FormatAccepted(std::int32_t FmtBits, std::int32_t FmtChannal, std::int32_t WaveNos);
-    void GiveBlocks(BlockCarrBuffClass& Carrier, BlockList BlkInLst);
+    void GiveBlocks(BlockCarrBuffClass& Carrier, const CheckedBlockList& BlkInLst);
     void CreateEngineBuffer();
     template <typename Operation, typename Answer>
     void Trapped(std::string_view What, Operation Do, Answer OnFailure);

@@ -72,21 +72,11 @@ class HandOver {
 
 }  // namespace
 
-void BlkInLstCheck(BlockList BlkInLst, std::string_view Channel) {
-    BlkInLstReader Reader(BlkInLst, Channel);
-    BlkInEntry Entry;
-    while (Reader.Next(Entry))
-        continue;
-}
-
-std::vector<std::int32_t> BlocksFromBlkInLst(WoroFileBlockMod& Store, BlockList BlkInLst) {
-    BlkInLstCheck(BlkInLst, "");
-    BlkInLstReader Reader(BlkInLst, "");
-    MadeBlocks Made(Store, static_cast<std::size_t>(Reader.Count()));
+std::vector<std::int32_t> BlocksFromBlkInLst(WoroFileBlockMod& Store,
+                                             const CheckedBlockList& BlkInLst) {
+    MadeBlocks Made(Store, static_cast<std::size_t>(BlkInLst.Count()));
     HandOver Editor(Store);
-    BlkInEntry Entry;
-    while (Reader.Next(Entry))
-        Made.Add(Editor.Make(Entry));
+    BlkInLst.ForEach([&](const BlkInEntry& Entry) { Made.Add(Editor.Make(Entry)); });
     return Made.Take();
 }
 

@@ -43,7 +43,7 @@ struct Shop {
     }
 
     Blocks HandOver(const std::vector<ListEntry>& Entries) {
-        return BlocksFromBlkInLst(Store, ListOf(Entries));
+        return BlocksFromBlkInLst(Store, CheckedBlockList(ListOf(Entries)));
     }
 
     /// All of a block.

@@ -148,7 +148,9 @@ TEST(FileCarrier, TakesRealFilesByWhatTheyAreAndDeletesItsOwn) {
     std::filesystem::resize_file(Folder / "huge", std::uintmax_t{Max} + 1);
     std::string Kept;
     {
-        BlocksFromBlkInLst(Store, ListOf({{3, 2, 1, Folder / "work"}, {4, 2, 3, Folder / "orig"}}));
+        BlocksFromBlkInLst(
+            Store,
+            CheckedBlockList(ListOf({{3, 2, 1, Folder / "work"}, {4, 2, 3, Folder / "orig"}})));
         FileCarrBuffClass Carrier(Store, Clock);
         FileCarrBuffClass Other(Store, Clock);
         const std::int32_t Blk = Store.BlockNew(2, BlkFile);
@@ -181,7 +183,7 @@ TEST(FileCarrier, TakesRealFilesByWhatTheyAreAndDeletesItsOwn) {
         EXPECT_FALSE(SetFileSize(Disk, Folder / "", 3) || SetFileSize(Disk, Folder / "no", 3) ||
                      SetFileSize(Disk, Folder / "tiny", -1));
         Kept = Other.FileName1();
-        BlocksFromBlkInLst(Store, ListOf({{3, 1, 1, Kept}}));
+        BlocksFromBlkInLst(Store, CheckedBlockList(ListOf({{3, 1, 1, Kept}})));
         Other.WaveLR(1, 'k' + 256 * 't');
     }
     EXPECT_EQ(Get(PathOf(Kept)), "kt") << "blocks read from it";

@@ -32,10 +32,10 @@ TEST(HandOver, RefusalsNameChannelEntryIndexAndValue) {
         {{2, 1, 0, Max, 5, 1, 1, 1, 16, 1, 0, 1, 5, 1, 1, 1, 16}, "entry 2, index 12"},
     };
     for (const auto& [List, Where] : Cases) {
-        EXPECT_THAT(FailureOf([&] { BlkInLstCheck(List, "right"); }),
+        EXPECT_THAT(FailureOf([&] { CheckedBlockList(List, "right"); }),
                     AllOf(HasSubstr("right"), HasSubstr(Where)));
     }
-    EXPECT_NO_THROW(BlkInLstCheck(std::array{1, 1, -9, 1, 5, 1, 1, 1, 16, 77}, ""));
+    EXPECT_NO_THROW(CheckedBlockList(std::array{1, 1, -9, 1, 5, 1, 1, 1, 16, 77}));
 }
 
 TEST(OpenFiles, StayOpenBetweenReadsAndCloseOnEveryWayOut) {
@@ -79,14 +79,15 @@ TEST(OwnWorkFiles, AreNamedAroundExistingFilesReusedAndDeletedAtTheEnd) {
         WoroFileBlockMod Store(Disk, Box, Settings);
         EXPECT_THROW(Store.BlockNew(1, BlkFile), RuntimeFailure);  // no folder yet
         Settings.AppTmpDir = "tmp";
-        BlocksFromBlkInLst(Store, ListOf({{3, 1, 1, "TMP\\wb2.tmp"}}));  // the editor's
+        BlocksFromBlkInLst(Store,
+                           CheckedBlockList(ListOf({{3, 1, 1, "TMP\\wb2.tmp"}})));  // the editor's
         const std::int32_t Blk = Store.BlockNew(2, BlkFile);
         EXPECT_EQ(Store.WorkFile(Store.Block(Blk).BlkFileNo).WorkFileName, "tmp\\wb3.tmp");
         Store.BlockFree(Blk);
         EXPECT_EQ(Store.BlockNew(2, BlkFile), Blk);
         Store.BlockFree(Blk);  // to be spare, but the editor hands it over
         Store.FilesForget();
-        BlocksFromBlkInLst(Store, ListOf({{3, 1, 1, "tmp\\wb3.tmp"}}));
+        BlocksFromBlkInLst(Store, CheckedBlockList(ListOf({{3, 1, 1, "tmp\\wb3.tmp"}})));
         Store.BlockNew(2, BlkFile);
         EXPECT_THAT(Disk.Content, SizeIs(3));
     }

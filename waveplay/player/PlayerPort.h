@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "store/BlocksFromBlkInLst.h"
+#include "store/CheckedBlockList.h"
 
 namespace Tolvar {
 

@@ -1,4 +1,4 @@
-#include "store/BlkInLstReader.h"
+#include "store/CheckedBlockList.h"
 
 #include <limits>
 
@@ -15,40 +15,47 @@ constexpr std::int64_t ValuesFor(std::int32_t NameBytes) {
     return (std::int64_t{NameBytes} + 3) / 4;
 }
 
-}  // namespace
+/// The walk that finds what breaks a rule.
+class Check {
+  public:
+    Check(BlockList BlkInLst, std::string_view Channel) : List_(BlkInLst), Channel_(Channel) {}
 
-BlkInLstReader::BlkInLstReader(BlockList BlkInLst, std::string_view ChannelName)
-    : List_(BlkInLst), Channel_(ChannelName) {
-    if (List_.empty()) RefuseEnd("the number of blocks");
-    Entries_ = List_[0];
-    if (Entries_ < 1) Refuse(0, "the number of blocks must be 1 or more");
-    Pos_ = 1;
-}
+    void Run() {
+        if (List_.empty()) RefuseEnd("the number of blocks");
+        if (List_[0] < 1) Refuse(0, "the number of blocks must be 1 or more");
+        while (EntryNo_ < List_[0])
+            CheckEntry();
+    }
 
-bool BlkInLstReader::Next(BlkInEntry& Entry) {
-    if (EntryNo_ == Entries_) return false;
+  private:
+    void CheckEntry();
+    void CheckName(std::size_t NameValues) const;
+    void CheckLen(std::size_t At);
+    std::string Where(std::size_t At) const;
+    [[noreturn]] void Refuse(std::size_t At, const std::string& What) const;
+    [[noreturn]] void RefuseEnd(const std::string& What) const;
+
+    BlockList List_;
+    std::string_view Channel_;
+    std::int32_t EntryNo_ = 0;
+    std::size_t Pos_ = 1;  // where the entry begins
+    std::int64_t Samples_ = 0;
+};
+
+void Check::CheckEntry() {
     ++EntryNo_;
-    if (Pos_ == List_.size()) RefuseEnd("this entry; it announces " + std::to_string(Entries_));
+    if (Pos_ == List_.size()) RefuseEnd("this entry; it announces " + std::to_string(List_[0]));
     if (List_[Pos_] < 1) Refuse(Pos_, "a name record has 1 value or more");
     const auto NameValues = static_cast<std::size_t>(List_[Pos_]);
     const std::size_t Left = List_.size() - Pos_ - 1;
     if (NameValues > Left) Refuse(Pos_, "the name record goes beyond the end of the list");
     CheckName(NameValues);
     if (Left - NameValues < ValuesBehindName) RefuseEnd("the six values behind the name have come");
-    const BlockList Behind = List_.subspan(Pos_ + 1 + NameValues, ValuesBehindName);
     CheckLen(Pos_ + 1 + NameValues);
-    Entry = {List_.subspan(Pos_ + 1, NameValues),
-             Behind[0],
-             Behind[1],
-             Behind[2],
-             Behind[3],
-             Behind[4],
-             Behind[5]};
     Pos_ += 1 + NameValues + ValuesBehindName;
-    return true;
 }
 
-void BlkInLstReader::CheckName(std::size_t NameValues) const {
+void Check::CheckName(std::size_t NameValues) const {
     const std::int32_t NameBytes = List_[Pos_ + 1];
     if (NameBytes <= 0 || ValuesFor(NameBytes) < static_cast<std::int64_t>(NameValues)) return;
     Refuse(Pos_ + 1, "a name of so many bytes needs a name record of " +
@@ -56,7 +63,7 @@ void BlkInLstReader::CheckName(std::size_t NameValues) const {
                          std::to_string(NameValues));
 }
 
-void BlkInLstReader::CheckLen(std::size_t At) {
+void Check::CheckLen(std::size_t At) {
     if (List_[At] < 1) Refuse(At, "a block has 1 sample or more");
     Samples_ += List_[At];
     if (Samples_ > std::numeric_limits<std::int32_t>::max()) {
@@ -64,20 +71,35 @@ void BlkInLstReader::CheckLen(std::size_t At) {
     }
 }
 
-std::string BlkInLstReader::Where(std::size_t At) const {
+std::string Check::Where(std::size_t At) const {
     std::string Text = Channel_.empty() ? "Block list" : "Block list " + std::string(Channel_);
     if (EntryNo_ > 0) Text += ", entry " + std::to_string(EntryNo_);
     return Text + ", index " + std::to_string(At + 1);
 }
 
-void BlkInLstReader::Refuse(std::size_t At, const std::string& What) const {
+void Check::Refuse(std::size_t At, const std::string& What) const {
     throw RuntimeFailure(FailureKind::Input,
                          Where(At) + ", value " + std::to_string(List_[At]) + ": " + What);
 }
 
-void BlkInLstReader::RefuseEnd(const std::string& What) const {
+void Check::RefuseEnd(const std::string& What) const {
     throw RuntimeFailure(FailureKind::Input,
                          Where(List_.size()) + ": the list ends before " + What);
+}
+
+}  // namespace
+
+CheckedBlockList::CheckedBlockList(BlockList BlkInLst, std::string_view Channel) : List_(BlkInLst) {
+    Check(BlkInLst, Channel).Run();
+}
+
+/// The entry that begins at At, which then is where the next one begins.
+BlkInEntry CheckedBlockList::EntryAt(std::size_t& At) const {
+    const auto NameValues = static_cast<std::size_t>(List_[At]);
+    const BlockList NameRecord = List_.subspan(At + 1, NameValues);
+    const BlockList Behind = List_.subspan(At + 1 + NameValues, ValuesBehindName);
+    At += 1 + NameValues + ValuesBehindName;
+    return {NameRecord, Behind[0], Behind[1], Behind[2], Behind[3], Behind[4], Behind[5]};
 }
 
 std::string BlkNameFromLongs(BlockList NameRecord) {

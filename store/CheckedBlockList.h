@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -23,31 +24,29 @@ struct BlkInEntry {
     std::int32_t Bits;
 };
 
-/// Reads a block list entry by entry and checks it on the way: RuntimeFailure(Input) names the
-/// channel, the entry and the index of the value that breaks a rule.
-class BlkInLstReader {
+/// A block list that keeps its rules, so that whoever makes blocks of it need not look again. Any
+/// thread; it points into the editor's array, which must outlive it.
+class CheckedBlockList {
   public:
-    /// The list must outlive the reader. Channel may be "".
-    BlkInLstReader(BlockList BlkInLst, std::string_view Channel);
+    /// Goes through the list once. RuntimeFailure(Input) names the channel, the entry and the index
+    /// of the value that breaks a rule. Channel may be "".
+    explicit CheckedBlockList(BlockList BlkInLst, std::string_view Channel = "");
 
-    std::int32_t Count() const { return Entries_; }
+    /// Entries, 1 or more.
+    std::int32_t Count() const { return List_[0]; }
 
-    /// False behind the last entry.
-    bool Next(BlkInEntry& Entry);
+    /// Calls Visit(const BlkInEntry&) with every entry in order.
+    template <class Visitor>
+    void ForEach(Visitor&& Visit) const {
+        std::size_t At = 1;
+        for (std::int32_t Left = Count(); Left > 0; --Left)
+            Visit(EntryAt(At));
+    }
 
   private:
-    std::string Where(std::size_t At) const;
-    [[noreturn]] void Refuse(std::size_t At, const std::string& What) const;
-    [[noreturn]] void RefuseEnd(const std::string& What) const;
-    void CheckName(std::size_t NameValues) const;
-    void CheckLen(std::size_t At);
+    BlkInEntry EntryAt(std::size_t& At) const;
 
     BlockList List_;
-    std::string_view Channel_;
-    std::int32_t Entries_ = 0;
-    std::int32_t EntryNo_ = 0;  // of the entry that was read last
-    std::size_t Pos_ = 0;       // values read
-    std::int64_t Samples_ = 0;
 };
 
 /// The file name in a checked name record; "" for a length of 0 or less. Names are bytes.
