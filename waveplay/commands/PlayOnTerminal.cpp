@@ -27,7 +27,7 @@ TerminalFacts FactsOf(const Wave& Whole, const PlayOptions& Options) {
     Facts.Device = Options.Setup.To == Connection::Bus ? "session bus" : Options.Setup.Device;
     Facts.Format = std::to_string(Whole.FmtFriq) + " Hz " + std::to_string(Whole.FmtBits) +
                    " bit " + (Whole.FmtChannal == 2 ? "stereo" : "mono");
-    const auto Frames = std::make_shared<const WaveFrames>(Whole);
+    const auto Frames = std::make_shared<WaveFrames>(Whole);
     Facts.Read = [Frames](std::int32_t From, std::span<std::int16_t> Into) {
         Frames->Read(From, Into);
     };
