@@ -56,7 +56,7 @@ TEST_F(WavSinkTest, TheTargetIsUntouchedUntilItIsReplacedWhole) {
     using std::filesystem::perms, std::filesystem::status;
     Put(Folder / "t.wav", "old");
     ::chmod((Folder / "t.wav").c_str(), 0640);
-    ::symlink("t.wav", (Folder / "link").c_str());
+    ASSERT_EQ(::symlink("t.wav", (Folder / "link").c_str()), 0);
     WavSink(Folder / "link").Open(1, 8000);
     EXPECT_THAT(Folder.Names(), ElementsAre("link", "t.wav")) << "no half file";
     EXPECT_EQ(Get(Folder / "t.wav"), "old");
