@@ -10,7 +10,10 @@
 #include <filesystem>
 #include <memory>
 #include <span>
+#include <string_view>
 #include <vector>
+
+#include "platform/posix/Abandoned.h"
 
 namespace Tolvar {
 namespace {
@@ -32,6 +35,21 @@ std::string WithoutLinks(const std::string& Path) {
     const std::unique_ptr<char, Free> Real(::realpath(Path.c_str(), nullptr));
     if (!Real) throw CannotWrite(Path, errno);
     return Real.get();
+}
+
+// Temporary files are called FolderOfTheTarget/.tolvar-PROCESS-NUMBER.part.
+constexpr std::string_view Prefix = ".tolvar-";
+constexpr std::string_view Suffix = ".part";
+
+// What killed programs left beside the target.
+void SweepTemporaries(const std::string& Folder) {
+    std::error_code Ignored;  // another program may sweep at the same time
+    std::filesystem::directory_iterator Each(Folder.empty() ? "." : Folder, Ignored);
+    for (; Each != std::filesystem::directory_iterator(); Each.increment(Ignored)) {
+        const std::string Name = Each->path().filename().string();
+        if (!Name.starts_with(Prefix) || !Name.ends_with(Suffix)) continue;
+        if (LockAbandoned(Each->path().string(), 0)) std::filesystem::remove(Each->path(), Ignored);
+    }
 }
 
 Descriptor NamelessFile(const std::string& ForName) {
@@ -77,14 +95,16 @@ void OutputFile::UseStream(Descriptor Stream) {
 void OutputFile::UseTemporary(const std::string& FinalPath, bool KeepMode, unsigned Mode) {
     static std::atomic<unsigned> Number = 0;
     Final_ = FinalPath;
-    std::string Path;
+    const std::string Folder = Final_.substr(0, Final_.rfind('/') + 1);
+    SweepTemporaries(Folder);
     do {
-        Path = Final_.substr(0, Final_.rfind('/') + 1) + ".tolvar-" + std::to_string(::getpid()) +
-               "-" + std::to_string(++Number) + ".part";
-        Scratch_ = OpenDescriptor(Path, O_RDWR | O_CREAT | O_EXCL);
-    } while (!Scratch_ && errno == EEXIST);
-    if (!Scratch_) throw ErrnoFailure("cannot write " + Name_ + ": cannot create " + Path, errno);
-    Temporary_ = Path;
+        Temporary_ = Folder + std::string(Prefix) + std::to_string(::getpid()) + "-" +
+                     std::to_string(++Number) + std::string(Suffix);
+        Scratch_ = OpenDescriptor(Temporary_, O_RDWR | O_CREAT | O_EXCL);
+    } while (Scratch_ ? !KeepFromSweeping(Scratch_) : errno == EEXIST);
+    if (!Scratch_) {
+        throw ErrnoFailure("cannot write " + Name_ + ": cannot create " + Temporary_, errno);
+    }
     if (KeepMode) ::fchmod(Scratch_.Get(), Mode);
 }
 

@@ -9,9 +9,10 @@ namespace Tolvar {
 
 /// A file that is written whole or not at all. What is written goes to a temporary file in the
 /// target's folder, which takes the target's place on Commit; until then a target that exists is
-/// left as it is, so it may be read meanwhile. A device, a pipe and standard output ("-") have no
-/// such place: they are written directly, or, where they cannot be sought, on Commit.
-/// Failures are RuntimeFailure(File). One thread.
+/// left as it is, so it may be read meanwhile. A killed program leaves its temporary file behind;
+/// the next OutputFile in that folder removes it. A device, a pipe and standard output ("-") have
+/// no such place: they are written directly, or, where they cannot be sought, on Commit. Failures
+/// are RuntimeFailure(File). One thread.
 class OutputFile {
   public:
     /// Fails at once for a target that cannot be written. A named pipe waits for its reader.

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "platform/posix/ConsoleMessageBox.h"
+#include "platform/posix/OutputFile.h"
 #include "platform/posix/PosixFiles.h"
 #include "platform/posix/TextLog.h"
 #include "tests/card/CardRig.h"
@@ -46,7 +47,7 @@ TEST_F(FilesTest, BackslashesAreFoldersAndCreateNewTouchesNothingThatExists) {
     Disk.Delete(Name);
     EXPECT_FALSE(Disk.Exists(Name));
     Put(Folder / "a", "kept");
-    ::symlink("nowhere", (Folder / "link").c_str());
+    ASSERT_EQ(::symlink("nowhere", (Folder / "link").c_str()), 0);
     EXPECT_TRUE(!Disk.CreateNew(Folder / "a") && !Disk.CreateNew(Folder / "link"));
     EXPECT_EQ(Get(Folder / "a"), "kept");
 }
@@ -85,6 +86,17 @@ TEST_F(FilesTest, LogsAppendWholeLinesAndFallBackToStandardErrorAsBoxesDo) {
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 MatchesRegex("cannot open the log .*No such file.*\ncause\n"
                              "message box: Disk\\\\r\\\\nfull\n"));
+}
+
+TEST_F(FilesTest, AnOutputFileRemovesWhatKilledProgramsLeftAndNothingElse) {
+    Put(Folder / ".tolvar-1-1.part", "left behind");
+    {
+        OutputFile First(Folder / "first");
+        OutputFile Second(Folder / "second");
+        EXPECT_EQ(Folder.Names().size(), 2U) << "one for each that is being written";
+        First.Commit();
+    }
+    EXPECT_THAT(Folder.Names(), ElementsAre("first"));
 }
 
 TEST_F(FilesTest, LinesThatNobodyReadsDoNotStopTheirWriter) {

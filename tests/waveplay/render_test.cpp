@@ -54,5 +54,22 @@ TEST(Render, RefusesWhatItCannotPlayAndLeavesNothing) {
     EXPECT_EQ(Waveplay.FilesThere(), Before);
 }
 
+TEST(Render, IsNotHarmedByHowItWasStarted) {
+    const Program Waveplay;
+    Waveplay.PutWav("in.wav", 16, 2, 8000, Numbered(40000, 2));
+    // Nothing that is said may land in the file that gets the number of a closed stream.
+    EXPECT_EQ(Waveplay.RunShell("\"$0\" render in.wav -o out.wav 0<&- 1>&- 2>&-").Code, 0);
+    EXPECT_EQ(Get(Waveplay.Path("out.wav")), Get(Waveplay.Path("in.wav")));
+    for (const auto& [Words, Complaint] :
+         {std::pair("render in.wav -o - 1>&-", "Bad file descriptor"),
+          {"script - 0<&-", "cannot read -: Bad file descriptor"},
+          {"render in.wav -o - | true", "cannot write standard output"},
+          {"render in.wav -o big.wav", "File too large"}}) {
+        const Outcome Ran = Waveplay.RunShell("ulimit -f 100; \"$0\" " + std::string(Words));
+        EXPECT_THAT(Ran.Err, HasSubstr(Complaint));
+    }
+    EXPECT_THAT(Waveplay.FilesThere(), ElementsAre("in.wav", "out.wav"));
+}
+
 }  // namespace
 }  // namespace Tolvar::Testing

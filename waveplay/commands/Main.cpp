@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "platform/posix/ProcessGuard.h"
 #include "waveplay/commands/CommandLine.h"
 
 namespace {
@@ -17,6 +18,7 @@ struct Runner {
 }  // namespace
 
 int main(int Count, char** Arguments) {
+    GuardProcess();
     try {
         return std::visit(Runner{}, ParseCommandLine(Count, Arguments));
     } catch (const std::exception& Cause) {

@@ -1,9 +1,9 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <fstream>
-#include <iostream>
-#include <sstream>
-#include <utility>
 
 #include "platform/posix/Posix.h"
 #include "waveplay/commands/Commands.h"
@@ -12,17 +12,22 @@
 namespace Tolvar {
 namespace {
 
+Descriptor Open(const std::string& Path) {
+    if (Path == "-") return Descriptor(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    return OpenDescriptor(Path, O_RDONLY);
+}
+
 std::string ReadAll(const std::string& Path) {
-    std::ifstream Named;
-    if (Path != "-") Named.open(Path, std::ios::binary);
-    std::istream& In = Path == "-" ? std::cin : Named;
-    std::ostringstream Text;
-    errno = 0;
-    if (In && In.peek() != std::istream::traits_type::eof()) Text << In.rdbuf();
-    if (In.bad() || (Path != "-" && !Named.is_open())) {
-        throw ErrnoFailure("cannot read " + Path, errno);
+    const Descriptor In = Open(Path);
+    if (!In) throw ErrnoFailure("cannot read " + Path, errno);
+    std::string Text;
+    std::array<char, 4096> Buffer{};
+    while (true) {
+        const ssize_t Count = ::read(In.Get(), Buffer.data(), Buffer.size());
+        if (Count == 0) return Text;
+        if (Count > 0) Text.append(Buffer.data(), static_cast<std::size_t>(Count));
+        if (Count < 0 && errno != EINTR) throw ErrnoFailure("cannot read " + Path, errno);
     }
-    return std::move(Text).str();
 }
 
 }  // namespace

@@ -1,7 +1,3 @@
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
@@ -12,6 +8,7 @@
 #include "host/PlayServer.h"
 #include "host/dbus/Host.h"
 #include "host/dbus/Interrupts.h"
+#include "platform/posix/ProcessGuard.h"
 
 namespace Tolvar {
 namespace {
@@ -69,16 +66,6 @@ int Serve(const Words& Given) {
     return Done;
 }
 
-// Whatever the editor's own standard streams are: nothing else may take their numbers, and a
-// reader that is gone is a failed write.
-void KeepStreams() {
-    int Fd = 0;
-    while (Fd >= 0 && Fd <= STDERR_FILENO)
-        Fd = open("/dev/null", O_RDWR);
-    if (Fd > STDERR_FILENO) close(Fd);
-    signal(SIGPIPE, SIG_IGN);
-}
-
 int Run(int Count, char** Arguments) {
     CLI::App App("The playback server of a wave editor, in a process of its own.",
                  "TolvarWaveEditorDll");
@@ -101,7 +88,7 @@ int Run(int Count, char** Arguments) {
 }  // namespace Tolvar
 
 int main(int Count, char** Arguments) {
-    Tolvar::KeepStreams();
+    Tolvar::GuardProcess();
     try {
         return Tolvar::Run(Count, Arguments);
     } catch (const std::exception& Failure) {
