@@ -89,7 +89,7 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     FramesPerSecond_ = HasTempo ? Round32(double{Tempo} * Whole.FmtFriq) : Whole.FmtFriq;
     Known_ = {Whole.WaveNos, Whole.FmtFriq, Options.Reverse ? -1 : 1,
               Options.Loop,  Options.Tempo, Options.TempoRev,
-              HasTempo};
+              HasTempo,      true};
     if (!Options.At) {
         Options.Reverse ? Player.PlayAgainRev() : Player.PlayAgain();
     } else {

@@ -15,19 +15,21 @@ bool TellsOfFailure(std::string_view Ttl) {
 }
 
 PlayerControl::PlayerControl(PlayerPort& Player, const Facts& Wave) : Port_(Player), Wave_(Wave) {
-    Trapped([&] { TakeRunningState(Port_.PlayRunningDx7State()); });
-    if (State_ != Transport::Stopped) {
-        Trapped([&] { ReadCursor(); });
-    } else if (Wave_.Direction < 0) {
-        Cursor_ = Wave_.WaveNos;
-    }
+    Trapped([&] {
+        ReadCursor();  // first, so that a play that ends between the two calls is seen to be over
+        TakeRunningState(Port_.PlayRunningDx7State());
+    });
+    if (State_ != Transport::Stopped) return;
+    Cursor_ = (Wave_.Direction < 0) == Wave_.WasStarted ? 0 : Wave_.WaveNos;
+    if (Wave_.WasStarted) State_ = Transport::Ended;
 }
 
 void PlayerControl::Report(std::string_view Msg, std::string_view Ttl) {
     LastReport_ =
         Msg == "S2" || Msg == Ttl ? std::string(Ttl) : std::string(Msg) + ": " + std::string(Ttl);
     if (TellsOfFailure(Ttl)) Say(LastReport_, true);
-    if (Ttl == "Play Done" && State_ == Transport::Playing) {
+    if (Ttl == "Play Done" && (State_ == Transport::Playing || EndUntold_)) {
+        EndUntold_ = false;
         Cursor_ = Wave_.Direction < 0 ? 0 : Wave_.WaveNos;
         Moved_ = true;
         SetState(Transport::Ended);
@@ -84,6 +86,7 @@ void PlayerControl::TakeRunningState(std::int32_t RunningState) {
 // behind it.
 void PlayerControl::ReadCursor() {
     const std::int64_t Heard = Port_.PlayCurrentPosition();
+    if (State_ == Transport::Ended) return;
     const std::int64_t Boundary = Wave_.Direction < 0 ? Heard - 1 : Heard;
     Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Wave_.WaveNos));
 }
@@ -92,7 +95,9 @@ void PlayerControl::Refresh() {
     if (State_ != Transport::Playing) return;
     const std::int32_t Running = Port_.PlayRunningDx7State();
     if (Running != 0) ReadCursor();
+    if (State_ != Transport::Playing) return;  // the report of its end came with the position
     TakeRunningState(Running);
+    EndUntold_ = Running == 0;
 }
 
 bool PlayerControl::NothingAhead() const {
@@ -104,6 +109,7 @@ void PlayerControl::RunFromCursor() {
     const std::int32_t FirstEdge = Reverse ? Wave_.WaveNos : 0;
     if (NothingAhead()) Cursor_ = FirstEdge;
     Note_ = {};
+    EndUntold_ = false;
     Trapped([&] {
         if (Cursor_ == FirstEdge) {
             Reverse ? Port_.PlayAgainRev() : Port_.PlayAgain();
@@ -143,6 +149,7 @@ void PlayerControl::PlayPause() {
 }
 
 void PlayerControl::Stop() {
+    EndUntold_ = false;
     if (State_ == Transport::Ended) SetState(Transport::Stopped);
     if (State_ == Transport::Stopped) return;
     Trapped([&] {
@@ -183,6 +190,7 @@ void PlayerControl::UTurn() {
 void PlayerControl::SeekToFrame(std::int64_t Boundary) {
     const bool Sounding = State_ == Transport::Playing;
     const std::int32_t Before = Cursor_;
+    EndUntold_ = false;
     Cursor_ = static_cast<std::int32_t>(std::clamp<std::int64_t>(Boundary, 0, Wave_.WaveNos));
     if (Sounding && NothingAhead() && !Wave_.Loop) {
         if (!Trapped([&] { Port_.StopPlay(); })) {

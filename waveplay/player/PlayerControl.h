@@ -40,7 +40,8 @@ class PlayerControl {
         bool Loop = false;
         double TempoFor = 1.0;  ///< 1.0 is the wave's own rate
         double TempoRev = 1.0;
-        bool HasTempo = true;  ///< false: the engine plays at the wave's own rate
+        bool HasTempo = true;     ///< false: the engine plays at the wave's own rate
+        bool WasStarted = false;  ///< a play has begun; if it is over, the wave was played out
     };
     enum class Change {
         Transport,
@@ -115,7 +116,8 @@ class PlayerControl {
     std::vector<Listener> Listeners_;
     Transport State_ = Transport::Stopped;
     std::int32_t Cursor_ = 0;
-    bool Moved_ = true;  // the cursor is not where the player stands, so a play starts anew
+    bool Moved_ = true;       // the cursor is not where the player stands, so a play starts anew
+    bool EndUntold_ = false;  // Refresh found the player stopped before a report told why
     std::string LastReport_;
     PlayerNote Note_;
 };

@@ -19,7 +19,8 @@ class FakePlayer : public PlayerPort {
     std::int32_t Direction = 1;
     std::int32_t Position = 0;  ///< as the player counts: the frame heard last
     bool Gone = false;
-    std::string Refusal;  ///< the next command is refused with it
+    bool EndsWhenAsked = false;  ///< the end comes, and its report, while the position is asked
+    std::string Refusal;         ///< the next command is refused with it
     std::string Calls;
 
     /// Frames of play pass.
@@ -36,7 +37,11 @@ class FakePlayer : public PlayerPort {
     }
 
     void OnMsgBoxOb(EventSink To) override { Sink_ = std::move(To); }
-    std::int32_t PlayCurrentPosition() override { return Alive(), Position; }
+    std::int32_t PlayCurrentPosition() override {
+        Alive();
+        if (std::exchange(EndsWhenAsked, false)) Advance(WaveNos);
+        return Position;
+    }
     std::int32_t PlayRunningDx7State() override { return Alive(), Running; }
     void PlayAgain() override { Start("again", 1, 1); }
     void PlayAgainRev() override { Start("again-rev", -1, WaveNos); }

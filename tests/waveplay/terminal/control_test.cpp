@@ -94,6 +94,27 @@ TEST(Control, KeysMoveThePlayer) {
     }
 }
 
+TEST(Control, SeesTheEndWheneverItsReportComes) {
+    FakePlayer Over;
+    EXPECT_EQ(PlayerControl(Over, {9, 1000, 1, false, 1.0, 1.0, true, true}).State(),
+              Transport::Ended);
+    Listener At;
+    At.Do("space");
+    At.Player.EndsWhenAsked = true;
+    EXPECT_EQ(At.Do(""), "ended on 100000");
+    At.Do("space +700");
+    At.Player.Running = 0;
+    EXPECT_EQ(At.Do(""), "stopped on 700");
+    At.Player.Report("Play Done");
+    EXPECT_EQ(At.Do(""), "ended on 100000");
+    At.Do("space +700");
+    At.Player.Running = 0;
+    EXPECT_EQ(At.Do(" "), "stopped on 700");
+    At.Do("right");
+    At.Player.Report("Play Done");
+    EXPECT_EQ(At.Do(""), "stopped on 5700") << "the cursor has been put elsewhere";
+}
+
 TEST(Control, ARefusalIsSaidUntilAPlayBeginsAndChangesNothing) {
     for (const char* Keys : {"o", "]", "u", "k", "right", "end", "space"}) {
         Listener With;
