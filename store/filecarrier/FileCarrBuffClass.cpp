@@ -191,8 +191,9 @@ SampleFileGrowth FileCarrBuffClass::Grow(std::int32_t NewSz, bool DoInitilize) {
 
 void FileCarrBuffClass::Shrink(std::int32_t NewSz) {
     const auto Bytes = CheckedMul(2, NewSz);
-    FlushUnlessWithin(NewSz);
-    SampleFileSetLength(Store_.Disk(), MadeName(), Bytes);
+    // Also writes back what the buffer holds behind the new end.
+    if (Samples_ > 0 && ZeroPtr + std::ssize(BuffData) > NewSz) MovePointer(0);
+    if (Own_.Made) SampleFileSetLength(Store_.Disk(), Own_.Name, Bytes);
     BuffCut(NewSz);
     Samples_ = NewSz;
 }

@@ -94,6 +94,17 @@ TEST(FileCarrier, FillsItsFileAgainWhenAGrowthFailsThatFoundItCut) {
     EXPECT_EQ(S.In(S.Carrier.FileName1()), (Wave{1, 2, 98}));
 }
 
+TEST(FileCarrier, MovesItsBufferToTheStartWhenAShrinkReachesIt) {
+    FileShop S;
+    S.Adopt({1, 2, 3, 4});
+    S.Carrier.BuffLength(2);
+    S.Carrier.MovePointer(2);
+    S.Carrier.ReDimSize(2);
+    const int Calls = S.Disk.Calls;
+    EXPECT_EQ(S.Carrier.WaveLR(2), 2);
+    EXPECT_EQ(S.Disk.Calls, Calls);
+}
+
 TEST(FileCarrier, LeavesAReleasedFileAloneAndMakesTheNextWhenItWritesTheWholeChannel) {
     FileShop S;
     S.Adopt({5, 6});
@@ -103,6 +114,8 @@ TEST(FileCarrier, LeavesAReleasedFileAloneAndMakesTheNextWhenItWritesTheWholeCha
     EXPECT_NE(FileCarrBuffClass(S.Store, S.Clock).FileName1(), Next);
     EXPECT_EQ(S.All(), (Wave{4, 6})) << "the buffer stays";
     EXPECT_THROW(S.Carrier.ReDimSize(3), RuntimeFailure) << "nothing has changed yet";
+    S.Carrier.ReDimSize(2);
+    EXPECT_FALSE(S.Disk.Exists(Next)) << "a file that is not there is left alone";
     S.Carrier.WaveLR(2, 3);
     for (int Call = 1; Call <= 3; ++Call) {  // create, write, close
         S.Disk.FailAtCall = S.Disk.Calls + Call;
