@@ -33,7 +33,11 @@ void PlayApiClass::Close() noexcept {
     if (IsClosed_) return;
     IsClosed_ = true;
     State.FillEnded = true;
-    CloseWaveDevice();
+    try {
+        CloseWaveDevice();
+    } catch (const std::exception& Cause) {
+        LogCause("Closing the device failed", Cause.what());
+    }
     CallBackTimer.Enabled(false);
     StopPlayTimer.Enabled(false);
     StopPlayTimer.Bind({});
@@ -106,17 +110,10 @@ void PlayApiClass::CloseWaveDevice() {
     const MMRESULT Result = Mm_.waveOutClose(hWaveOut);
     Note("waveOutClose", Result);
     DeviceOpen = Result != MMSYSERR_NOERROR;
-    ForgetQueue();
+    PosTime.sample = 0;
 }
 
 // Filling and queueing.
-
-void PlayApiClass::ForgetQueue() {
-    NextSeg = 0;
-    TotalQueued = 0;
-    LastQueuedStart = 0;
-    PosTime.sample = 0;
-}
 
 void PlayApiClass::ResetDevice() {
     const MMRESULT Result = Mm_.waveOutReset(hWaveOut);
@@ -143,31 +140,30 @@ void PlayApiClass::PrepareHeader(std::int32_t Segment) {
     HdrPrepared[Index] = Result == MMSYSERR_NOERROR;
 }
 
+// Nothing to do while no run is on: a continue behind a stop starts none.
 void PlayApiClass::FillAndQueue() {
-    if (FillBusy) return;
+    if (FillBusy || Stopping) return;
     FillBusy = true;
     LastQueueOk = false;
-    FillFailure_.clear();
     try {
         if (!State.FillEnded) {
             QueueSegment(NextSeg);
-        } else if (!Stopping && !StopPlayTimer.Enabled()) {
+        } else if (!StopPlayTimer.Enabled()) {
             // An armed countdown is left alone: the poll that keeps ticking must not put it off.
             StopPlayTimer.Interval(CountdownMs);
             StopPlayTimer.Enabled(true);
         }
-        FillBusy = false;
     } catch (const std::exception& Cause) {
-        FillBusy = false;
+        // What is queued is played out, and then the play ends.
         State.FillEnded = true;
         NextSeg = 0;
-        FillFailure_ = Cause.what();
+        LogCause("Segment not filled", Cause.what());
     }
+    FillBusy = false;
 }
 
 void PlayApiClass::QueueSegment(std::int32_t Segment) {
     if (!DeviceOpen) throw RuntimeFailure(FailureKind::Device, "the device is not open");
-    if (Segment == 0) throw RuntimeFailure(FailureKind::Device, "no run has been started");
     if (!StreamBuffFill(State, Segment)) {
         NextSeg = 0;
         State.FillEnded = true;
@@ -232,8 +228,7 @@ bool PlayApiClass::StartRun(std::string_view StartText, std::string_view FailTex
     FillAndQueue();
     if (!LastQueueOk) {
         CallBackTimer.Enabled(false);
-        const std::string Cause = std::exchange(FillFailure_, {});
-        LogCause(FailText, Cause.empty() ? "no segment could be queued" : Cause);
+        LogCause(FailText, "no segment could be queued");
         Report(FailText);
         return false;
     }
@@ -250,7 +245,6 @@ void PlayApiClass::HaltPlayback() noexcept {
         // A countdown armed shortly before the halt would end or restart a run that is no more.
         StopPlayTimer.Enabled(false);
         ResetDevice();
-        ForgetQueue();
         State.PlayRunningState = 0;
     } catch (const std::exception& Cause) {
         CallBackTimer.Enabled(false);
@@ -273,7 +267,6 @@ void PlayApiClass::PlayPause() {
 void PlayApiClass::PlayContinue() {
     Note("waveOutRestart", Mm_.waveOutRestart(hWaveOut));
     StillPolls_ = 0;
-    Stopping = false;  // with nothing to continue, the poll finds that out and ends the play
     CallBackTimer.Enabled(true);
     State.PlayRunningState = PlayingState(State);
 }
@@ -295,9 +288,8 @@ void PlayApiClass::CallBackTimer_Timer() {
         UpdatePlayPosition();
         CheckProgress(Before);
         if (PlayedFrames > LastQueuedStart && !State.FillEnded) FillAndQueue();
-        if (FillFailure_.empty() && StallSeen && PlayedFrames == TotalQueued) FillAndQueue();
+        if (StallSeen && PlayedFrames == TotalQueued) FillAndQueue();
         StallSeen = PlayedFrames == TotalQueued;
-        if (!FillFailure_.empty()) EndFailedRun(std::exchange(FillFailure_, {}));
     } catch (const std::exception& Cause) {
         EndFailedRun(Cause.what());
     }
@@ -305,7 +297,7 @@ void PlayApiClass::CallBackTimer_Timer() {
 
 /// A device that stands still, or does not say where it is, must not keep a play alive.
 void PlayApiClass::CheckProgress(std::int32_t PlayedBefore) {
-    const bool Still = PlayedFrames == PlayedBefore && PlayedFrames != TotalQueued;
+    const bool Still = !Stopping && PlayedFrames == PlayedBefore && PlayedFrames != TotalQueued;
     StillPolls_ = Still ? StillPolls_ + 1 : 0;
     RequireOfDevice(StillPolls_ <= MostStillPolls, "the device stands still");
 }

@@ -10,9 +10,9 @@
 
 namespace Tolvar {
 
-/// The waveOut engine: hands one segment at a time to the device as a header, keeps at most two
-/// queued and polls the device position every 40 ms. Plays at the wave's own rate: the tempo
-/// factors have no effect.
+/// The output engine on waveOut: hands one segment at a time to the device as a header, keeps at
+/// most two queued and polls the device position every 40 ms. Plays at the wave's own rate: the
+/// tempo factors have no effect.
 class PlayApiClass final : public PlayEngine {
   public:
     explicit PlayApiClass(EngineSetup Setup);
@@ -34,7 +34,6 @@ class PlayApiClass final : public PlayEngine {
     void PrepareHeader(std::int32_t Segment);
     void FillAndQueue();
     void QueueSegment(std::int32_t Segment);
-    void ForgetQueue();
     void ResetDevice();
     void CheckProgress(std::int32_t PlayedBefore);
     void Note(std::string_view Call, MMRESULT Result);
@@ -63,7 +62,7 @@ class PlayApiClass final : public PlayEngine {
     std::int32_t TotalQueued = 0;      // frames written since the run started
     std::int32_t LastQueuedStart = 0;  // device position at which the newest segment begins
     bool LastQueueOk = false;
-    bool Stopping = false;
+    bool Stopping = true;           // no run is on
     std::int32_t PlayedFrames = 0;  // device position last read
     bool StallSeen = false;         // the previous poll found everything queued played
     int StillPolls_ = 0;            // on which the device had not moved, and had more to play
@@ -71,7 +70,6 @@ class PlayApiClass final : public PlayEngine {
     bool PositionLost_ = false;
     bool FillBusy = false;
     bool IsClosed_ = false;
-    std::string FillFailure_;  // what cut the last FillAndQueue short; "" when nothing did
 };
 
 }  // namespace Tolvar

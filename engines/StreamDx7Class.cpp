@@ -165,7 +165,7 @@ void StreamDx7Class::RefillNotified(std::int32_t Segment) {
     FillBusy = false;
 }
 
-std::int32_t StreamDx7Class::FramesPlayed() {
+std::optional<std::int32_t> StreamDx7Class::FramesPlayed() {
     DSCURSORS DsCursors;
     Buffer().GetCurrentPosition(DsCursors);
     WrapCount += WrapsSeen(DsCursors.lPlay);

@@ -30,7 +30,7 @@ class StreamDx7Class final : public StreamEngine {
     bool WriteSegment(std::int32_t Segment) override;
     bool StartDevice(bool Restart) override;
     void StopDevice() override;
-    std::int32_t FramesPlayed() override;
+    std::optional<std::int32_t> FramesPlayed() override;
 
     DirectSoundBuffer& Buffer();
     void CloseDirectSound();

@@ -107,11 +107,11 @@ void StreamDx9Class::PlayContinue() {
     if (StartDevice(false)) Resumed();
 }
 
-std::int32_t StreamDx9Class::FramesPlayed() {
+std::optional<std::int32_t> StreamDx9Class::FramesPlayed() {
     std::int32_t Wraps = 0;
     std::int32_t Cursor = 0;
     const double BlockSize = CheckedMul(State.FmtChannal, 2);
-    if (Service_.Service01(Wraps, Cursor) == 0) return 0;
+    if (Service_.Service01(Wraps, Cursor) == 0) return std::nullopt;
     return Round32(CheckedMul(State.BuffFrames, Wraps) + Cursor / BlockSize);
 }
 
@@ -121,6 +121,7 @@ void StreamDx9Class::Watch(bool Tells) {
     if (State.PlayRunningState == 0 || State.PlayRunningState == 3) return StopAgain();
     const std::int64_t NowNs = Os.Home.Time().NowNs();
     if (Tells) LastToldNs_ = NowNs;
+    if (State.PlayFriq < 1) return;  // how long a round takes cannot be told
     const std::int64_t RoundNs = NsPerSecond * State.BuffFrames / State.PlayFriq;
     RequireOfDevice(NowNs - LastToldNs_ <= RoundNs,
                     "the audio service tells of no segment any more");

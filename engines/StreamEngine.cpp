@@ -43,10 +43,12 @@ bool StreamEngine::PlayMe() {
 
 bool StreamEngine::UTurn() {
     State.FillEnded = false;
-    // Stopped before it is asked: what it played in between would be heard twice. And a run whose
-    // position cannot be had is over: with its device stopped it would never end.
+    // Asked again once it is stopped: what it plays in between would be heard twice. And a run
+    // whose position cannot be had is over: with its device stopped it would never end.
+    const std::optional<std::int32_t> Before = FramesPlayedOrNone();
     HaltPlayback();
-    UpdatePlayPosition();
+    const std::optional<std::int32_t> After = Before ? FramesPlayedOrNone() : FramesPlayed();
+    SetCurPos(State, After.value_or(Before.value_or(0)));
     TurnRound(State);
     StartAtCurPos(State);
     return StartRun(RunKind::FromCurPos);
@@ -65,6 +67,7 @@ bool StreamEngine::StartRun(RunKind Kind) {
     // A mark left by a countdown that a halt disarmed must not end this run early.
     State.StopTimerMark = 0;
     EndSignalled_ = false;
+    StopRefused_ = false;
     LateMs_ = 0;
     if (Kind == RunKind::FromEdge) LoopCount = 0;
     SetPlayFriq();
@@ -112,7 +115,7 @@ void StreamEngine::StopAgain() noexcept {
     try {
         StopDevice();
     } catch (const std::exception& Cause) {
-        LogCause("Halt failed", Cause.what());
+        if (!std::exchange(StopRefused_, true)) LogCause("Halt failed", Cause.what());
     }
 }
 
@@ -123,7 +126,16 @@ void StreamEngine::Resumed() {
 }
 
 void StreamEngine::UpdatePlayPosition() {
-    SetCurPos(State, FramesPlayed());
+    SetCurPos(State, FramesPlayed().value_or(0));
+}
+
+std::optional<std::int32_t> StreamEngine::FramesPlayedOrNone() noexcept {
+    try {
+        return FramesPlayed();
+    } catch (const std::exception& Cause) {
+        LogCause("Position not known", Cause.what());
+        return std::nullopt;
+    }
 }
 
 // Tempo.
@@ -133,7 +145,9 @@ double StreamEngine::Tempo() const {
 }
 
 void StreamEngine::SetPlayFriq() {
-    if (HasDirection()) State.PlayFriq = Round32(Tempo() * State.FmtFriq);
+    if (!HasDirection()) return;
+    RunTempo_ = Tempo();
+    State.PlayFriq = Round32(RunTempo_ * State.FmtFriq);
 }
 
 // Refilling and the end of play.
@@ -154,11 +168,11 @@ void StreamEngine::Refill(std::int32_t Segment) {
 }
 
 void StreamEngine::ArmCountdown() {
-    if (HasDirection()) {
+    if (HasDirection() && State.PlayFriq > 0) {
         // The device plays at a whole number of Hz, which may be less than the tempo asks for.
         const double SoundMs = 1000.0 * State.SegFilled / State.PlayFriq;
         StopPlayTimer.Interval(
-            std::max(Round32(State.LastSegMs / Tempo() + 1.0), Round32(std::ceil(SoundMs))));
+            std::max(Round32(State.LastSegMs / RunTempo_ + 1.0), Round32(std::ceil(SoundMs))));
     }
     StopPlayTimer.Enabled(true);
 }
@@ -168,11 +182,14 @@ std::int32_t StreamEngine::TimerMark(std::int32_t Since) const {
     return std::max(1, Round32(Ms - Since));
 }
 
-/// What a device that was late with its first frame, or ran dry, has still to play of the wave.
-std::int32_t StreamEngine::UnheardMs() {
-    const std::int64_t Left = std::int64_t{State.WaveNos} - State.PlayStartOff - FramesPlayed();
+/// What a device that was late with its first frame, or ran dry, has still to play of the wave; 0
+/// for one that does not tell.
+std::int32_t StreamEngine::UnheardMs() noexcept {
+    const std::optional<std::int32_t> Played = FramesPlayedOrNone();
+    if (!Played || !HasDirection() || State.PlayFriq < 1) return 0;
+    const std::int64_t Left = std::int64_t{State.WaveNos} - State.PlayStartOff - *Played;
     const double Ms = 1000.0 * static_cast<double>(Left) / State.PlayFriq;
-    return Left > 0 && HasDirection() ? Round32(std::ceil(std::min<double>(Ms, MostLateMs))) : 0;
+    return Left > 0 ? static_cast<std::int32_t>(std::ceil(std::min<double>(Ms, MostLateMs))) : 0;
 }
 
 void StreamEngine::StopPlayTimer_Timer() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,11 +31,11 @@ class StreamEngine : public PlayEngine {
     /// Plays at PlayFriq, from the buffer's start or from where it was stopped.
     virtual bool StartDevice(bool Restart) = 0;
     virtual void StopDevice() = 0;
-    /// Frames played since the run started.
-    virtual std::int32_t FramesPlayed() = 0;
+    /// Frames played since the run started; none while the device tells no position.
+    virtual std::optional<std::int32_t> FramesPlayed() = 0;
 
     bool HaltPlayback() noexcept;
-    /// A device that plays on though it was to stop is told once more.
+    /// A device that plays on though it was to stop is told once more. Its refusal is logged once.
     void StopAgain() noexcept;
     /// A segment has been left by the play cursor: fills and writes it, or, once the end of the
     /// wave has been filled, arms the countdown. Later signals of the run do not put it off: one
@@ -71,12 +72,15 @@ class StreamEngine : public PlayEngine {
     bool StartRun(RunKind Kind);
     bool FailRun();
     std::string StartText(RunKind Kind) const;
-    std::int32_t UnheardMs();
+    std::int32_t UnheardMs() noexcept;
+    std::optional<std::int32_t> FramesPlayedOrNone() noexcept;
     void StopPlayTimer_Timer();
     void EndFailedRun(std::string_view Cause) noexcept;
 
     Timer& StopPlayTimer;
     bool BufferLive = false;     // a buffer has been created or started
+    double RunTempo_ = 1.0;      // PlayFriq's, which the settings may have left since
+    bool StopRefused_ = false;   // and logged
     bool EndSignalled_ = false;  // a signal of this run has armed the countdown
     std::int32_t LateMs_ = 0;    // by which the countdown of this run was put off
     std::int32_t LoopCount = 0;  // loop restarts since the last PlayMe

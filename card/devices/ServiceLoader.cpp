@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include "platform/RuntimeFailure.h"
@@ -48,13 +49,15 @@ DlServiceLibrary::~DlServiceLibrary() {
 }
 
 void* DlServiceLibrary::Entry(const char* Name) {
+    // One that lacked an entry may be whole by now. Only here nothing of it is playing: the engine
+    // gives its buffer up by this entry before it has another made.
+    if (LacksEntry_ && !Host_.Held && std::string_view(Name) == "Service03") Unload();
     if (Loaded_ == nullptr) Load();
-    void* const Found = ::dlsym(Loaded_, Name);
+    void*& Found = Entries_[Name];
+    if (Found == nullptr) Found = ::dlsym(Loaded_, Name);
     if (Found == nullptr) {
-        const RuntimeFailure Missing =
-            LoaderFailure("the audio service library " + Path_ + " has no " + Name);
-        if (!Host_.Held) Unload();  // it may be a whole one when it is tried again
-        throw Missing;
+        LacksEntry_ = true;
+        throw LoaderFailure("the audio service library " + Path_ + " has no " + Name);
     }
     ServiceHost::MakeCurrent(&Host_);
     return Found;
@@ -69,6 +72,8 @@ void DlServiceLibrary::Load() {
 void DlServiceLibrary::Unload() {
     if (Loaded_ != nullptr) ::dlclose(Loaded_);
     Loaded_ = nullptr;
+    LacksEntry_ = false;
+    Entries_.clear();
 }
 
 }  // namespace Tolvar

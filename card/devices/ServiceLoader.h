@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "card/devices/ServiceHost.h"
@@ -27,6 +28,8 @@ class DlServiceLibrary : public ServiceLibrary {
     ServiceHost Host_;
     std::string Path_;
     void* Loaded_ = nullptr;  // dlopen's; null: not loaded
+    bool LacksEntry_ = false;
+    std::map<std::string, void*> Entries_;  // found so far
 };
 
 }  // namespace Tolvar

@@ -77,7 +77,6 @@ class ModelPlayer {
         const std::int64_t From = Running_ ? NanoFrames() : Played * NsPerSecond;
         if (IsWaveOut()) {
             if (!Running_) SetOff(From);
-            Stopping = false;
         } else {
             TakeTempo();
             SetOff(From);
@@ -243,12 +242,13 @@ class ModelPlayer {
     }
     /// A segment that plays in less time than the DirectSound 9 poll takes is missed.
     void TakeTempo() {
+        RunTempo_ = Tempo();
         DeviceHz_ = static_cast<std::int32_t>(std::nearbyint(Tempo() * Wave_->Rate));
         if (Engine_ == EngineOrder::Dx9 && Poll_.Ms * DeviceHz_ >= 1000 * SegFrames())
             TooFast_ = true;
     }
     void ArmCountdown() {
-        const std::int64_t Counted = std::llrint(LastSegMs_ / Tempo() + 1);
+        const std::int64_t Counted = std::llrint(LastSegMs_ / RunTempo_ + 1);
         Restart(Countdown_, std::max(Counted, RoundUp(1000LL * Filled_, DeviceHz_)));
     }
     void EndOfPlay() {
@@ -317,25 +317,20 @@ class ModelPlayer {
         if (Running_ && Played == std::ssize(Buffer_)) SetOff(Played * NsPerSecond);
         LastQueuedStart = std::ssize(Buffer_);
         NextFrames(std::back_inserter(Buffer_));
+        TotalQueued = std::ssize(Buffer_);
         FillEnded_ = Filled_ < SegFrames();
     }
     void QueueOrEnd() {
+        if (Stopping) return;
         if (!FillEnded_ && Next_ <= Length()) return Queue();
-        if (FillEnded_ && !Stopping) Start(Countdown_);
+        if (FillEnded_) Start(Countdown_);
         FillEnded_ = true;
     }
     void PollWaveOut() {
         UpdatePlayPosition();
         if (Played > LastQueuedStart && !FillEnded_) QueueOrEnd();
-        const bool IsDry = Played == std::ssize(Buffer_);
-        if (StallSeen && IsDry && !FillEnded_ && !HasRun_) {  // there was nothing to continue
-            FillEnded_ = true;
-            LoopCount = 0;
-            Halt();
-            Report("Play Failed");
-        } else if (StallSeen && IsDry) {
-            QueueOrEnd();
-        }
+        const bool IsDry = Played == TotalQueued;
+        if (StallSeen && IsDry) QueueOrEnd();
         StallSeen = IsDry;
     }
 
@@ -368,10 +363,12 @@ class ModelPlayer {
     std::int64_t SinceNs_ = 0;
     std::int64_t FromNanoFrames_ = 0;
     std::int32_t DeviceHz_ = 100;
+    double RunTempo_ = 1;
     std::int32_t HeardFormat_ = 0;
 
     // waveOut.
-    bool Stopping = false;
+    bool Stopping = true;
+    std::int64_t TotalQueued = 0;  // of the last run
     bool StallSeen = false;
     std::int64_t LastQueuedStart = 0;
 

@@ -1,3 +1,6 @@
+#include <dlfcn.h>
+#include <stdlib.h>
+
 #include <functional>
 
 #include "tests/support/Studio.h"
@@ -70,7 +73,9 @@ TEST_P(EachEngine, SurvivesAnEditorThatDropsItInsideAReport) {
          {"Playing", "Playing Loop", "Playing Loop 1", "Stopped", "Play Failed"}) {
         Studio S(GetParam());
         S.Load({.Frames = 9000});
-        if (At == "Play Failed") S.Disk.Content["wave"].resize(15000);  // short in segment 2
+        // Short in segment 2, or for waveOut, which plays out what it has, in segment 1.
+        const std::size_t Left = GetParam() == EngineOrder::WaveOut ? 100 : 15'000;
+        if (At == "Play Failed") S.Disk.Content["wave"].resize(Left);
         S.Player->LoopPlayON(At.starts_with("Playing Loop"));
         S.Inside(At, [&] { S.TakeEngine(0); });
         S.Player->PlayAgain();
@@ -106,6 +111,61 @@ TEST_P(EachEngine, SurvivesAnEditorThatCallsBackOrThrowsInsideAReport) {
     S.PlayAll();
     EXPECT_EQ(S.Heard(), Frames(1, 9000));
     EXPECT_THAT(S.Journal.Lines, Contains(HasSubstr("editor is gone")));
+}
+
+TEST(WaveOutEngine, ContinuesNothingWhereNothingIsPaused) {
+    Studio S;
+    S.Load({.Frames = 9000});
+    for (const bool Loop : {false, true}) {
+        S.Player->LoopPlayON(Loop);
+        S.Player->PlayContinue();
+        S.Advance(20'000);
+        EXPECT_EQ(S.State.PlayRunningState, Loop ? 2 : 1);
+        EXPECT_EQ(S.Heard().size() + S.Said().size(), 0U);
+        S.Player->PlayAgain();
+        S.Advance(1000);
+        S.Player->StopPlay();
+        S.Said();
+        S.Ears->Heard.clear();
+    }
+}
+
+TEST(WaveOutEngine, PlaysOutWhatIsQueuedWhenAFillFails) {
+    Studio S;
+    S.Load({.Frames = 9000});
+    S.Disk.Content["wave"].resize(10'000);  // short in segment 2
+    S.PlayAll();
+    EXPECT_EQ(S.Said(), (Strings{"Playing", "Play Done"}));
+    EXPECT_EQ(S.Heard(), Frames(1, 4000));
+    EXPECT_THAT(S.Journal.Lines, ElementsAre(HasSubstr("Segment not filled")));
+}
+
+// A library that tells no position and cannot be stopped.
+TEST(DirectSound9Engine, LivesWithALibraryThatTellsNothing) {
+    ::setenv("TOLVAR_SERVICE_LIBRARY", INCOMPLETE_SERVICE, 1);
+    Studio S(EngineOrder::Dx9);
+    S.TakeEngine();
+    S.Player->PlayContinue();  // at a frequency of 0: there is no wave
+    S.Advance(1000);
+    S.Load({.Frames = 3000});
+    S.PlayAll();
+    EXPECT_EQ(S.NowMs(), 4002) << "the end waits for no position";
+    EXPECT_EQ(S.Said(), (Strings{"Playing", "Play Done"}));
+    S.Journal.Lines.clear();
+    S.Advance(20'000);
+    EXPECT_EQ(S.Journal.Lines.size(), 1U) << "each poll tells it to stop, and says so once";
+    EXPECT_NE(::dlopen(INCOMPLETE_SERVICE, RTLD_NOW | RTLD_NOLOAD), nullptr) << "in use";
+    ::unsetenv("TOLVAR_SERVICE_LIBRARY");
+}
+
+TEST_P(EachEngine, CountsTheEndByTheTempoThatPlays) {
+    Studio S(GetParam());
+    S.Load({.Frames = 5000});
+    S.Player->PlayAgain();
+    S.Player->PlayTempoFor(0.5F);
+    EXPECT_TRUE(S.PlayOut());
+    EXPECT_LE(S.NowMs(), 5120) << "what the buffer holds behind the wave is not heard";
+    EXPECT_EQ(S.Heard(), Frames(1, 5000));
 }
 
 TEST(Engines, AnswerTheirNumbersAndWhetherThereIsADevice) {
