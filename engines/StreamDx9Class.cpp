@@ -88,7 +88,8 @@ bool StreamDx9Class::WriteSegment(std::int32_t Segment) {
 
 bool StreamDx9Class::StartDevice(bool Restart) {
     if (Service_.Service04(Restart ? 1 : 0, State.PlayFriq) != 1) return false;
-    LastToldNs_ = Os.Home.Time().NowNs();
+    UntoldNs_ = 0;
+    LastPollNs_ = Os.Home.Time().NowNs();
     Dx9CallBackTimer.Enabled(true);
     return true;
 }
@@ -116,15 +117,17 @@ std::optional<std::int32_t> StreamDx9Class::FramesPlayed() {
 }
 
 /// A library that plays when it is not to, or that tells of no segment any more, in which case what
-/// it holds would be heard round and round.
+/// it holds would be heard round and round. A poll that comes late counts for two at the most: this
+/// process may have been frozen meanwhile, and its device with it.
 void StreamDx9Class::Watch(bool Tells) {
     if (State.PlayRunningState == 0 || State.PlayRunningState == 3) return StopAgain();
     const std::int64_t NowNs = Os.Home.Time().NowNs();
-    if (Tells) LastToldNs_ = NowNs;
+    const std::int64_t MostNs = 2 * NsPerMs * Dx9CallBackTimer.Interval();
+    UntoldNs_ += std::min(NowNs - std::exchange(LastPollNs_, NowNs), MostNs);
+    if (Tells) UntoldNs_ = 0;
     if (State.PlayFriq < 1) return;  // how long a round takes cannot be told
     const std::int64_t RoundNs = NsPerSecond * State.BuffFrames / State.PlayFriq;
-    RequireOfDevice(NowNs - LastToldNs_ <= RoundNs,
-                    "the audio service tells of no segment any more");
+    RequireOfDevice(UntoldNs_ <= RoundNs, "the audio service tells of no segment any more");
 }
 
 void StreamDx9Class::Dx9CallBackTimer_Timer() {

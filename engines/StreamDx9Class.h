@@ -38,7 +38,8 @@ class StreamDx9Class final : public StreamEngine {
     Timer& Dx9CallBackTimer;
     std::int32_t DsHwnd = 0;
     bool IsClosed_ = false;
-    std::int64_t LastToldNs_ = 0;  // when the run set off, or a segment was last told of
+    std::int64_t UntoldNs_ = 0;    // of play since the run set off, or a segment was last told of
+    std::int64_t LastPollNs_ = 0;  // or the run's start
 };
 
 }  // namespace Tolvar

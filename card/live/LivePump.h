@@ -141,6 +141,7 @@ class LivePump {
     std::uint64_t PlaysRun_ = 0;        // 0: none
     std::uint64_t ServedRun_ = 0;       // the one that this round is about
     int Underruns_ = 0;                 // of the run
+    bool WasFull_ = false;              // the device has taken less of the run than it was offered
     int DryLooks_ = 0;                  // at the device, one after the other, that found it dry
     std::int64_t StartClockNs_ = -1;    // the clock's at the first write; -1: none yet
     std::int64_t ProgressClockNs_ = 0;  // the clock's when more was heard last

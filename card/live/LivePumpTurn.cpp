@@ -136,6 +136,7 @@ bool LivePump::Adopt() {
     Locked.unlock();
     Frames_.Begin(Taken.Format, Opened_, Taken.Frame);
     DryLooks_ = 0;
+    WasFull_ = false;
     StartClockNs_ = -1;
     ProgressClockNs_ = Time_.NowNs();
     Locked.lock();
@@ -145,9 +146,11 @@ bool LivePump::Adopt() {
     return true;
 }
 
-/// No device can have played more by then, nor one that takes everything at once.
+/// No device can have played more by then. One that holds what it is given plays at a pace of its
+/// own, which may be some percent faster than its name: it has been full. One that takes everything
+/// at once has not.
 std::int64_t LivePump::MostHeard(std::int64_t ClockNs) const {
-    constexpr std::int64_t MostDriftPart = 1000;
+    const std::int64_t MostDriftPart = WasFull_ ? 20 : 1000;
     if (StartClockNs_ < 0) return 0;
     FrameTimer Played(Opened_.RateHz);
     Played.Start(StartClockNs_, 0);
@@ -229,7 +232,10 @@ bool LivePump::Feed() {
             const auto Locked = Hold();
             Listener_.WasGiven(Taken);
         }
-        if (Taken >= 0 && Taken * Opened_.Channels < std::ssize(Left)) return true;
+        if (Taken >= 0 && Taken * Opened_.Channels < std::ssize(Left)) {
+            WasFull_ = true;
+            return true;
+        }
     }
     return true;
 }

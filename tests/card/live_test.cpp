@@ -292,6 +292,18 @@ TEST_F(LiveTest, ADeviceMayHoldLessThanWasAskedFor) {
     }
 }
 
+TEST_F(LiveTest, ADeviceThatIsFasterThanItsNameDoesNotRunDry) {
+    Loop(Numbers(1, 8000));
+    Device->Pace = FrameTimer(8110);
+    Voice->Play();
+    Pass(30'000);
+    EXPECT_NEAR(static_cast<double>(HeardSoFar()), 30 * 8110, 200);
+    ExpectEachFrameOnce(8000);
+    EXPECT_NEAR(static_cast<double>(Voice->FramesHeard()), 30 * 8110, 200);
+    Voice->Stop();
+    EXPECT_THAT(Journal.Lines, IsEmpty());
+}
+
 TEST_F(LiveTest, ADeviceThatLiesOrBlocksOrTakesNothingLeavesTimeAsItIs) {
     for (const int FromMs : {1, 500}) {
         Loop(Samples(8000));
