@@ -49,7 +49,8 @@ int SetHardware(snd_pcm_t* Pcm, StreamFormat& Wanted, int LatencyMs) {
     return 0;
 }
 
-// It is started by hand; a short sound would never reach a threshold.
+// It is started by hand; a short sound would never reach a threshold. What has been played is
+// overwritten with silence: hardware that gets no more goes on with what lies in its ring.
 int SetSoftware(snd_pcm_t* Pcm) {
     snd_pcm_sw_params_t* Setting = nullptr;
     snd_pcm_sw_params_alloca(&Setting);
@@ -57,12 +58,15 @@ int SetSoftware(snd_pcm_t* Pcm) {
     snd_pcm_uframes_t Never = 0;
     if (Result >= 0) Result = snd_pcm_sw_params_get_boundary(Setting, &Never);
     if (Result >= 0) Result = snd_pcm_sw_params_set_start_threshold(Pcm, Setting, Never);
+    if (Result >= 0) Result = snd_pcm_sw_params_set_silence_threshold(Pcm, Setting, 0);
+    if (Result >= 0) Result = snd_pcm_sw_params_set_silence_size(Pcm, Setting, Never);
     return Result >= 0 ? snd_pcm_sw_params(Pcm, Setting) : Result;
 }
 
 /// What is behind a device, also through conversions.
 struct Backing {
     bool GivesBack = true;
+    bool IsCard = false;           ///< a ring of its own, also behind conversions
     bool TellsEachPeriod = false;  ///< how far it has played, and not each frame
 };
 
@@ -76,7 +80,8 @@ Backing BackingOf(snd_pcm_t* Pcm) {
     snd_pcm_hw_params_t* Setting = nullptr;
     snd_pcm_hw_params_alloca(&Setting);
     if (snd_pcm_info_get_card(About) >= 0) {
-        return {.TellsEachPeriod = snd_pcm_hw_params_current(Pcm, Setting) < 0 ||
+        return {.IsCard = true,
+                .TellsEachPeriod = snd_pcm_hw_params_current(Pcm, Setting) < 0 ||
                                    snd_pcm_hw_params_is_batch(Setting) != 0};
     }
     const auto Type = snd_pcm_type(Pcm);
@@ -116,6 +121,9 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     MostFrames_ = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
     const Backing Behind = BackingOf(Made);
     GivesBack_ = Behind.GivesBack;
+    KeepsOldSound_ = Behind.IsCard;
+    SharesRing_ = Behind.IsCard && snd_pcm_type(Made) != SND_PCM_TYPE_HW;
+    Silence_.assign(KeepsOldSound_ ? Buffer * static_cast<std::size_t>(Channels_) : 0, 0);
     UntoldFrames_ = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
     return Result;
 }
@@ -151,18 +159,35 @@ long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
     if (snd_pcm_avail(Pcm_.get()) < 0) return 0;
     const long Frames = snd_pcm_rewindable(Pcm_.get()) - std::max(Keep, UntoldFrames_);
     if (Frames < Least || Frames > Most) return 0;
+    const long TakenBack = Rewind(Frames);
+    return KeepsOldSound_ ? Silenced(TakenBack) : TakenBack;
+}
+
+long AlsaDevice::Rewind(long Frames) {
     return std::max(snd_pcm_rewind(Pcm_.get(), static_cast<snd_pcm_uframes_t>(Frames)), 0L);
+}
+
+// What was taken back still lies in the card's ring, and the card plays it when nothing new comes
+// in time. It is overwritten with silence, and that taken back.
+long AlsaDevice::Silenced(long TakenBack) {
+    if (TakenBack == 0) return 0;
+    const long Written =
+        snd_pcm_writei(Pcm_.get(), Silence_.data(), static_cast<snd_pcm_uframes_t>(TakenBack));
+    return Written > 0 ? Rewind(Written) : 0;
 }
 
 long AlsaDevice::Drop() {
     snd_pcm_status_t* Status = nullptr;
     snd_pcm_status_alloca(&Status);
+    // What is in a ring that others play into stays there, unless it is taken back.
+    const long TakenBack = SharesRing_ ? TakeBack(0, 1, BufferFrames_) : 0;
     // A server may take more until it has stopped; hardware tells no more once it has.
     const long RoomBefore = snd_pcm_avail(Pcm_.get());
     int Result = snd_pcm_drop(Pcm_.get());
     if (Result >= 0) Result = snd_pcm_status(Pcm_.get(), Status);
     if (Result >= 0) Result = snd_pcm_prepare(Pcm_.get());
     if (Result < 0) return Result;
+    if (SharesRing_) return TakenBack;
     const auto Room = static_cast<long>(snd_pcm_status_get_avail(Status));
     return RoomBefore == -EPIPE ? 0 : std::max(BufferFrames_ - std::max(Room, RoomBefore), 0L);
 }

@@ -32,6 +32,8 @@ class AlsaDevice : public OutputDevice {
         void operator()(_snd_pcm* Opened) const;
     };
     int Recovered(long Error);
+    long Rewind(long Frames);
+    long Silenced(long TakenBack);
 
     std::string Name_;
     std::unique_ptr<_snd_pcm, ClosePcm> Pcm_;  // null: closed
@@ -39,7 +41,10 @@ class AlsaDevice : public OutputDevice {
     long BufferFrames_ = 0;
     long MostFrames_ = 0;  // that it is to hold
     bool GivesBack_ = false;
-    long UntoldFrames_ = 0;  // that it may have played, or a server taken, and not told
+    bool KeepsOldSound_ = false;  // a card's ring, which is played whether it is new or not
+    bool SharesRing_ = false;     // with others that play, or behind a conversion that hides it
+    std::vector<std::int16_t> Silence_;  // as much as the ring holds
+    long UntoldFrames_ = 0;              // that it may have played, or a server taken, and not told
 };
 
 /// A PCM that sound can be played on, and what the system says of it, on one line.
