@@ -69,9 +69,11 @@ apt_get() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=120 "$@"
 }
 
+# Takes nothing away: where a package would have to go (PulseAudio for pipewire-alsa), it fails and
+# says which.
 apt_install() {
-    apt_get install -y --no-install-recommends "$@" && return
-    apt_get update && apt_get install -y --no-install-recommends "$@"
+    apt_get install -y --no-remove --no-install-recommends "$@" && return
+    apt_get update && apt_get install -y --no-remove --no-install-recommends "$@"
 }
 
 # need_packages PACKAGE…: installs those that are missing, or says which and ends.
