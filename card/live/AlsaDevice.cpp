@@ -49,17 +49,17 @@ int SetHardware(snd_pcm_t* Pcm, StreamFormat& Wanted, int LatencyMs) {
     return 0;
 }
 
-// It is started by hand; a short sound would never reach a threshold. What has been played is
-// overwritten with silence: hardware that gets no more goes on with what lies in its ring.
-int SetSoftware(snd_pcm_t* Pcm) {
+// It is started by hand; a short sound would never reach a threshold. In a card's ring what has
+// been played is overwritten with silence: a card that gets no more goes on with what lies there.
+int SetSoftware(snd_pcm_t* Pcm, bool IsCard) {
     snd_pcm_sw_params_t* Setting = nullptr;
     snd_pcm_sw_params_alloca(&Setting);
     int Result = snd_pcm_sw_params_current(Pcm, Setting);
     snd_pcm_uframes_t Never = 0;
     if (Result >= 0) Result = snd_pcm_sw_params_get_boundary(Setting, &Never);
     if (Result >= 0) Result = snd_pcm_sw_params_set_start_threshold(Pcm, Setting, Never);
-    if (Result >= 0) Result = snd_pcm_sw_params_set_silence_threshold(Pcm, Setting, 0);
-    if (Result >= 0) Result = snd_pcm_sw_params_set_silence_size(Pcm, Setting, Never);
+    if (Result >= 0 && IsCard) Result = snd_pcm_sw_params_set_silence_threshold(Pcm, Setting, 0);
+    if (Result >= 0 && IsCard) Result = snd_pcm_sw_params_set_silence_size(Pcm, Setting, Never);
     return Result >= 0 ? snd_pcm_sw_params(Pcm, Setting) : Result;
 }
 
@@ -109,7 +109,8 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     if (Result < 0) return Result;
     Pcm_.reset(Made);
     Result = SetHardware(Made, Wanted, LatencyMs);
-    if (Result >= 0) Result = SetSoftware(Made);
+    const Backing Behind = Result >= 0 ? BackingOf(Made) : Backing{};
+    if (Result >= 0) Result = SetSoftware(Made, Behind.IsCard);
     snd_pcm_uframes_t Period = 0;
     snd_pcm_uframes_t Buffer = 0;
     if (Result >= 0) Result = snd_pcm_get_params(Made, &Buffer, &Period);
@@ -119,7 +120,6 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     BufferFrames_ = static_cast<long>(Buffer);
     const auto Periods = static_cast<long>(2 * Period);
     MostFrames_ = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
-    const Backing Behind = BackingOf(Made);
     GivesBack_ = Behind.GivesBack;
     KeepsOldSound_ = Behind.IsCard;
     SharesRing_ = Behind.IsCard && snd_pcm_type(Made) != SND_PCM_TYPE_HW;
