@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +10,8 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+
+#include "platform/posix/Abandoned.h"
 
 namespace Tolvar {
 namespace {
@@ -36,22 +36,13 @@ std::string TemporaryFolder() {
     return Full;
 }
 
-// Locked, or nothing when it is not a folder of ours or has an owner that lives.
-Descriptor LockAbandoned(const std::string& Path) {
-    Descriptor Folder = OpenDescriptor(Path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
-    struct stat Found {};
-    if (!Folder || fstat(Folder.Get(), &Found) != 0 || Found.st_uid != geteuid())
-        return Descriptor();
-    return flock(Folder.Get(), LOCK_EX | LOCK_NB) == 0 ? std::move(Folder) : Descriptor();
-}
-
 void RemoveAbandoned(const std::string& Parent) {
     std::error_code Ignored;  // another program may sweep at the same time
     std::filesystem::directory_iterator Each(Parent, Ignored);
     for (; Each != std::filesystem::directory_iterator(); Each.increment(Ignored)) {
         if (!Each->path().filename().string().starts_with(FolderPrefix)) continue;
         const std::string Path = Each->path().string();
-        if (const Descriptor Locked = LockAbandoned(Path)) {
+        if (const Descriptor Locked = LockAbandoned(Path, O_DIRECTORY)) {
             std::filesystem::remove_all(Path, Ignored);
         }
     }
@@ -86,13 +77,12 @@ bool WorkFolder::Make(const std::string& Parent) {
     if (mkdtemp(Path_.data()) == nullptr) CannotMake(Path_, errno);
     Lock_ = OpenDescriptor(Path_, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     if (!Lock_ && errno == ENOENT) return false;
-    struct stat Made {};
-    if (!Lock_ || flock(Lock_.Get(), LOCK_EX) != 0 || fstat(Lock_.Get(), &Made) != 0) {
+    if (!Lock_) {
         const int Error = errno;
         rmdir(Path_.c_str());
         CannotMake(Path_, Error);
     }
-    return Made.st_nlink > 0;
+    return KeepFromSweeping(Lock_);
 }
 
 std::string WorkFolder::NextFile() {
