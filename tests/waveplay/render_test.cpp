@@ -62,7 +62,7 @@ TEST(Render, IsNotHarmedByHowItWasStarted) {
     EXPECT_EQ(Get(Waveplay.Path("out.wav")), Get(Waveplay.Path("in.wav")));
     for (const auto& [Words, Complaint] :
          {std::pair("render in.wav -o - 1>&-", "Bad file descriptor"),
-          {"script - 0<&-", "cannot read -: Bad file descriptor"},
+          {"script - 0<&-", "cannot read standard input: Bad file descriptor"},
           {"render in.wav -o - | true", "cannot write standard output"},
           {"render in.wav -o big.wav", "File too large"}}) {
         const Outcome Ran = Waveplay.RunShell("ulimit -f 100; \"$0\" " + std::string(Words));

@@ -12,6 +12,10 @@
 namespace Tolvar {
 namespace {
 
+std::string InTexts(const std::string& Path) {
+    return Path == "-" ? "standard input" : Path;
+}
+
 Descriptor Open(const std::string& Path) {
     if (Path == "-") return Descriptor(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
     return OpenDescriptor(Path, O_RDONLY);
@@ -19,14 +23,16 @@ Descriptor Open(const std::string& Path) {
 
 std::string ReadAll(const std::string& Path) {
     const Descriptor In = Open(Path);
-    if (!In) throw ErrnoFailure("cannot read " + Path, errno);
+    if (!In) throw ErrnoFailure("cannot read " + InTexts(Path), errno);
     std::string Text;
     std::array<char, 4096> Buffer{};
     while (true) {
         const ssize_t Count = ::read(In.Get(), Buffer.data(), Buffer.size());
         if (Count == 0) return Text;
         if (Count > 0) Text.append(Buffer.data(), static_cast<std::size_t>(Count));
-        if (Count < 0 && errno != EINTR) throw ErrnoFailure("cannot read " + Path, errno);
+        if (Count < 0 && errno != EINTR) {
+            throw ErrnoFailure("cannot read " + InTexts(Path), errno);
+        }
     }
 }
 
@@ -38,8 +44,8 @@ ExitCode Script(const ScriptOptions& Options) {
     try {
         Actions = ParseScript(ReadAll(Options.Path));
     } catch (const ScriptMistake& Mistake) {
-        const char* Name = Options.Path == "-" ? "standard input" : Options.Path.c_str();
-        std::fprintf(stderr, "waveplay: %s, line %s\n", Name, Mistake.what());
+        std::fprintf(stderr, "waveplay: %s, line %s\n", InTexts(Options.Path).c_str(),
+                     Mistake.what());
         return ExitUsage;
     }
     return ScriptRunner(Options.Setup).Run(Actions, Options.Strict);
