@@ -15,13 +15,14 @@ bool TellsOfFailure(std::string_view Ttl) {
 }
 
 PlayerControl::PlayerControl(PlayerPort& Player, const Facts& Wave) : Port_(Player), Wave_(Wave) {
-    Trapped([&] {
+    const bool Asked = Trapped([&] {
         ReadCursor();  // first, so that a play that ends between the two calls is seen to be over
         TakeRunningState(Port_.PlayRunningDx7State());
     });
     if (State_ != Transport::Stopped) return;
-    Cursor_ = (Wave_.Direction < 0) == Wave_.WasStarted ? 0 : Wave_.WaveNos;
-    if (Wave_.WasStarted) State_ = Transport::Ended;
+    const bool IsOver = Wave_.WasStarted && Asked;
+    Cursor_ = (Wave_.Direction < 0) == IsOver ? 0 : Wave_.WaveNos;
+    if (IsOver) State_ = Transport::Ended;
 }
 
 void PlayerControl::Report(std::string_view Msg, std::string_view Ttl) {
