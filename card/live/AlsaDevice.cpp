@@ -121,9 +121,8 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     const auto Periods = static_cast<long>(2 * Period);
     MostFrames_ = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
     GivesBack_ = Behind.GivesBack;
-    KeepsOldSound_ = Behind.IsCard;
     SharesRing_ = Behind.IsCard && snd_pcm_type(Made) != SND_PCM_TYPE_HW;
-    Silence_.assign(KeepsOldSound_ ? Buffer * static_cast<std::size_t>(Channels_) : 0, 0);
+    Silence_.assign(Behind.IsCard ? Buffer * static_cast<std::size_t>(Channels_) : 0, 0);
     UntoldFrames_ = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
     return Result;
 }
@@ -160,7 +159,7 @@ long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
     const long Frames = snd_pcm_rewindable(Pcm_.get()) - std::max(Keep, UntoldFrames_);
     if (Frames < Least || Frames > Most) return 0;
     const long TakenBack = Rewind(Frames);
-    return KeepsOldSound_ ? Silenced(TakenBack) : TakenBack;
+    return Silence_.empty() ? TakenBack : Silenced(TakenBack);
 }
 
 long AlsaDevice::Rewind(long Frames) {

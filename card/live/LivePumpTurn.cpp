@@ -13,7 +13,9 @@ namespace {
 constexpr std::int64_t LingerNs = 300 * NsPerMs;  // a turn round or a jump opens nothing anew
 constexpr std::int64_t RetryEveryNs = NsPerSecond;
 constexpr std::int64_t StandStillNs = 2 * NsPerSecond;  // wireless ones take a while to start
-constexpr std::int64_t KeepMs = 2;  // what the device is about to play is not taken back
+constexpr std::int64_t KeepMs = 2;        // what the device is about to play is not taken back
+constexpr std::int64_t OwnPacePart = 20;  // a twentieth beyond the clock, or a thousandth
+constexpr std::int64_t ClocksPacePart = 1000;
 constexpr int MostDryLooks = 10;  // a server that is gone may take all it is given and play nothing
 
 }  // namespace
@@ -150,7 +152,7 @@ bool LivePump::Adopt() {
 /// own, which may be some percent faster than its name: it has been full. One that takes everything
 /// at once has not.
 std::int64_t LivePump::MostHeard(std::int64_t ClockNs) const {
-    const std::int64_t MostDriftPart = WasFull_ ? 20 : 1000;
+    const std::int64_t MostDriftPart = WasFull_ ? OwnPacePart : ClocksPacePart;
     if (StartClockNs_ < 0) return 0;
     FrameTimer Played(Opened_.RateHz);
     Played.Start(StartClockNs_, 0);
