@@ -15,6 +15,7 @@
 #include "store/BlocksFromBlkInLst.h"
 #include "store/filecarrier/FileCarrBuffClass.h"
 #include "tests/support/BlockLists.h"
+#include "tests/support/Dice.h"
 #include "tests/support/Fakes.h"
 
 namespace Tolvar::Testing {
@@ -97,15 +98,6 @@ inline Wave Heard(BlockCarrBuffClass& Carrier, std::int32_t From, std::size_t Co
     Carrier.QuickBuffGet(From, Buf);
     return Buf;
 }
-
-/// A small generator whose runs are the same everywhere.
-struct Dice {
-    std::uint32_t State;
-    std::int32_t Below(std::int32_t Bound) {
-        State = State * 1664525U + 1013904223U;
-        return static_cast<std::int32_t>((State >> 8) % static_cast<std::uint32_t>(Bound));
-    }
-};
 
 /// A carrier that may take over "f", and the store around it.
 struct FileShop : Shop {

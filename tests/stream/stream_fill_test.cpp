@@ -1,6 +1,3 @@
-#include <span>
-
-#include "stream/Interleave.h"
 #include "stream/StreamBuffFill.h"
 #include "tests/support/Studio.h"
 
@@ -77,24 +74,6 @@ TEST(StreamFill, IsSilentWithoutDirectionAndRefusesWhatDoesNotFitItsType) {
         F.MakeBuffer(SegFrames, Channels);
         EXPECT_THROW(StreamBuffFill(F.State, 1), RuntimeFailure);
     }
-}
-
-TEST(Interleave, NamesTheFirstSampleThatHasMoreThanEightBitsTheLeftChannelsFirst) {
-    const std::int16_t Frames[] = {1, 200, 2, 3, 150, 4};
-    const auto Run = [&](std::size_t Channel, std::int64_t Count) {
-        const auto* const From = std::as_bytes(std::span(Frames)).data() + 2 * Channel;
-        return SampleRun{.Count = Count, .From = From, .Layout = {2, 16}};
-    };
-    std::int16_t Stream[6];
-    const auto Told = [&](const auto&... Runs) {
-        return FailureOf([&] { Interleave(Runs..., {.EightBits = true}, Stream); });
-    };
-    const std::string Left = Told(Run(0, 3)), Right = Told(Run(1, 3));
-    EXPECT_TRUE(Left != "" && Right != "" && Left != Right);
-    EXPECT_EQ(Told(Run(0, 3), Run(1, 3)), Left);
-    EXPECT_EQ(Told(Run(0, 2), Run(1, 2)), Right);
-    EXPECT_EQ(Told(Run(1, 3), Run(0, 3)), Right);
-    EXPECT_EQ(Told(SampleRun{.Count = 3}, Run(1, 3)), Right);
 }
 
 }  // namespace

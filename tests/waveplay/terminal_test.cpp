@@ -91,6 +91,9 @@ TEST(Terminal, TakesKeysAndFollowsItsSize) {
 
 TEST(Terminal, IsRestoredHoweverItEnds) {
     EXPECT_EQ(Desk("silence:0.1").Left(), "restored 0\r\n");
+    Desk Quiet("silence:0.1 -q");
+    Quiet.Left();
+    EXPECT_EQ(Quiet.Seen, "restored 0\r\n");
     for (const int Signal : {SIGINT, SIGTERM, SIGHUP}) {
         Desk At("silence:100");
         EXPECT_TRUE(At.Shows("forward"));
@@ -117,17 +120,6 @@ TEST(Terminal, ThatTakesNothingHoldsNothingUp) {
     EXPECT_EQ(kill(Player, 0), -1);
     At.Left();
     EXPECT_THAT(At.Seen, EndsWith("restored 0\r\n"));
-}
-
-TEST(Terminal, GetsNoColourOrNoPictureWhenToldSo) {
-    const auto Seen = [](const char* Words, const char* Variables) {
-        Desk At(Words, Variables);
-        At.Left();
-        return At.Seen;
-    };
-    EXPECT_THAT(Seen("silence:0.1", "TERM=xterm-256color"), HasSubstr("38;5;"));
-    EXPECT_THAT(Seen("silence:0.1", "TERM=xterm-256color NO_COLOR=1"), Not(HasSubstr("38;5;")));
-    EXPECT_EQ(Seen("silence:0.1 -q", ""), "restored 0\r\n");
 }
 
 TEST(HeldErrors, LinesOfAllProcessesWaitForTheEndTheLastOfVeryMany) {
