@@ -154,12 +154,16 @@ long AlsaDevice::Held() {
 }
 
 long AlsaDevice::TakeBack(long Keep, long Least, long Most) {
+    const long TakenBack = Rewound(Keep, Least, Most);
+    return Silence_.empty() ? TakenBack : Silenced(TakenBack);
+}
+
+long AlsaDevice::Rewound(long Keep, long Least, long Most) {
     if (!GivesBack_) return 0;
     if (snd_pcm_avail(Pcm_.get()) < 0) return 0;
     const long Frames = snd_pcm_rewindable(Pcm_.get()) - std::max(Keep, UntoldFrames_);
     if (Frames < Least || Frames > Most) return 0;
-    const long TakenBack = Rewind(Frames);
-    return Silence_.empty() ? TakenBack : Silenced(TakenBack);
+    return Rewind(Frames);
 }
 
 long AlsaDevice::Rewind(long Frames) {
@@ -179,7 +183,7 @@ long AlsaDevice::Drop() {
     snd_pcm_status_t* Status = nullptr;
     snd_pcm_status_alloca(&Status);
     // What is in a ring that others play into stays there, unless it is taken back.
-    const long TakenBack = SharesRing_ ? TakeBack(0, 1, BufferFrames_) : 0;
+    const long TakenBack = SharesRing_ ? Rewound(0, 1, BufferFrames_) : 0;
     // A server may take more until it has stopped; hardware tells no more once it has.
     const long RoomBefore = snd_pcm_avail(Pcm_.get());
     int Result = snd_pcm_drop(Pcm_.get());

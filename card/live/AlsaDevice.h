@@ -32,6 +32,7 @@ class AlsaDevice : public OutputDevice {
         void operator()(_snd_pcm* Opened) const;
     };
     int Recovered(long Error);
+    long Rewound(long Keep, long Least, long Most);
     long Rewind(long Frames);
     long Silenced(long TakenBack);
 

@@ -176,12 +176,12 @@ class Session {
     FaultPlan& Faults_;
 };
 
-/// A session for each call, with that one refused.
+/// A session for each call, with that one refused; with the sanitizers for each third.
 void FailEachCall(EngineOrder Engine, Session::At Where, bool ForGood) {
     int Healed = 0;
-    int Call = 0;
-    for (bool Reached = true; Reached && !Test::HasFailure();) {
-        SCOPED_TRACE(++Call);
+    int Call = 1;
+    for (bool Reached = true; Reached && !Test::HasFailure(); Call += FAULT_STEP) {
+        SCOPED_TRACE(Call);
         Session Tried(Engine, Where, {.FailAtCall = Call, .ForGood = ForGood});
         Tried.Run();
         Reached = Tried.Reached();
