@@ -90,6 +90,19 @@ Backing BackingOf(snd_pcm_t* Pcm) {
     return {.GivesBack = Name == "ALSA Playback", .TellsEachPeriod = true};
 }
 
+// Also behind a conversion, which hides the mixer's type but not from what it tells of itself.
+bool IsMixed(snd_pcm_t* Pcm) {
+    snd_output_t* Told = nullptr;
+    if (snd_output_buffer_open(&Told) < 0) return false;
+    snd_pcm_dump(Pcm, Told);
+    char* Text = nullptr;
+    const std::size_t Length = snd_output_buffer_string(Told, &Text);
+    const bool Found =
+        std::string_view(Text, Length).find("Direct Stream Mixing") != std::string_view::npos;
+    snd_output_close(Told);
+    return Found;
+}
+
 }  // namespace
 
 void AlsaDevice::ClosePcm::operator()(snd_pcm_t* Opened) const {
@@ -121,7 +134,7 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     const auto Periods = static_cast<long>(2 * Period);
     MostFrames_ = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
     GivesBack_ = Behind.GivesBack;
-    SharesRing_ = Behind.IsCard && snd_pcm_type(Made) != SND_PCM_TYPE_HW;
+    SharesRing_ = Behind.IsCard && IsMixed(Made);
     Silence_.assign(Behind.IsCard ? Buffer * static_cast<std::size_t>(Channels_) : 0, 0);
     UntoldFrames_ = Behind.TellsEachPeriod ? static_cast<long>(Period) : 0;
     return Result;

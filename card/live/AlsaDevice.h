@@ -42,7 +42,7 @@ class AlsaDevice : public OutputDevice {
     long BufferFrames_ = 0;
     long MostFrames_ = 0;  // that it is to hold
     bool GivesBack_ = false;
-    bool SharesRing_ = false;  // with others that play, or behind a conversion that hides it
+    bool SharesRing_ = false;            // with others that play: what is dropped stays in it
     std::vector<std::int16_t> Silence_;  // as much as a card's ring holds; empty for others
     long UntoldFrames_ = 0;              // that it may have played, or a server taken, and not told
 };
