@@ -2,7 +2,6 @@
 
 #include <signal.h>
 #include <sys/signalfd.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -35,18 +34,17 @@ Interrupts::Interrupts(Apartment& Waking) : Home_(Waking) {
 
 Interrupts::~Interrupts() {
     Home_.Unwatch({Fd_});
+    // One more of what has been asked for already must not end the program on its way out.
+    if (HasSeen_) Seen();
     close(Fd_);
     const sigset_t Set = Watched();
-    // One more of what has been asked for already must not end the program on its way out.
-    const timespec AtOnce{};
-    while (HasSeen_ && sigtimedwait(&Set, nullptr, &AtOnce) > 0) {
-    }
     sigprocmask(SIG_UNBLOCK, &Set, nullptr);
 }
 
 bool Interrupts::Seen() {
     signalfd_siginfo Signal{};
-    if (read(Fd_, &Signal, sizeof Signal) > 0) HasSeen_ = true;
+    while (read(Fd_, &Signal, sizeof Signal) > 0)
+        HasSeen_ = true;
     return HasSeen_;
 }
 

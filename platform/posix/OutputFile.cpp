@@ -1,6 +1,7 @@
 #include "platform/posix/OutputFile.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,6 +63,24 @@ Descriptor NamelessFile(const std::string& ForName) {
     return Made;
 }
 
+// While it lives, the signals that end a program do so, whoever watches for them otherwise.
+class SignalsEnd {
+  public:
+    SignalsEnd() {
+        sigset_t Set;
+        sigemptyset(&Set);
+        for (const int Each : {SIGINT, SIGTERM, SIGHUP})
+            sigaddset(&Set, Each);
+        ::pthread_sigmask(SIG_UNBLOCK, &Set, &Before_);
+    }
+    ~SignalsEnd() { ::pthread_sigmask(SIG_SETMASK, &Before_, nullptr); }
+    SignalsEnd(const SignalsEnd&) = delete;
+    SignalsEnd& operator=(const SignalsEnd&) = delete;
+
+  private:
+    sigset_t Before_{};
+};
+
 }  // namespace
 
 OutputFile::OutputFile(const std::string& Path) : Name_(Path) {
@@ -111,6 +130,7 @@ void OutputFile::UseTemporary(const std::string& FinalPath, bool KeepMode, unsig
 void OutputFile::CopyToTarget() {
     if (::lseek(Scratch_.Get(), 0, SEEK_SET) != 0) throw CannotWrite(Name_, errno);
     std::vector<std::byte> Buffer(std::size_t{1} << 18U);
+    const SignalsEnd Meanwhile;  // the stream's reader may take nothing for ever
     while (true) {
         const ssize_t Count = ::read(Scratch_.Get(), Buffer.data(), Buffer.size());
         if (Count == 0) return;

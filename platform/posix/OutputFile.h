@@ -28,8 +28,9 @@ class OutputFile {
     /// As it is called in texts.
     const std::string& Name() const { return Name_; }
 
-    /// At most once. What failed is in the failure, and the target is then as it was (a pipe may
-    /// have got a part).
+    /// At most once. While a stream is copied to, SIGINT, SIGTERM and SIGHUP end the program even
+    /// where they are blocked: its reader may take nothing for ever. What failed is in the failure,
+    /// and the target is then as it was (a pipe may have got a part).
     void Commit();
 
   private:

@@ -240,6 +240,22 @@ TEST_F(Pieces, OfAPlayThatASignalEndsAreSweptUpAndWhatWasHeardIsKept) {
     }
 }
 
+TEST_F(Pieces, OfAPlayThatASignalMeetsOnItsWayOutAreKeptWhole) {
+    const Samples In = Numbered(800, 1);
+    Waveplay.PutWav("in.wav", 16, 1, 8000, In);
+    for (const char* Road : {"--in-process", "--connect=private"}) {
+        const Outcome Ran = Waveplay.RunShell(
+            "mkfifo err; \"$0\" in.wav --device wav:out.wav " + std::string(Road) +
+            " 2>err & "
+            "while read Line; do case $Line in 'Play Done'*) kill -TERM $!; esac; done <err; "
+            "rm err; wait $!");
+        EXPECT_EQ(Ran.Code, 130) << Road;
+        const Samples Heard = Waveplay.GetSound("out.wav");
+        EXPECT_TRUE(Heard.size() >= In.size() && std::equal(In.begin(), In.end(), Heard.begin()));
+        EXPECT_THAT(Waveplay.FilesThere(), ElementsAre("in.wav", "out.wav", "tmp"));
+    }
+}
+
 TEST_F(Pieces, LeaveNothingWhenASignalComesWhileTheyAreDecoded) {
     const auto Decode = [](int Interrupted) {
         WorkFolder Folder;

@@ -98,11 +98,12 @@ ExitCode Play(PlayOptions Options) {
     std::optional<HeldErrors> Errors;  // until the server, which writes there as well, is gone
     if (WithPicture && isatty(STDERR_FILENO) == 1) Errors.emplace();
     Session Playing(MakePlayer(Options.Setup));
-    const bool ToTheEnd = WithPicture
-                              ? PlayOnTerminal(Playing, Whole, Options, Errors ? &*Errors : nullptr)
-                              : PlayThrough(Playing, Whole, Options);
+    bool ToTheEnd = WithPicture
+                        ? PlayOnTerminal(Playing, Whole, Options, Errors ? &*Errors : nullptr)
+                        : PlayThrough(Playing, Whole, Options);
     Playing.Release();
     Playing.Finish();
+    ToTheEnd = ToTheEnd && !Playing.Interrupted();
     if (!ToTheEnd && !Options.Quiet) Say("interrupted");
     return ToTheEnd ? ExitDone : ExitInterrupted;
 }

@@ -33,7 +33,7 @@ ExitCode Render(RenderOptions Options) {
     }
     Rendering.Release();
     Rendering.Finish();
-    return ExitDone;
+    return Rendering.Interrupted() ? ExitInterrupted : ExitDone;
 }
 
 }  // namespace Tolvar

@@ -80,8 +80,10 @@ bool Session::RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>
 }
 
 void Session::Finish() {
-    Watching_.reset();
+    Interrupted();  // what was asked for by now is not asked again while a stream is written
     Host_->Finish();
+    WasInterrupted_ = Interrupted();
+    Watching_.reset();
 }
 
 }  // namespace Tolvar

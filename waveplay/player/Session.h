@@ -68,10 +68,12 @@ class Session {
     /// RuntimeFailure as soon as the player is Lost.
     bool RunFor(std::optional<std::int64_t> Ms, const std::function<bool()>& Until = {});
 
-    bool Interrupted() { return Watching_ && Watching_->Seen(); }
+    /// The user wants an end. True for good, after Finish as well.
+    bool Interrupted() { return WasInterrupted_ || (Watching_ && Watching_->Seen()); }
 
-    /// Everything heard is on its medium when it returns; RuntimeFailure when some of it was lost.
-    /// Signals end the program again from here on. At most once.
+    /// Everything heard is on its medium when it returns, also when a signal comes meanwhile;
+    /// RuntimeFailure when some of it was lost. Signals end the program again from then on, and
+    /// already while a recording is copied to a stream, whose reader may never come. At most once.
     void Finish();
 
   private:
@@ -81,6 +83,7 @@ class Session {
     std::int64_t BeganNs_;
     std::unique_ptr<Interrupts> Watching_;  // after the device: a pipe may wait for its reader
     bool Released_ = false;
+    bool WasInterrupted_ = false;
 };
 
 }  // namespace Tolvar

@@ -28,14 +28,13 @@ ExitCode ScriptRunner::Run(const std::vector<ScriptAction>& Actions, bool Strict
         if (!Trapped(Action)) Failed = true;
         if (Session_.Interrupted() || Session_.Lost() || (Strict && Failed)) break;
     }
-    const bool WasInterrupted = Session_.Interrupted();
     if (Session_.HasPlayer()) Trapped([](ScriptRunner& Self) { Self.Release(); });
     if (Session_.Lost()) return ExitFailed;
     Session_.Finish();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         throw ErrnoFailure("cannot write standard output", errno);
     }
-    if (WasInterrupted) return ExitInterrupted;
+    if (Session_.Interrupted()) return ExitInterrupted;
     return Strict && Failed ? ExitFailed : ExitDone;
 }
 
