@@ -6,6 +6,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/EventSet.h"
@@ -42,6 +43,7 @@ struct Apartment::Impl {
     Log& Journal;
 
     std::map<AlarmKey, Handler> Alarms;
+    decltype(Alarms)::node_type Spare;  // of the last that went: a timer goes on without memory
     std::uint64_t NextOrder = 1;
 
     std::mutex PostLock;  // guards the posts
@@ -95,8 +97,9 @@ bool Apartment::Impl::RunAlarms(std::int64_t LatestNs) {
     while (!Alarms.empty()) {
         const auto First = Alarms.begin();
         if (First->first.first > LatestNs || First->first.second >= OrderLimit) break;
-        const auto Taken = Alarms.extract(First);
-        if (Deliver(Taken.mapped())) return true;
+        Spare = Alarms.extract(First);
+        const Handler Call = std::move(Spare.mapped());
+        if (Deliver(Call)) return true;
     }
     return false;
 }
@@ -117,7 +120,7 @@ void Apartment::Impl::Wait(std::int64_t DueNs) {
 
 bool Apartment::Impl::RunWatchers() {
     for (const EventSet::Ready& Each : Ready) {
-        const Watcher& Waited = Awaited[Each.Index];
+        const Watcher Waited = Awaited[Each.Index];  // a copy: handlers watch and unwatch
         const auto Live = std::ranges::find(Watchers, Waited.OnReadable, &Watcher::OnReadable);
         if (Live == Watchers.end()) continue;
         if (Each.IsGone) {
@@ -149,12 +152,20 @@ Apartment::~Apartment() = default;
 
 Apartment::AlarmId Apartment::Arm(std::int64_t DueNs, Handler OnDue) {
     const AlarmId Made{DueNs, Inner_->NextOrder++};
-    Inner_->Alarms.emplace(Impl::AlarmKey(Made.DueNs, Made.Order), std::move(OnDue));
+    const Impl::AlarmKey Key(Made.DueNs, Made.Order);
+    if (auto Node = std::exchange(Inner_->Spare, {})) {
+        Node.key() = Key;
+        Node.mapped() = std::move(OnDue);
+        Inner_->Alarms.insert(std::move(Node));
+    } else {
+        Inner_->Alarms.emplace(Key, std::move(OnDue));
+    }
     return Made;
 }
 
 void Apartment::Disarm(AlarmId& Alarm) {
-    Inner_->Alarms.erase(Impl::AlarmKey(Alarm.DueNs, Alarm.Order));
+    auto Gone = Inner_->Alarms.extract(Impl::AlarmKey(Alarm.DueNs, Alarm.Order));
+    if (Gone) Inner_->Spare = std::move(Gone);
     Alarm = {};
 }
 
@@ -167,8 +178,13 @@ void Apartment::Post(Handler Call) {
 }
 
 void Apartment::Watch(EventSource Source, Handler OnReadable) {
+    auto Kept = std::make_shared<Handler>(std::move(OnReadable));
+    const std::size_t Most = Inner_->Watchers.size() + 1;
+    Inner_->Watchers.reserve(Most);
+    Inner_->Awaited.reserve(Most);  // so that no wait needs memory
+    Inner_->Sources.reserve(Most);
     Unwatch(Source);
-    Inner_->Watchers.push_back({Source, std::make_shared<Handler>(std::move(OnReadable))});
+    Inner_->Watchers.push_back({Source, std::move(Kept)});
 }
 
 void Apartment::Unwatch(EventSource Source) {

@@ -33,7 +33,8 @@ class Apartment {
     Clock& Time() const { return Time_; }
 
     /// Runs OnDue once, at DueNs or as soon after it as the loop runs. Alarms of one moment run in
-    /// the order in which they were armed. Apartment's thread.
+    /// the order in which they were armed. Needs no memory when an alarm has run or was disarmed
+    /// since the last Arm; std::bad_alloc otherwise arms nothing. Apartment's thread.
     AlarmId Arm(std::int64_t DueNs, Handler OnDue);
 
     /// Harmless when the alarm has run or names none. Apartment's thread.
@@ -80,14 +81,15 @@ class Timer {
     void Interval(std::int32_t Ms);
 
     bool Enabled() const { return IsEnabled_; }
-    /// Enabling starts a full interval; enabling an enabled timer changes nothing.
+    /// Enabling starts a full interval; enabling an enabled timer changes nothing. std::bad_alloc
+    /// leaves the timer disabled; one that ticks goes on ticking without memory.
     void Enabled(bool On);
 
     /// What a tick runs from now on; an empty handler lets ticks be lost.
     void Bind(Apartment::Handler OnTick) { Tick_ = std::move(OnTick); }
 
   private:
-    void Rearm(std::int64_t DueNs);
+    void Arm(std::int64_t DueNs);
     void Due();
 
     Apartment& Home_;

@@ -10,24 +10,25 @@ Timer::~Timer() {
 
 void Timer::Interval(std::int32_t Ms) {
     IntervalMs_ = Ms;
-    if (IsEnabled_) Rearm(Home_.Time().NowNs() + Ms * NsPerMs);
+    Home_.Disarm(Alarm_);
+    if (IsEnabled_) Arm(Home_.Time().NowNs() + Ms * NsPerMs);
 }
 
 void Timer::Enabled(bool On) {
     if (On == IsEnabled_) return;
+    Home_.Disarm(Alarm_);
+    if (On) Arm(Home_.Time().NowNs() + IntervalMs_ * NsPerMs);
     IsEnabled_ = On;
-    Rearm(Home_.Time().NowNs() + IntervalMs_ * NsPerMs);
 }
 
-void Timer::Rearm(std::int64_t DueNs) {
-    Home_.Disarm(Alarm_);
-    if (IsEnabled_ && IntervalMs_ > 0) Alarm_ = Home_.Arm(DueNs, [this] { Due(); });
+void Timer::Arm(std::int64_t DueNs) {
+    if (IntervalMs_ > 0) Alarm_ = Home_.Arm(DueNs, [this] { Due(); });
 }
 
 void Timer::Due() {
     const std::int64_t StepNs = IntervalMs_ * NsPerMs;
     const std::int64_t LateNs = Home_.Time().NowNs() - Alarm_.DueNs;
-    Rearm(Alarm_.DueNs + (LateNs / StepNs + 1) * StepNs);
+    Arm(Alarm_.DueNs + (LateNs / StepNs + 1) * StepNs);
     // A copy, because the handler may bind another or destroy this timer.
     if (const Apartment::Handler Run = Tick_) Run();
 }

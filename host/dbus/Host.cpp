@@ -27,10 +27,11 @@ Host::Host(PlayServer& ServerOf, std::unique_ptr<BusLink> LinkOf, bool IsOnBus,
       Sink_(*Link_, Server_.Journal(), SinkLimitMs,
             [this](std::uint64_t Before, std::uint64_t Report) { ServeSince(Before, Report); }),
       Self_(std::make_shared<Host*>(this)) {
-    Server_.Player().OnMsgBoxOb(
-        [this](std::string_view Msg, std::string_view Ttl) { Report(Msg, Ttl); });
     Server_.Home().Watch({Link_->WaitFd()}, [this] { Turn(); });
     TurnLater();
+    // Last, because a player that reports must find a host.
+    Server_.Player().OnMsgBoxOb(
+        [this](std::string_view Msg, std::string_view Ttl) { Report(Msg, Ttl); });
 }
 
 Host::~Host() {
@@ -52,12 +53,13 @@ void Host::TakeName() {
 // The loop.
 
 void Host::TurnLater() {
-    if (std::exchange(TurnIsDue_, true)) return;
+    if (TurnIsDue_) return;
     Server_.Home().Post([Alive = Self_] {
         if (*Alive == nullptr) return;
         (*Alive)->TurnIsDue_ = false;
         (*Alive)->Turn();
     });
+    TurnIsDue_ = true;
 }
 
 void Host::Report(std::string_view Msg, std::string_view Ttl) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/posix/Posix.h"
 
@@ -13,8 +14,10 @@ namespace Tolvar {
 /// before it was locked, and swept it away. A file system that knows no locks is no failure.
 bool KeepFromSweeping(const Descriptor& Made);
 
-/// Path, opened with Flags and locked, when it is this user's and nobody holds it; else nothing.
-/// It may be removed as long as the answer lives.
-Descriptor LockAbandoned(const std::string& Path, int Flags);
+/// Removes the files or, with O_DIRECTORY in Flags, the folders in Folder ("" = the current one)
+/// whose names begin and end so, which are this user's and nobody holds. What cannot be removed
+/// stays for the next sweep.
+void SweepAbandoned(const std::string& Folder, std::string_view Prefix, std::string_view Suffix,
+                    int Flags) noexcept;
 
 }  // namespace Tolvar

@@ -42,17 +42,6 @@ std::string WithoutLinks(const std::string& Path) {
 constexpr std::string_view Prefix = ".tolvar-";
 constexpr std::string_view Suffix = ".part";
 
-// What killed programs left beside the target.
-void SweepTemporaries(const std::string& Folder) {
-    std::error_code Ignored;  // another program may sweep at the same time
-    std::filesystem::directory_iterator Each(Folder.empty() ? "." : Folder, Ignored);
-    for (; Each != std::filesystem::directory_iterator(); Each.increment(Ignored)) {
-        const std::string Name = Each->path().filename().string();
-        if (!Name.starts_with(Prefix) || !Name.ends_with(Suffix)) continue;
-        if (LockAbandoned(Each->path().string(), 0)) std::filesystem::remove(Each->path(), Ignored);
-    }
-}
-
 Descriptor NamelessFile(const std::string& ForName) {
     std::error_code Ignored;
     std::filesystem::path Folder = std::filesystem::temp_directory_path(Ignored);
@@ -115,7 +104,7 @@ void OutputFile::UseTemporary(const std::string& FinalPath, bool KeepMode, unsig
     static std::atomic<unsigned> Number = 0;
     Final_ = FinalPath;
     const std::string Folder = Final_.substr(0, Final_.rfind('/') + 1);
-    SweepTemporaries(Folder);
+    SweepAbandoned(Folder, Prefix, Suffix, 0);  // what killed programs left beside the target
     do {
         Temporary_ = Folder + std::string(Prefix) + std::to_string(::getpid()) + "-" +
                      std::to_string(++Number) + std::string(Suffix);

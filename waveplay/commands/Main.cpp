@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <exception>
+#include <new>
 
 #include "platform/posix/ProcessGuard.h"
 #include "waveplay/commands/CommandLine.h"
@@ -21,6 +22,9 @@ int main(int Count, char** Arguments) {
     GuardProcess();
     try {
         return std::visit(Runner{}, ParseCommandLine(Count, Arguments));
+    } catch (const std::bad_alloc&) {
+        std::fputs("waveplay: not enough memory\n", stderr);
+        return ExitFailed;
     } catch (const std::exception& Cause) {
         std::fprintf(stderr, "waveplay: %s\n", Cause.what());
         return ExitFailed;

@@ -36,18 +36,6 @@ std::string TemporaryFolder() {
     return Full;
 }
 
-void RemoveAbandoned(const std::string& Parent) {
-    std::error_code Ignored;  // another program may sweep at the same time
-    std::filesystem::directory_iterator Each(Parent, Ignored);
-    for (; Each != std::filesystem::directory_iterator(); Each.increment(Ignored)) {
-        if (!Each->path().filename().string().starts_with(FolderPrefix)) continue;
-        const std::string Path = Each->path().string();
-        if (const Descriptor Locked = LockAbandoned(Path, O_DIRECTORY)) {
-            std::filesystem::remove_all(Path, Ignored);
-        }
-    }
-}
-
 // A file's name in the folder, in a form that a signal handler can make as well.
 struct FileName {
     explicit FileName(int Number) { std::to_chars(Text.data(), Text.data() + Text.size(), Number); }
@@ -58,7 +46,7 @@ struct FileName {
 
 WorkFolder::WorkFolder() {
     const std::string Parent = TemporaryFolder();
-    RemoveAbandoned(Parent);
+    SweepAbandoned(Parent, FolderPrefix, "", O_DIRECTORY);
     while (!Make(Parent)) {
     }
     Live = this;

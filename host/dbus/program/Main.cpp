@@ -2,6 +2,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -91,6 +92,9 @@ int main(int Count, char** Arguments) {
     Tolvar::GuardProcess();
     try {
         return Tolvar::Run(Count, Arguments);
+    } catch (const std::bad_alloc&) {
+        std::cerr << "TolvarWaveEditorDll: not enough memory\n";
+        return Tolvar::Lost;
     } catch (const std::exception& Failure) {
         std::cerr << "TolvarWaveEditorDll: " << Failure.what() << '\n';
         return Tolvar::Lost;
