@@ -5,6 +5,7 @@
 
 #include "platform/posix/RealClock.h"
 #include "tests/card/CardRig.h"
+#include "tests/support/Memory.h"
 
 namespace Tolvar::Testing {
 namespace {
@@ -55,6 +56,23 @@ TEST_F(ApartmentTest, WhatHandlersThrowIsLoggedAndTheLoopGoesOn) {
     EXPECT_THAT(Seen, ElementsAre("on1"));
     EXPECT_THAT(Journal.Lines, ElementsAre(HasSubstr("no card"), HasSubstr("did not say"),
                                            HasSubstr("entered twice")));
+}
+
+TEST_F(ApartmentTest, TimersThatTickNeedNoMemory) {
+    int Ticks = 0;
+    Timer Poll(Home, 10);
+    Poll.Bind([&Ticks] { ++Ticks; });
+    Poll.Enabled(true);
+    MemoryFails = true;
+    Home.AdvanceBy(50);
+    Poll.Interval(5);
+    Home.AdvanceBy(50);
+    Timer Other(Home, 10);
+    EXPECT_THROW(Other.Enabled(true), std::bad_alloc);
+    MemoryFails = false;
+    EXPECT_EQ(Ticks, 15);
+    EXPECT_FALSE(Other.Enabled());
+    EXPECT_THAT(Journal.Lines, IsEmpty());
 }
 
 TEST_F(ApartmentTest, TimersKeepTheirPhaseAndOweNoSecondTick) {
