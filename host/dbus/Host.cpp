@@ -16,6 +16,7 @@ namespace {
 
 constexpr int MostDepth = 8;
 constexpr std::int64_t LastAnswersMs = 500;
+constexpr const char* NoAnswer = "the answer cannot be sent";
 
 }  // namespace
 
@@ -137,14 +138,19 @@ void Host::Serve(sd_bus_message* Call) {
         Carry(Call);
     } catch (const WireError& Wrong) {
         if (WasFree) Disown();  // a call that is refused has changed nothing
-        Refuse(Call, Wrong.Name(), Wrong.what());
+        RefuseOrEnd(Call, Wrong.Name(), Wrong.what());
     } catch (const std::bad_alloc&) {
-        Refuse(Call, Wire::Failed, "not enough memory");
+        RefuseOrEnd(Call, Wire::Failed, "not enough memory");
     } catch (const std::exception& Cause) {
-        Refuse(Call, Wire::Failed, Cause.what());
+        RefuseOrEnd(Call, Wire::Failed, Cause.what());
     } catch (...) {
-        Refuse(Call, Wire::Failed, "the call failed and did not say why");
+        RefuseOrEnd(Call, Wire::Failed, "the call failed and did not say why");
     }
+}
+
+// A caller that gets no answer at all would wait; one whose connection ends knows.
+void Host::RefuseOrEnd(sd_bus_message* Call, const char* Name, std::string_view Text) noexcept {
+    if (!Refuse(Call, Name, Text)) Link_->Abandon();
 }
 
 void Host::Carry(sd_bus_message* Call) {
@@ -158,7 +164,7 @@ void Host::Carry(sd_bus_message* Call) {
     if (Interface == Wire::HostingInterface) return CarryHosting(Call);
     if (ReleaseDue_) throw WireError(Wire::Failed, "the player object has been released");
     const Message Reply = Dispatch(Server_.Player(), Call);
-    sd_bus_send(Link_->Bus(), Reply.get(), nullptr);
+    Sent(sd_bus_send(Link_->Bus(), Reply.get(), nullptr), NoAnswer);
 }
 
 void Host::Answer(sd_bus_message* Call) {
@@ -167,7 +173,7 @@ void Host::Answer(sd_bus_message* Call) {
     RequireSignature(Call, "");
     const std::string Found = IntrospectionOf(TextOf(sd_bus_message_get_path(Call)));
     if (Found.empty()) throw WireError(Wire::UnknownObject, "there is no such object");
-    sd_bus_reply_method_return(Call, "s", Found.c_str());
+    Sent(sd_bus_reply_method_return(Call, "s", Found.c_str()), NoAnswer);
 }
 
 void Host::CarryHosting(sd_bus_message* Call) {
@@ -182,7 +188,7 @@ void Host::Advise(sd_bus_message* Call) {
     const char* Path = nullptr;
     Taken(sd_bus_message_read(Call, "o", &Path));
     Sink_.Advise(std::string(TextOf(sd_bus_message_get_sender(Call))), Path);
-    sd_bus_reply_method_return(Call, "");
+    Sent(sd_bus_reply_method_return(Call, ""), NoAnswer);
 }
 
 void Host::Release(sd_bus_message* Call) {
@@ -193,7 +199,7 @@ void Host::Release(sd_bus_message* Call) {
     } else {
         TurnLater();  // the object goes when what reported is done
     }
-    sd_bus_reply_method_return(Call, "");
+    Sent(sd_bus_reply_method_return(Call, ""), NoAnswer);
 }
 
 // Who may do what on the session bus.

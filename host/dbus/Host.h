@@ -43,6 +43,7 @@ class Host {
     void WatchTime();
     void ServeSince(std::uint64_t Before, std::uint64_t Report);
     void Serve(sd_bus_message* Call);
+    void RefuseOrEnd(sd_bus_message* Call, const char* Name, std::string_view Text) noexcept;
     void Carry(sd_bus_message* Call);
     void CarryHosting(sd_bus_message* Call);
     void Answer(sd_bus_message* Call);

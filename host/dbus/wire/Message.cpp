@@ -1,6 +1,8 @@
 #include "host/dbus/wire/Message.h"
 
+#include <cerrno>
 #include <cstdint>
+#include <new>
 
 #include "platform/posix/Posix.h"
 
@@ -44,6 +46,7 @@ int Sent(int Result, const std::string& What) {
 }
 
 int Taken(int Result) {
+    if (Result == -ENOMEM) throw std::bad_alloc();
     if (Result < 0) throw WireError(Wire::InvalidArgs, "the arguments cannot be read");
     return Result;
 }
@@ -65,10 +68,12 @@ std::string WireText(std::string_view Text) {
     return Valid;
 }
 
-void Refuse(sd_bus_message* Call, const char* Name, std::string_view Text) {
+bool Refuse(sd_bus_message* Call, const char* Name, std::string_view Text) noexcept try {
     const std::string Valid = WireText(Text);
     const sd_bus_error Error{Name, Valid.c_str(), 0};
-    sd_bus_reply_method_error(Call, &Error);
+    return sd_bus_reply_method_error(Call, &Error) >= 0;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 }  // namespace Tolvar

@@ -46,7 +46,8 @@ inline std::string_view TextOf(const char* MayBeNull) {
 /// U+FFFD: the wire takes no other.
 std::string WireText(std::string_view Text);
 
-/// Answers Call with the error; a connection that is gone swallows it.
-void Refuse(sd_bus_message* Call, const char* Name, std::string_view Text);
+/// Answers Call with the error. False when the answer could not be sent, as without memory or on a
+/// connection that is gone.
+bool Refuse(sd_bus_message* Call, const char* Name, std::string_view Text) noexcept;
 
 }  // namespace Tolvar
