@@ -206,6 +206,32 @@ TEST_F(Pieces, ThatFindNoRoomLeaveNothing) {
     EXPECT_THAT(Waveplay.FilesThere(), ElementsAre("in.flac", "tmp"));
 }
 
+// A decoder takes a read that fails for the end of the file, and would leave a shorter wave.
+TEST_F(Pieces, OfAFileThatCannotBeReadFailAndNeverComeOutShort) {
+    constexpr int Mpeg = SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III;
+    const auto Loud = Sine(4000, 1, 8000);
+    const auto Render = [this](const std::string& Name, int FailsAt, int Error) {
+        return Waveplay.RunShell(
+            "rm -f out.wav; ASAN_OPTIONS=verify_asan_link_order=0 READ_FAILS=" +
+            std::to_string(FailsAt) + " READ_ERROR=" + std::to_string(Error) +
+            " LD_PRELOAD=" FAILING_READ " \"$0\" render " + Name + " -o out.wav");
+    };
+    for (const auto& [Name, Format] :
+         {std::pair("in.wav", FloatWav), {"in.flac", Flac}, {"in.ogg", Vorbis}, {"in.mp3", Mpeg}}) {
+        Waveplay.PutSound(Name, Format, 1, 8000, Loud);
+        const Samples Whole = Waveplay.Render({Name});
+        int FailsAt = 1;
+        for (Outcome Ran{1, "", ""}; Ran.Code == 1 && FailsAt < 100; FailsAt += 3) {
+            Ran = Render(Name, FailsAt, EIO);
+            EXPECT_THAT(Ran.Err, HasSubstr(Ran.Code == 0 ? "" : "Input/output error"));
+        }
+        EXPECT_GT(FailsAt, 6) << Name;
+        EXPECT_EQ(Waveplay.GetSound("out.wav"), Whole) << Name;
+        EXPECT_EQ(Render(Name, 2, EINTR).Code, 0);
+        EXPECT_EQ(Waveplay.GetSound("out.wav"), Whole) << Name;
+    }
+}
+
 TEST_F(Pieces, SweepUpNothingThatIsAnothers) {
     Waveplay.PutSound("in.flac", Flac, 1, 8000, Numbered(100, 1));
     const std::string Other = Temporary() + "/waveplay-other";

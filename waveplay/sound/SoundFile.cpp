@@ -2,42 +2,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <filesystem>
-#include <fstream>
-#include <system_error>
 #include <vector>
 
-#include "platform/posix/Posix.h"
-#include "waveplay/sound/RiffLists.h"
+#include "waveplay/sound/MpegLength.h"
+#include "waveplay/sound/RiffChunks.h"
 
 namespace Tolvar {
 namespace {
 
 constexpr std::int64_t SkippedAtOnce = 4096;
-
-[[noreturn]] void CannotOpen(const std::string& Path, int Error) {
-    throw ErrnoFailure("cannot open " + Path, Error);
-}
-
-void RequireRegular(const std::string& Path) {
-    std::error_code Error;
-    const auto Status = std::filesystem::status(Path, Error);
-    if (!std::filesystem::exists(Status)) CannotOpen(Path, Error ? Error.value() : ENOENT);
-    if (!std::filesystem::is_regular_file(Status)) {
-        throw RuntimeFailure(FailureKind::File, "cannot open " + Path + ": not a regular file");
-    }
-}
-
-SNDFILE* OpenSound(const std::string& Path, SF_INFO& Info) {
-    RequireRegular(Path);
-    RequireForwardLists(Path);
-    SNDFILE* Sound = sf_open(Path.c_str(), SFM_READ, &Info);
-    if (Sound != nullptr) return Sound;
-    const std::string Why = sf_strerror(nullptr);
-    if (!std::ifstream(Path)) CannotOpen(Path, errno);
-    throw RuntimeFailure(FailureKind::Input, Path + ": not a sound file that can be read: " + Why);
-}
 
 // Kinds in which every sample stands for itself, so that a seek lands in the very same samples.
 bool SeeksExactly(int Format) {
@@ -49,22 +22,29 @@ bool SeeksExactly(int Format) {
 
 }  // namespace
 
-SoundFile::SoundFile(const std::string& Path) : Path_(Path), Sound_(OpenSound(Path, Info_)) {
+SoundFile::SoundFile(const std::string& Path) : Bytes_(Path) {
+    RequireForwardLists(Bytes_);
+    Open();
+    const bool IsMpeg = (Info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
+    const auto Uncounted = IsMpeg ? BytesOfUncountedMpeg(Bytes_) : std::nullopt;
+    if (Uncounted) {
+        Bytes_.HideLength(*Uncounted);
+        Open();
+    }
     constexpr std::int64_t Unknown = SF_COUNT_MAX;
-    if (DropGuess() || Info_.frames == Unknown) CountFrames();
+    if (Uncounted || Info_.frames == Unknown) CountFrames();
 }
 
-// True when the length is now to be counted.
-bool SoundFile::DropGuess() {
-    if ((Info_.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) return false;
-    Mpeg_ = MpegFile::WithoutLength(Path_);
-    if (!Mpeg_) return false;
-    SF_INFO Found{};
-    SNDFILE* const Opened = Mpeg_->Open(Found);
-    if (Opened == nullptr) return false;
-    Sound_.reset(Opened);
-    Info_ = Found;
-    return true;
+void SoundFile::Open() {
+    Sound_.reset();
+    Info_ = {};
+    Sound_.reset(Bytes_.Open(Info_));
+    Bytes_.RequireRead();
+    // A few kinds are known by the ends of their names alone, which only this sees.
+    if (!Sound_) Sound_.reset(sf_open(Path().c_str(), SFM_READ, &Info_));
+    if (Sound_) return;
+    throw RuntimeFailure(FailureKind::Input,
+                         Path() + ": not a sound file that can be read: " + sf_strerror(nullptr));
 }
 
 bool SoundFile::BeyondSixteenBits() const {
@@ -91,17 +71,28 @@ int SoundFile::PlainWavBits() const {
 std::size_t SoundFile::Read(std::span<double> Into) {
     const auto Wanted = static_cast<sf_count_t>(Into.size()) / Channels();
     const sf_count_t Got = sf_readf_double(Sound_.get(), Into.data(), Wanted);
-    const bool AtEnd = Mpeg_ && Mpeg_->Spent();
-    if (Got < Wanted && !AtEnd && sf_error(Sound_.get()) != SF_ERR_NO_ERROR) Fail("decode");
+    Bytes_.RequireRead();
+    if (Got < Wanted && IsCutShort(Got)) Fail("decode");
     Next_ += Got;
     return static_cast<std::size_t>(Got);
+}
+
+// Whether what ended the reading was something else than the file's end.
+bool SoundFile::IsCutShort(std::int64_t Got) const {
+    if (Bytes_.Spent()) return !Bytes_.IsHidden() && sf_error(Sound_.get()) != SF_ERR_NO_ERROR;
+    // Of a FLAC decoder that gave up, as without memory, libsndfile does not tell.
+    const bool IsFlac = (Info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC;
+    return sf_error(Sound_.get()) != SF_ERR_NO_ERROR || (IsFlac && Next_ + Got < Frames());
 }
 
 void SoundFile::GoTo(std::int64_t Frame) {
     const bool Exact = SeeksExactly(Info_.format);
     if (Exact || Frame < Next_) {
         const std::int64_t Target = Exact ? Frame : 0;
-        if (Target != Next_ && sf_seek(Sound_.get(), Target, SEEK_SET) != Target) Fail("seek in");
+        if (Target != Next_ && sf_seek(Sound_.get(), Target, SEEK_SET) != Target) {
+            Bytes_.RequireRead();
+            Fail("seek in");
+        }
         Next_ = Target;
     }
     ReadOver(Frame - Next_);
@@ -124,9 +115,11 @@ void SoundFile::ReadOver(std::int64_t Frames) {
 }
 
 void SoundFile::Fail(const std::string& What) {
-    throw RuntimeFailure(FailureKind::File, "cannot " + What + " " + Path_ + " behind frame " +
-                                                std::to_string(Next_) + ": " +
-                                                sf_strerror(Sound_.get()));
+    const bool Says = sf_error(Sound_.get()) != SF_ERR_NO_ERROR;
+    throw RuntimeFailure(
+        FailureKind::File,
+        "cannot " + What + " " + Path() + " behind frame " + std::to_string(Next_) + ": " +
+            (Says ? sf_strerror(Sound_.get()) : "the decoder stopped and did not say why"));
 }
 
 }  // namespace Tolvar

@@ -7,18 +7,20 @@
 #include <span>
 #include <string>
 
-#include "waveplay/sound/MpegFile.h"
+#include "waveplay/sound/SoundBytes.h"
 
 namespace Tolvar {
 
 /// A sound file of any kind that libsndfile reads, open for reading. Frames are 0-based. Failures
-/// are RuntimeFailure and name the file, the frame and what was said. One thread.
+/// are RuntimeFailure and name the file, the frame or byte and what was said; a file that cannot be
+/// read to its end is one, too. One thread.
 class SoundFile {
   public:
-    /// Only regular files: a pipe or a device could keep the program waiting.
+    /// Only regular files, which stay open as long as this lives.
     explicit SoundFile(const std::string& Path);
 
-    const std::string& Path() const { return Path_; }
+    const std::string& Path() const { return Bytes_.Path(); }
+    const SoundBytes& Bytes() const { return Bytes_; }
     int Channels() const { return Info_.channels; }
     int RateHz() const { return Info_.samplerate; }
     /// As the header says; a file that was cut off can hold less. Counted, by decoding it, where
@@ -42,14 +44,14 @@ class SoundFile {
         void operator()(SNDFILE* Open) const { sf_close(Open); }
     };
 
-    bool DropGuess();
+    void Open();
     void CountFrames();
+    bool IsCutShort(std::int64_t Got) const;
     void ReadOver(std::int64_t Frames);
     [[noreturn]] void Fail(const std::string& What);
 
-    std::string Path_;
+    SoundBytes Bytes_;
     SF_INFO Info_{};
-    std::unique_ptr<MpegFile> Mpeg_;  // what Sound reads from; null: the file itself
     std::unique_ptr<SNDFILE, Close> Sound_;
     std::int64_t Next_ = 0;  // the frame that is read next
 };

@@ -1,29 +1,18 @@
 #include "waveplay/sound/WavSource.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <optional>
-#include <string_view>
-#include <system_error>
 
 #include "platform/RuntimeFailure.h"
+#include "waveplay/sound/RiffChunks.h"
 
 namespace Tolvar {
 namespace {
 
 constexpr std::int64_t LastInt32 = std::numeric_limits<std::int32_t>::max();
-
-std::uint32_t Little32(const char* Bytes) {
-    std::uint32_t Value = 0;
-    for (int Index = 3; Index >= 0; --Index) {
-        Value = (Value << 8U) | static_cast<unsigned char>(Bytes[Index]);
-    }
-    return Value;
-}
 
 struct DataChunk {
     std::int64_t At = 0;     // 0-based byte position of the first sample
@@ -31,22 +20,14 @@ struct DataChunk {
     bool IsOnly = true;      // of its name
 };
 
-// Walks the chunks up to the samples; libsndfile reads everything else but does not say where the
-// samples lie.
-std::optional<DataChunk> FindData(const std::string& Path) {
-    std::ifstream Raw(Path, std::ios::binary);
-    constexpr std::int64_t RiffHeaderBytes = 12;
-    constexpr std::int64_t ChunkHeaderBytes = 8;
-    std::array<char, ChunkHeaderBytes> Head{};
-
+// libsndfile reads everything else but does not say where the samples lie.
+std::optional<DataChunk> FindData(const SoundBytes& In) {
     std::optional<DataChunk> Found;
-    for (std::int64_t At = RiffHeaderBytes; Raw.seekg(At) && Raw.read(Head.data(), Head.size());) {
-        const std::int64_t Bytes = Little32(Head.data() + 4);
-        if (std::string_view(Head.data(), 4) == "data") {
-            if (Found) return DataChunk{Found->At, Found->Bytes, false};
-            Found = {At + ChunkHeaderBytes, Bytes};
-        }
-        At += ChunkHeaderBytes + Bytes + (Bytes & 1);  // a chunk of odd length has a pad byte
+    RiffChunks Chunks(In);
+    while (const auto Each = Chunks.Next()) {
+        if (Each->Name != "data") continue;
+        if (Found) return DataChunk{Found->At, Found->Bytes, false};
+        Found = {Each->At, Each->Bytes};
     }
     return Found;
 }
@@ -76,10 +57,8 @@ std::variant<WavSource, std::string> PlaceInFile(const SoundFile& Sound) {
         return "a path with a backslash cannot be handed over: it parts folders there";
     }
 
-    std::error_code Ignored;
-    const auto FileBytes =
-        static_cast<std::int64_t>(std::filesystem::file_size(Sound.Path(), Ignored));
-    const auto Data = FindData(Sound.Path());
+    const std::int64_t FileBytes = Sound.Bytes().Size();
+    const auto Data = FindData(Sound.Bytes());
     if (!Data) return "no data chunk found";
     if (!Data->IsOnly) return "more than one data chunk: which one counts is the decoder's to say";
     const std::int64_t FrameBytes = Source.Channels * Source.Bits / 8;
