@@ -83,7 +83,7 @@ void ServerLink::Advise() {
     try {
         Finish(Asked);
     } catch (const PlayDllError&) {
-        if (!Gone() || !Process_) throw;
+        if (!Gone() || !Process_ || GaveUp_) throw;
         Link_.reset();  // so that it ends, if it has not
         throw PlayDllError("", "the playback server did not start (exit code " +
                                    std::to_string(Process_->Await()) + ")");
@@ -139,6 +139,7 @@ Message ServerLink::AwaitAnswer(std::uint64_t Cookie, const std::string& Member)
         return Answer;
     Link_->Abandon();
     if (Process_) Process_->Await(0);
+    GaveUp_ = true;
     FailGone(Member, "the playback server has not answered for " + std::to_string(LimitMs_) +
                          " ms and was given up");
 }

@@ -69,6 +69,7 @@ class ServerLink {
     PlayDllClient::EventSink Sink_;
     std::function<void(const std::string&)> ServerGone_;
     std::string WhyGone_;  // "": it is there
+    bool GaveUp_ = false;  // it was there, but did not answer
     bool Released_ = false;
     int Reporting_ = 0;  // sinks on the stack
 };

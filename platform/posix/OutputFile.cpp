@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -41,6 +42,20 @@ std::string WithoutLinks(const std::string& Path) {
 // Temporary files are called FolderOfTheTarget/.tolvar-PROCESS-NUMBER.part.
 constexpr std::string_view Prefix = ".tolvar-";
 constexpr std::string_view Suffix = ".part";
+
+Descriptor OpenStream(const std::string& Path) {
+    constexpr int Flags = O_WRONLY | O_CLOEXEC | O_NOCTTY;
+    Descriptor Opened(::open(Path.c_str(), Flags | O_NONBLOCK));
+    if (Opened) {
+        ::fcntl(Opened.Get(), F_SETFL, Flags);
+    } else if (errno == ENXIO) {
+        std::fprintf(stderr, "%s is a pipe that nobody reads yet: waiting for a reader\n",
+                     Path.c_str());
+        // Opened once only, so that a signal ends the wait.
+        Opened = Descriptor(::open(Path.c_str(), Flags));
+    }
+    return Opened;
+}
 
 Descriptor NamelessFile(const std::string& ForName) {
     std::error_code Ignored;
@@ -84,8 +99,7 @@ OutputFile::OutputFile(const std::string& Path) : Name_(Path) {
         if (::access(Path.c_str(), W_OK) != 0) throw CannotWrite(Path, errno);
         UseTemporary(WithoutLinks(Path), true, Info.st_mode & 0777U);
     } else {
-        // Opened once only, so that a signal ends the wait for a pipe's reader.
-        UseStream(Descriptor(::open(Path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY)));
+        UseStream(OpenStream(Path));
     }
 }
 

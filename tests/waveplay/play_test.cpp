@@ -45,6 +45,22 @@ TEST(Play, SaysWhyThereIsNoServerAndWhatWasLost) {
     }
 }
 
+TEST(Play, WaitsForThePipeThatIsToTakeTheRecording) {
+    const Program Waveplay;
+    const Samples In = Numbered(800, 1);
+    Waveplay.PutWav("in.wav", 16, 1, 8000, In);
+    const std::string Begin =
+        "mkfifo pipe err; \"$0\" in.wav --device wav:pipe 2>err & "
+        "exec 3<err; read Line <&3; echo $Line; ";
+    const Outcome Late = Waveplay.RunShell(Begin + "cat pipe >out.wav; wait $!");
+    EXPECT_EQ(Late.Code, 0);
+    EXPECT_THAT(Late.Out, StartsWith("pipe is a pipe that nobody reads yet"));
+    const Samples Heard = Waveplay.GetSound("out.wav");
+    EXPECT_TRUE(Heard.size() >= In.size() && std::equal(In.begin(), In.end(), Heard.begin()));
+    // The server's end of standard error is closed when it is gone as well.
+    Waveplay.RunShell("rm pipe err; " + Begin + "kill -KILL $!; cat <&3");
+}
+
 TEST(CommandLine, MistakesAreUsageFailuresAreNotAndHelpIsDone) {
     const Program Waveplay;
     Waveplay.PutWav("in.wav", 16, 1, 8000, {1});

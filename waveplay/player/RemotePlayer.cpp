@@ -3,18 +3,12 @@
 #include <utility>
 
 namespace Tolvar {
-namespace {
-
-// Less than an editor would grant: somebody sits before the terminal and has pressed Ctrl-C.
-constexpr int LimitMs = 10'000;
-
-}  // namespace
 
 RemotePlayer::RemotePlayer(const std::optional<std::vector<std::string>>& Arguments,
                            const std::string& LogPath)
     : Journal_(LogPath), Loop_(Time_, Journal_), Client_(Translated([&] {
-          return Arguments ? PlayDllClient::Start({.Arguments = *Arguments, .LimitMs = LimitMs})
-                           : PlayDllClient::OnSessionBus(LimitMs);
+          return Arguments ? PlayDllClient::Start({.Arguments = *Arguments})
+                           : PlayDllClient::OnSessionBus();
       })) {
     Client_.OnServerGone([this](const std::string& Text) {
         Why_ = Text;

@@ -1,8 +1,13 @@
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -52,10 +57,32 @@ std::unique_ptr<BusLink> Connect(const Words& Given) {
     return std::make_unique<BusLink>(Descriptor(Given.Fd), BusLink::Side::Server);
 }
 
+// While it lives, the death of the editor that started this process ends it: a pipe that is to take
+// the recording may never get a reader, and nobody looks at the connection meanwhile.
+class EndsWithEditor {
+  public:
+    explicit EndsWithEditor(int Fd) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        pollfd Connection{Fd, 0, 0};
+        poll(&Connection, 1, 0);
+        if ((Connection.revents & POLLHUP) != 0) raise(SIGTERM);
+    }
+    ~EndsWithEditor() { prctl(PR_SET_PDEATHSIG, 0); }
+    EndsWithEditor(const EndsWithEditor&) = delete;
+    EndsWithEditor& operator=(const EndsWithEditor&) = delete;
+};
+
+std::unique_ptr<PlayServer> MakeServer(const Words& Given) {
+    std::optional<EndsWithEditor> Meanwhile;
+    if (!Given.OnBus) Meanwhile.emplace(Given.Fd);
+    return std::make_unique<PlayServer>(Given.Setup);
+}
+
 // Until the editor is gone, or somebody ends the process.
 int Serve(const Words& Given) {
     auto Link = Connect(Given);
-    PlayServer Server(Given.Setup);
+    const auto Made = MakeServer(Given);
+    PlayServer& Server = *Made;
     Interrupts Ended(Server.Home());
     {
         Host Hosting(Server, std::move(Link), Given.OnBus);
