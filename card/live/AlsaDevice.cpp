@@ -12,6 +12,7 @@ namespace Tolvar {
 namespace {
 
 constexpr unsigned UsPerMs = 1000;
+constexpr int ReckonsToMs = 3;            // how exactly a server tells its delay
 constexpr unsigned PeriodsPerBuffer = 2;  // a server wakes this process up once a period
 
 void Ignore(const char* /*File*/, int /*Line*/, const char* /*Function*/, int /*Error*/,
@@ -131,6 +132,7 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
     if (Result < 0) return Result;
     Channels_ = Wanted.Channels;
     BufferFrames_ = static_cast<long>(Buffer);
+    ReckonsTo_ = long{Wanted.RateHz} * ReckonsToMs / 1000;
     const auto Periods = static_cast<long>(2 * Period);
     MostFrames_ = std::max(long{Wanted.RateHz} * LatencyMs / 1000, Periods);
     GivesBack_ = Behind.GivesBack;
@@ -142,6 +144,11 @@ int AlsaDevice::Open(StreamFormat& Wanted, int LatencyMs) {
 
 // The library takes nothing of more than there is room for until there is room for a period.
 long AlsaDevice::Write(std::span<const std::int16_t> Samples) {
+    // Not before there is something to play: a server (PulseAudio) would begin with silence, and
+    // throw away as much of what follows.
+    if (snd_pcm_state(Pcm_.get()) == SND_PCM_STATE_SETUP) {
+        if (const int Prepared = snd_pcm_prepare(Pcm_.get()); Prepared < 0) return Prepared;
+    }
     const long Room = snd_pcm_avail(Pcm_.get());
     if (Room < 0) return Recovered(Room);
     const long Wanted = std::min(Room, MostFrames_ - (BufferFrames_ - Room));
@@ -197,15 +204,23 @@ long AlsaDevice::Drop() {
     snd_pcm_status_alloca(&Status);
     // What is in a ring that others play into stays there, unless it is taken back.
     const long TakenBack = SharesRing_ ? Rewound(0, 1, BufferFrames_) : 0;
-    // A server may take more until it has stopped; hardware tells no more once it has.
-    const long RoomBefore = snd_pcm_avail(Pcm_.get());
-    int Result = snd_pcm_drop(Pcm_.get());
+    snd_pcm_sframes_t RoomBefore = 0;
+    snd_pcm_sframes_t DelayBefore = 0;
+    int Result = snd_pcm_avail_delay(Pcm_.get(), &RoomBefore, &DelayBefore);
+    if (Result < 0) RoomBefore = Result == -EPIPE ? BufferFrames_ : 0;
+    Result = snd_pcm_drop(Pcm_.get());
     if (Result >= 0) Result = snd_pcm_status(Pcm_.get(), Status);
-    if (Result >= 0) Result = snd_pcm_prepare(Pcm_.get());
     if (Result < 0) return Result;
     if (SharesRing_) return TakenBack;
-    const auto Room = static_cast<long>(snd_pcm_status_get_avail(Status));
-    return RoomBefore == -EPIPE ? 0 : std::max(BufferFrames_ - std::max(Room, RoomBefore), 0L);
+    const long HeldBefore = BufferFrames_ - RoomBefore;
+    // A server may take more until it has stopped; hardware tells no more once it has.
+    const long HeldAfter = BufferFrames_ - static_cast<long>(snd_pcm_status_get_avail(Status));
+    const long Least = std::max(std::min(HeldBefore, HeldAfter), 0L);
+    if (GivesBack_ || DelayBefore <= HeldBefore) return Least;
+    // Or it has asked for more in place of what it threw away (PulseAudio). Its delay tells which:
+    // it is shorter now by what is not heard any more.
+    const long Unheard = DelayBefore - snd_pcm_status_get_delay(Status);
+    return std::abs(Unheard - Least) <= ReckonsTo_ ? Least : HeldBefore;
 }
 
 void AlsaDevice::Close() {

@@ -41,6 +41,7 @@ class AlsaDevice : public OutputDevice {
     int Channels_ = 0;
     long BufferFrames_ = 0;
     long MostFrames_ = 0;  // that it is to hold
+    long ReckonsTo_ = 0;   // frames by which a server's delay may be wrong
     bool GivesBack_ = false;
     bool SharesRing_ = false;            // with others that play: what is dropped stays in it
     std::vector<std::int16_t> Silence_;  // as much as a card's ring holds; empty for others
