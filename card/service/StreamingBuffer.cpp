@@ -5,10 +5,9 @@
 namespace Tolvar {
 
 void StreamingBuffer::Play(bool Restart, std::int32_t FrequencyHz) {
-    Sound_.SetFrequency(FrequencyHz);
-    if (!Restart) return Sound_.Play();
-    Sound_.PlayFromStart();
-    FirstTold_ = SecondTold_ = 0;
+    Sound_.PlayAt(FrequencyHz,
+                  Restart ? LoopingVoice::StartAt::BufferStart : LoopingVoice::StartAt::Cursor);
+    if (Restart) FirstTold_ = SecondTold_ = 0;
 }
 
 StreamingBuffer::Entered StreamingBuffer::TakeEntered() {

@@ -81,11 +81,8 @@ void LoopingVoice::SetCursor(std::int32_t Offset) {
                                                       " lies outside the buffer of " +
                                                       std::to_string(Size) + " bytes");
     CheckWholeFrames("offset", Offset);
-    Halt();
-    Heard_ = HandedOver_ = Offset / BytesPerFrame();
-    NextSignal_ = FirstSignalFrom(Heard_);
-    const std::int64_t NowNs = Card_.NowNs();
-    Timer_.Start(NowNs, Heard_);
+    const std::int64_t NowNs = Halt();
+    MoveTo(Offset / BytesPerFrame(), NowNs);
     SetOff(NowNs);
 }
 
@@ -97,18 +94,18 @@ void LoopingVoice::SetFrequency(std::int32_t Hz) {
 }
 
 void LoopingVoice::Play() {
-    if (Playing_) return;
-    CheckCardIsFree();
-    Playing_ = true;
-    const std::int64_t NowNs = Card_.NowNs();
-    Timer_.Start(NowNs, Heard_);
-    SetOff(NowNs);  // a signal that a stop overtook is told now
+    if (!Playing_) PlayAt(Timer_.RateHz(), StartAt::Cursor);
 }
 
-void LoopingVoice::PlayFromStart() {
+void LoopingVoice::PlayAt(std::int32_t Hz, StartAt Where) {
+    CheckFrequency(Hz);
     CheckCardIsFree();
-    SetCursor(0);
-    Play();
+    const std::int64_t NowNs = Halt();
+    Timer_.ChangeRate(NowNs, Hz);
+    if (Where == StartAt::BufferStart) MoveTo(0, NowNs);
+    if (!Playing_) Timer_.Start(NowNs, Heard_);
+    Playing_ = true;
+    SetOff(NowNs);  // a signal that a stop overtook is told now
 }
 
 void LoopingVoice::Stop() {
@@ -131,10 +128,17 @@ void LoopingVoice::CatchUp() {
 
 /// Nothing of what it holds is heard from the moment on that it returns.
 std::int64_t LoopingVoice::Halt() {
+    if (!Playing_) return Card_.NowNs();
     const std::int64_t NowNs = Card_.CutRun(*this);
     AdvanceTo(NowNs);
     HandOver();
     return NowNs;
+}
+
+void LoopingVoice::MoveTo(std::int64_t Frame, std::int64_t NowNs) {
+    Heard_ = HandedOver_ = Frame;
+    NextSignal_ = FirstSignalFrom(Heard_);
+    Timer_.Start(NowNs, Heard_);
 }
 
 /// What Halt has ended goes on, if it plays.

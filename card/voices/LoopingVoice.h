@@ -46,8 +46,10 @@ class LoopingVoice : public Voice, private FrameSource {
     /// From the cursor on; nothing when it plays already. RuntimeFailure(Device) when another
     /// voice of the card plays.
     void Play();
-    /// From the buffer's start, also when it plays already; frames are counted anew. Fails as Play.
-    void PlayFromStart();
+    enum class StartAt { Cursor, BufferStart };
+    /// SetFrequency, with StartAt::BufferStart also SetCursor(0), and Play, as one: what plays is
+    /// halted and set off once. Fails as these, and changes nothing then.
+    void PlayAt(std::int32_t Hz, StartAt Where);
     /// The cursor stays; the fraction of a frame in progress, and what was not yet told, is
     /// dropped. A notification told at the cursor is not told again by the next Play.
     void Stop();
@@ -64,6 +66,7 @@ class LoopingVoice : public Voice, private FrameSource {
     void AdvanceTo(std::int64_t NowNs);
     void HandOver();
     std::int64_t Halt();
+    void MoveTo(std::int64_t Frame, std::int64_t NowNs);
     void SetOff(std::int64_t NowNs);
     std::size_t ReadAhead(std::int64_t Frame, std::span<std::int16_t> Into) noexcept override;
     void CheckCardIsFree() const;
