@@ -16,7 +16,7 @@ namespace {
 
 constexpr int MostDepth = 8;
 constexpr std::int64_t LastAnswersMs = 500;
-constexpr const char* NoAnswer = "the answer cannot be sent";
+constexpr const char* NotSent = "the answer cannot be sent";
 
 }  // namespace
 
@@ -164,7 +164,7 @@ void Host::Carry(sd_bus_message* Call) {
     if (Interface == Wire::HostingInterface) return CarryHosting(Call);
     if (ReleaseDue_) throw WireError(Wire::Failed, "the player object has been released");
     const Message Reply = Dispatch(Server_.Player(), Call);
-    Sent(sd_bus_send(Link_->Bus(), Reply.get(), nullptr), NoAnswer);
+    Sent(sd_bus_send(Link_->Bus(), Reply.get(), nullptr), NotSent);
 }
 
 void Host::Answer(sd_bus_message* Call) {
@@ -173,7 +173,7 @@ void Host::Answer(sd_bus_message* Call) {
     RequireSignature(Call, "");
     const std::string Found = IntrospectionOf(TextOf(sd_bus_message_get_path(Call)));
     if (Found.empty()) throw WireError(Wire::UnknownObject, "there is no such object");
-    Sent(sd_bus_reply_method_return(Call, "s", Found.c_str()), NoAnswer);
+    Sent(sd_bus_reply_method_return(Call, "s", Found.c_str()), NotSent);
 }
 
 void Host::CarryHosting(sd_bus_message* Call) {
@@ -188,7 +188,7 @@ void Host::Advise(sd_bus_message* Call) {
     const char* Path = nullptr;
     Taken(sd_bus_message_read(Call, "o", &Path));
     Sink_.Advise(std::string(TextOf(sd_bus_message_get_sender(Call))), Path);
-    Sent(sd_bus_reply_method_return(Call, ""), NoAnswer);
+    Sent(sd_bus_reply_method_return(Call, ""), NotSent);
 }
 
 void Host::Release(sd_bus_message* Call) {
@@ -199,7 +199,7 @@ void Host::Release(sd_bus_message* Call) {
     } else {
         TurnLater();  // the object goes when what reported is done
     }
-    Sent(sd_bus_reply_method_return(Call, ""), NoAnswer);
+    Sent(sd_bus_reply_method_return(Call, ""), NotSent);
 }
 
 // Who may do what on the session bus.
