@@ -61,9 +61,7 @@ SinkRate SinkRateOf(const std::string& Word) {
 
 EngineOrder EngineOrderOf(const std::string& Word) {
     if (Word == "auto") return EngineOrder::Auto;
-    if (Word == "dx9") return EngineOrder::Dx9;
-    if (Word == "dx7") return EngineOrder::Dx7;
-    if (Word == "waveout") return EngineOrder::WaveOut;
+    if (const EngineFacts* const Facts = EngineFactsOf(std::string_view(Word))) return Facts->Name;
     throw RuntimeFailure(FailureKind::Input, Word + ": not one of auto, dx9, dx7, waveout");
 }
 

@@ -1,6 +1,5 @@
 #include "server/PlayDllClass.h"
 
-#include <array>
 #include <cmath>
 #include <exception>
 #include <optional>
@@ -19,17 +18,6 @@
 
 namespace Tolvar {
 
-/// One row of the selection order.
-struct PlayDllClass::EngineKind {
-    using Maker = std::shared_ptr<PlayEngine>(EngineSetup, std::int32_t MFrmHwnd);
-    EngineOrder Name;
-    std::int32_t Code;        // EngineCode
-    std::int32_t Answer;      // what DxObj writes back
-    bool TellsPlayFailed;     // the player adds "Play Failed" to a run that did not start
-    bool PositionIsAskedFor;  // PlayCurrentPosition asks the engine, not its last poll
-    Maker* Make;              // null when the engine does not accept the window
-};
-
 namespace {
 
 constexpr std::int64_t LastReportsMs = 300;  // given to the reports that are on their way
@@ -38,27 +26,18 @@ constexpr double MostPlayFriq = DSBFREQUENCY_MAX;
 
 using EnginePtr = std::shared_ptr<PlayEngine>;
 
-EnginePtr MakeDx9(EngineSetup Setup, std::int32_t MFrmHwnd) {
+// Null when the engine does not accept the window.
+EnginePtr MakeEngine(EngineOrder Name, EngineSetup Setup, std::int32_t MFrmHwnd) {
+    if (Name == EngineOrder::WaveOut) return std::make_shared<PlayApiClass>(std::move(Setup));
+    if (Name == EngineOrder::Dx7) {
+        auto StrmDx7Cls = std::make_shared<StreamDx7Class>(std::move(Setup));
+        return StrmDx7Cls->PutONDx7Ds(MFrmHwnd) ? StrmDx7Cls : nullptr;
+    }
     auto StrmDx9Cls = std::make_shared<StreamDx9Class>(std::move(Setup));
     return StrmDx9Cls->PutONDx9Ds(MFrmHwnd) ? StrmDx9Cls : nullptr;
 }
 
-EnginePtr MakeDx7(EngineSetup Setup, std::int32_t MFrmHwnd) {
-    auto StrmDx7Cls = std::make_shared<StreamDx7Class>(std::move(Setup));
-    return StrmDx7Cls->PutONDx7Ds(MFrmHwnd) ? StrmDx7Cls : nullptr;
-}
-
-EnginePtr MakeWaveOut(EngineSetup Setup, std::int32_t /*MFrmHwnd*/) {
-    return std::make_shared<PlayApiClass>(std::move(Setup));
-}
-
 }  // namespace
-
-constexpr std::array<PlayDllClass::EngineKind, 3> PlayDllClass::Kinds{{
-    {EngineOrder::Dx9, 3, 1, false, true, &MakeDx9},
-    {EngineOrder::Dx7, 1, 1, true, true, &MakeDx7},
-    {EngineOrder::WaveOut, 2, 2, true, false, &MakeWaveOut},
-}};
 
 PlayDllClass::PlayDllClass(System& OsOf, PlayerState& Shared, WoroFileBlockMod& Blocks,
                            EngineOrder AllowedEngines)
@@ -116,9 +95,9 @@ void PlayDllClass::DxObj(std::int32_t& MFrmHwnd) {
         DropEngine();
         State_.PlayRunningState = 0;
         if (MFrmHwnd <= 0) return;
-        for (const EngineKind& Kind : Kinds) {
-            const bool Wanted = Allowed_ == EngineOrder::Auto || Allowed_ == Kind.Name;
-            if (Wanted && TakeEngine(Kind, MFrmHwnd)) return;
+        for (const EngineFacts& Each : AllEngineFacts) {
+            const bool Wanted = Allowed_ == EngineOrder::Auto || Allowed_ == Each.Name;
+            if (Wanted && TakeEngine(Each, MFrmHwnd)) return;
         }
         MFrmHwnd = -1;
     } catch (const std::exception& Cause) {
@@ -133,13 +112,13 @@ void PlayDllClass::DropEngine() {
     if (const auto Dropped = std::exchange(Engine_, nullptr)) Dropped->Drop();
 }
 
-bool PlayDllClass::TakeEngine(const EngineKind& Kind, std::int32_t& MFrmHwnd) {
+bool PlayDllClass::TakeEngine(const EngineFacts& Facts, std::int32_t& MFrmHwnd) {
     const auto Forward = [this](std::string_view Msg, std::string_view Ttl) { RaiseMsg(Msg, Ttl); };
-    auto Made = Kind.Make({Os_, State_, Forms_, Forward}, MFrmHwnd);
+    auto Made = MakeEngine(Facts.Name, {Os_, State_, Forms_, Forward}, MFrmHwnd);
     if (!Made) return false;
     Engine_ = std::move(Made);
-    Live_ = &Kind;
-    MFrmHwnd = Kind.Answer;
+    Live_ = &Facts;
+    MFrmHwnd = Facts.Answer;
     return true;
 }
 
@@ -170,9 +149,9 @@ void PlayDllClass::PlayFromEdge(std::int32_t Direction, std::string_view NotRead
     }
     State_.PlayDirection = Direction;
     State_.FillNextPos = 1;
-    const EngineKind* const Kind = Live_;
+    const EngineFacts* const Facts = Live_;
     const auto Playing = LiveEngine();
-    if (Playing && !Playing->PlayMe() && Kind->TellsPlayFailed) Status("Play Failed");
+    if (Playing && !Playing->PlayMe() && Facts->PlayerTellsOfPlayFailed) Status("Play Failed");
 }
 
 void PlayDllClass::PlayUTurn() {

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "engines/EngineFacts.h"
 #include "platform/System.h"
 #include "state/PlayDllMod.h"
 #include "store/CheckedBlockList.h"
@@ -16,14 +16,6 @@ namespace Tolvar {
 struct EngineForms;
 class PlayEngine;
 class WoroFileBlockMod;
-
-/// Which engines DxObj may select.
-enum class EngineOrder {
-    Auto,  ///< every engine, in the order of preference: these three
-    Dx9,
-    Dx7,
-    WaveOut,
-};
 
 /// The player object: the one thing that an editor talks to. It chooses the output engine, takes
 /// the wave over, routes every command to the live engine and raises every report as
@@ -78,17 +70,14 @@ class PlayDllClass {
     /// Once only; no member may be called afterwards.
     void Release();
 
-    /// 0 none, 1 DirectSound 7, 2 waveOut, 3 DirectSound 9.
+    /// Of the live engine, as EngineFacts has it; 0: none.
     std::int32_t EngineCode() const;
 
   private:
-    struct EngineKind;
-
     void RaiseMsg(std::string_view Msg, std::string_view Ttl);
     void Status(std::string_view Ttl) { RaiseMsg("S2", Ttl); }
     void DropEngine();
-    bool TakeEngine(const EngineKind& Kind, std::int32_t& MFrmHwnd);
-    static const std::array<EngineKind, 3> Kinds;
+    bool TakeEngine(const EngineFacts& Facts, std::int32_t& MFrmHwnd);
     std::shared_ptr<PlayEngine> LiveEngine();
     void PlayFromEdge(std::int32_t Direction, std::string_view NotReadyText);
     void PlayFrom(std::int32_t Direction, std::int32_t Pos);
@@ -105,7 +94,7 @@ class PlayDllClass {
     EngineOrder Allowed_;
     std::shared_ptr<EngineForms> Forms_;
     EventSink MsgBoxOb;
-    const EngineKind* Live_ = nullptr;    // null: no engine
+    const EngineFacts* Live_ = nullptr;   // null: no engine
     std::shared_ptr<PlayEngine> Engine_;  // null exactly when Live is
     bool Released_ = false;
 };

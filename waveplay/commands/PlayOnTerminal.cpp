@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "engines/EngineFacts.h"
 #include "waveplay/commands/MediaControls.h"
 #include "waveplay/player/PlayRun.h"
 #include "waveplay/player/WaveFrames.h"
@@ -15,8 +16,8 @@ namespace {
 
 std::string EngineName(const SessionOptions& Setup) {
     if (Setup.To == Connection::Bus) return "the server's engine";
-    if (Setup.Engine == "waveout") return "waveOut";
-    return Setup.Engine == "dx7" ? "DirectSound 7" : "DirectSound 9";
+    const EngineFacts* const Named = EngineFactsOf(std::string_view(Setup.Engine));
+    return std::string((Named != nullptr ? *Named : AllEngineFacts.front()).Title);
 }
 
 TerminalFacts FactsOf(const Wave& Whole, const PlayOptions& Options) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "engines/EngineFacts.h"
 #include "platform/Checked.h"
 #include "platform/DirectX7.h"
 #include "platform/RuntimeFailure.h"
@@ -84,8 +85,8 @@ void PlayRun::Start(const Wave& Whole, const RunOptions& Options) {
     Player.PlayTempoFor(Options.Tempo);
     Player.PlayTempoRev(Options.TempoRev);
 
-    constexpr std::int32_t WaveOutWindow = 2;  // plays at the wave's own rate
-    const bool HasTempo = Window != WaveOutWindow;
+    const EngineFacts* const Engine = EngineFactsOf(Window);
+    const bool HasTempo = Engine == nullptr || Engine->HasTempo;
     FramesPerSecond_ = HasTempo ? Round32(double{Tempo} * Whole.FmtFriq) : Whole.FmtFriq;
     Known_ = {Whole.WaveNos, Whole.FmtFriq, Options.Reverse ? -1 : 1,
               Options.Loop,  Options.Tempo, Options.TempoRev,
