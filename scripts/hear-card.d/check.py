@@ -31,6 +31,8 @@ DONE = {
     "stop": "PlayAgain\nwait 1000\nStopPlay\nwait 500",
     "frozen": "PlayAgain\nwait 16000\nStopPlay\nwait 500",
     "at": "PlayAtPos 150001\nwait-stop\nPlayAtPosRev 100000\nwait-stop",
+    "turn-cut": "PlayAgain\nwait 1500\nPlayUTurn\nwait 700\nStopPlay\nwait 500",
+    "at-cut": "PlayAtPos 150001\nwait 700\nPlayAtPosRev 100000\nwait 700\nStopPlay\nwait 500",
     "loops": "LoopPlayON 1\nPlayAtPos 400001\nwait 13000\nLoopPlayON 0\nwait-stop",
 }
 
@@ -65,7 +67,7 @@ def cases():
     for engine in ENGINES:
         for name in ("forward", "reverse", "pause", "turn", "at", "loops"):
             yield f"{engine}-{name}", case(name, engine, 0, "numbered")
-        for name in ("stop", "pause"):
+        for name in ("stop", "pause", "turn-cut", "at-cut"):
             yield f"{engine}-{name}-faded", case(name, engine, FADE_MS, "level")
         yield f"{engine}-end", case("forward", engine, FADE_MS, "short")
         yield f"{engine}-frozen", case("frozen", engine, FADE_MS, "numbered")
@@ -190,7 +192,7 @@ def expect_level(piece, sounds_wanted):
     sounds, step = level_runs(piece)
     most = LEVEL // (RATE * FADE_MS // 1000) + 60  # a ramp's, with room for its rounding
     text = f"sounds {' '.join(map(str, sounds[:6]))}, largest step {step}"
-    return len(sounds) == sounds_wanted and step <= most, text
+    return len(sounds) in sounds_wanted and step <= most, text
 
 
 def expect_end(piece):
@@ -262,7 +264,9 @@ def judge(card, name, piece, told):
     if name.endswith("-end"):
         return expect_end(piece)
     if name.endswith("-faded"):
-        return expect_level(piece, 2 if "pause" in name else 1)
+        # Where one run follows another at once the ramps may meet in silence or not.
+        joins = (2,) if "pause" in name else (1,) if "stop" in name else (1, 2)
+        return expect_level(piece, joins)
     return expect_runs(piece, name.split("-")[1])
 
 
