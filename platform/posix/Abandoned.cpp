@@ -34,7 +34,7 @@ Descriptor LockAbandoned(const std::string& Path, int Flags) {
 
 void SweepAbandoned(const std::string& Folder, std::string_view Prefix, std::string_view Suffix,
                     int Flags) noexcept try {
-    // Read whole by opendir: an iterator of the library's ends the program without memory.
+    // Not std::filesystem's iterator, which ends the program when there is no memory.
     const std::unique_ptr<DIR, int (*)(DIR*)> Names(
         ::opendir(Folder.empty() ? "." : Folder.c_str()), ::closedir);
     while (const dirent* const Each = Names ? ::readdir(Names.get()) : nullptr) {

@@ -15,8 +15,8 @@ namespace Tolvar {
 /// are RuntimeFailure(File). One thread.
 class OutputFile {
   public:
-    /// Fails at once for a target that cannot be written. A named pipe waits for its
-    /// reader, and says so on standard error.
+    /// Fails at once for a target that cannot be written. A named pipe waits for its reader, and
+    /// says so on standard error.
     explicit OutputFile(const std::string& Path);
     /// Without Commit the temporary file is removed.
     ~OutputFile();

@@ -209,6 +209,7 @@ TEST_F(Pieces, ThatFindNoRoomLeaveNothing) {
 // A decoder takes a read that fails for the end of the file, and would leave a shorter wave.
 TEST_F(Pieces, OfAFileThatCannotBeReadFailAndNeverComeOutShort) {
     constexpr int Mpeg = SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III;
+    constexpr int Gsm = SF_FORMAT_RAW | SF_FORMAT_GSM610;  // known by its name alone
     const auto Loud = Sine(4000, 1, 8000);
     const auto Render = [this](const std::string& Name, int FailsAt, int Error) {
         return Waveplay.RunShell(
@@ -216,8 +217,11 @@ TEST_F(Pieces, OfAFileThatCannotBeReadFailAndNeverComeOutShort) {
             std::to_string(FailsAt) + " READ_ERROR=" + std::to_string(Error) +
             " LD_PRELOAD=" FAILING_READ " \"$0\" render " + Name + " -o out.wav");
     };
-    for (const auto& [Name, Format] :
-         {std::pair("in.wav", FloatWav), {"in.flac", Flac}, {"in.ogg", Vorbis}, {"in.mp3", Mpeg}}) {
+    for (const auto& [Name, Format] : {std::pair("in.wav", FloatWav),
+                                       {"in.flac", Flac},
+                                       {"in.ogg", Vorbis},
+                                       {"in.mp3", Mpeg},
+                                       {"in.gsm", Gsm}}) {
         Waveplay.PutSound(Name, Format, 1, 8000, Loud);
         const Samples Whole = Waveplay.Render({Name});
         int FailsAt = 1;

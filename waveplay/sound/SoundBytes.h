@@ -30,7 +30,8 @@ class SoundBytes {
     std::size_t ReadAt(std::int64_t Place, std::span<char> Into) const;
 
     /// What sf_open_virtual returns: the caller's, and gone before this object is. Reads from the
-    /// beginning.
+    /// beginning. Info names the format, the rate and the channels of a kind without a header, and
+    /// is zero for others.
     SNDFILE* Open(SF_INFO& Info);
 
     /// Throws what a read for libsndfile failed with, if one has. To be asked behind every call of

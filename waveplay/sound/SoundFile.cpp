@@ -40,8 +40,13 @@ void SoundFile::Open() {
     Info_ = {};
     Sound_.reset(Bytes_.Open(Info_));
     Bytes_.RequireRead();
-    // A few kinds are known by the ends of their names alone, which only this sees.
-    if (!Sound_) Sound_.reset(sf_open(Path().c_str(), SFM_READ, &Info_));
+    if (Sound_) return;
+    // Kinds without a header are known by the ends of their names, which only sf_open sees.
+    if (SNDFILE* const ByName = sf_open(Path().c_str(), SFM_READ, &Info_)) {
+        sf_close(ByName);
+        Sound_.reset(Bytes_.Open(Info_));
+        Bytes_.RequireRead();
+    }
     if (Sound_) return;
     throw RuntimeFailure(FailureKind::Input,
                          Path() + ": not a sound file that can be read: " + sf_strerror(nullptr));

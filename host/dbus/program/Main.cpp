@@ -1,19 +1,23 @@
 #include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
+#include <cerrno>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "host/PlayServer.h"
 #include "host/dbus/Host.h"
 #include "host/dbus/Interrupts.h"
+#include "platform/posix/Posix.h"
 #include "platform/posix/ProcessGuard.h"
 
 namespace Tolvar {
@@ -57,31 +61,42 @@ std::unique_ptr<BusLink> Connect(const Words& Given) {
     return std::make_unique<BusLink>(Descriptor(Given.Fd), BusLink::Side::Server);
 }
 
-// While it lives, the death of the editor that started this process ends it: a pipe that is to take
-// the recording may never get a reader, and nobody looks at the connection meanwhile.
+// While it lives, the end of the connection ends the program: a pipe that is to take the recording
+// may never get a reader, and nobody else looks at the connection meanwhile.
 class EndsWithEditor {
   public:
-    explicit EndsWithEditor(int Fd) {
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
-        pollfd Connection{Fd, 0, 0};
-        poll(&Connection, 1, 0);
-        if ((Connection.revents & POLLHUP) != 0) raise(SIGTERM);
+    explicit EndsWithEditor(int Fd) : Over_(eventfd(0, EFD_CLOEXEC)) {
+        if (!Over_) throw ErrnoFailure("cannot watch the connection", errno, FailureKind::Library);
+        Watch_ = std::thread([Fd, Over = Over_.Get()] {
+            std::array<pollfd, 2> Each{{{Fd, 0, 0}, {Over, POLLIN, 0}}};
+            while (poll(Each.data(), Each.size(), -1) < 0 && errno == EINTR) {
+            }
+            if ((Each[0].revents & POLLHUP) != 0 && Each[1].revents == 0) _exit(Done);
+        });
     }
-    ~EndsWithEditor() { prctl(PR_SET_PDEATHSIG, 0); }
+    ~EndsWithEditor() {
+        eventfd_write(Over_.Get(), 1);
+        Watch_.join();
+    }
     EndsWithEditor(const EndsWithEditor&) = delete;
     EndsWithEditor& operator=(const EndsWithEditor&) = delete;
+
+  private:
+    Descriptor Over_;
+    std::thread Watch_;
 };
 
-std::unique_ptr<PlayServer> MakeServer(const Words& Given) {
+std::unique_ptr<PlayServer> MakeServer(const Words& Given, const BusLink& Link) {
     std::optional<EndsWithEditor> Meanwhile;
-    if (!Given.OnBus) Meanwhile.emplace(Given.Fd);
+    if (!Given.OnBus && Link.Open()) Meanwhile.emplace(sd_bus_get_fd(Link.Bus()));
     return std::make_unique<PlayServer>(Given.Setup);
 }
 
 // Until the editor is gone, or somebody ends the process.
 int Serve(const Words& Given) {
     auto Link = Connect(Given);
-    const auto Made = MakeServer(Given);
+    if (!Link->Open()) return Done;  // the editor has gone by now
+    const auto Made = MakeServer(Given, *Link);
     PlayServer& Server = *Made;
     Interrupts Ended(Server.Home());
     {
